@@ -9,6 +9,8 @@
 /// For branches that report: keeps the path that services take in a straight line.
 #define VQ_LIKELY(condition) __builtin_expect(!!(condition), 1)
 #define VQ_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
+/// Marks functions that only report: the code that leads to a call of one is moved out of the way.
+#define VQ_COLD __attribute__((cold))
 #else
 #error "Only GCC and Clang, and compilers that understand their attributes, can build sys_marlix"
 #endif
