@@ -1,0 +1,98 @@
+// Sync: the synchronisation object of Neutrino and the pthread calls on it. Host only; include <pthread.h>.
+//   Shape    two 32-bit words. All zero is an unlocked mutex, private to the process and not recursive.
+//   Mutex    owner word: 0 when free, else the holder's thread id with two flags, "threads wait" and "locked more
+//            than once". Count word: the attributes and how often a recursive mutex was locked again. Hence locking
+//            a free mutex and unlocking one that nobody waits for are one compare-exchange of the owner word each.
+//   Calls    overloads of the C library's names: the argument chooses. Never cast a _sync to pthread_mutex_t, which
+//            is longer.
+//   Errors   the error number is the result; errno is left alone.
+//            lock, timed lock: ETIMEDOUT; EINVAL for bad nanoseconds, only when the call would have to wait; EAGAIN
+//            when a recursive mutex cannot count further. A caught signal never ends a wait. trylock: EBUSY.
+//            unlock: EPERM when the caller is not the holder. destroy: EBUSY when locked.
+//            A mutex that is not recursive and locked again by its holder blocks (EDEADLK if made error-checking).
+//   Threads  any thread; any process that maps it when made with PTHREAD_PROCESS_SHARED. No priority inheritance;
+//            what a dead holder left locked stays locked.
+#pragma once
+
+#include <stdint.h>
+#include <sys/single_threaded.h>
+#include <time.h>
+
+#define PTHREAD_RECURSIVE_DISABLE 0
+#define PTHREAD_RECURSIVE_ENABLE 2
+
+struct _sync {
+    unsigned __count;
+    unsigned __owner;
+};
+
+#ifdef __cplusplus
+
+static_assert(sizeof(_sync) == 8 && alignof(_sync) == 4, "the size that Neutrino's objects have everywhere");
+
+#pragma GCC visibility push(default)
+extern "C" {
+int SyncMutexLock_r(_sync* mutex);
+int SyncMutexUnlock_r(_sync* mutex);
+
+/// The calling thread's owner value, or 0 while the thread must take the long way: it has not locked anything yet,
+/// it was forked, or a time-out is armed, which the next call has to consume. So the short way pays for none of this.
+extern __thread unsigned __nto_owner __attribute__((tls_model("initial-exec")));
+}
+#pragma GCC visibility pop
+
+#define __NTO_SYNC_SHARED 0x80000000u  // in the count word
+
+/// Locks a free mutex; false for any reason to take the long way.
+inline bool __nto_take(_sync* mutex) noexcept {
+    const unsigned self = __nto_owner;
+    unsigned free = 0;
+    return self != 0 && __atomic_compare_exchange_n(&mutex->__owner, &free, self, /*weak*/ false,
+                                                    __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
+}
+
+/// Unlocks a mutex that the caller holds once and nobody waits for; false for any reason to take the long way.
+inline bool __nto_give(_sync* mutex) noexcept {
+    const unsigned self = __nto_owner;
+    unsigned held = self;
+    return self != 0 && __atomic_compare_exchange_n(&mutex->__owner, &held, 0u, /*weak*/ false, __ATOMIC_RELEASE,
+                                                    __ATOMIC_RELAXED);
+}
+
+extern "C++" {  // also where an application includes <pthread.h> in a block of C declarations
+
+#pragma GCC visibility push(default)
+int pthread_mutex_init(_sync* mutex, const pthread_mutexattr_t* attributes) noexcept;
+int pthread_mutex_destroy(_sync* mutex) noexcept;
+int pthread_mutex_timedlock_monotonic(_sync* mutex, const timespec* deadline) noexcept;
+int __nto_mutex_trylock(_sync* mutex) noexcept;
+#pragma GCC visibility pop
+
+inline int pthread_mutex_lock(_sync* mutex) noexcept {
+    return __nto_take(mutex) ? 0 : SyncMutexLock_r(mutex);
+}
+
+inline int pthread_mutex_trylock(_sync* mutex) noexcept {
+    return __nto_take(mutex) ? 0 : __nto_mutex_trylock(mutex);
+}
+
+inline int pthread_mutex_unlock(_sync* mutex) noexcept {
+    return __nto_give(mutex) ? 0 : SyncMutexUnlock_r(mutex);
+}
+
+}  // extern "C++"
+
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+/// `value`: PTHREAD_RECURSIVE_DISABLE or PTHREAD_RECURSIVE_ENABLE, else EINVAL.
+int pthread_mutexattr_setrecursive(pthread_mutexattr_t* attributes, int value);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
