@@ -14,12 +14,10 @@
 //            is no limit, a negative one allows none. The message in the file is cut at 256 bytes.
 //   Errors   none. errno is left as it was. A null `text` has its own form; `file` should not be null.
 //   Threads  any thread, before main, during exit and in a forked child; not from a signal handler, as strings are
-//            built. The counts need no lock. Threads that assert at the same moment may each still find the limit
-//            unreached and write a file.
-//   Nesting  an assertion that is raised while the same thread reports another one (the backtrace's info function
-//   or
-//            a string asserts) is counted, logged and written like any other, but its backtrace builds no strings
-//            and asks no info function, so that it cannot raise a third. It lies in the file PID<pid>.ass.
+//            built. The counts need no lock. Threads that assert at the same moment may each find the limit
+//            not yet reached and write their file.
+//   Nesting  an assertion that is raised while the same thread reports another one (the backtrace's info function or
+//            a string asserts) is counted, logged and, if so asked, aborts like any other, but has no backtrace.
 //   Kept     assert-occured-name: the accessors are spelt with a single "r".
 //            fatal-occured-text: so is the word in the fatal-error texts.
 //            assert-two-forms: an assertion is logged twice, in two forms and with two severities.

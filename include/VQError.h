@@ -35,7 +35,7 @@ VQ_EXPORT VQ_COLD void reportOSError(int subCode, VQSyslog::Severity severity, c
 /// Logs the message as critical, calls the error handler, and aborts should the handler return.
 [[noreturn]] VQ_EXPORT VQ_COLD void criticalError(int subCode, const char* format, ...) VQ_PRINTF(2, 3);
 
-/// Installs the pair. A null `handler` brings exitHandlerFunc back, with null data whatever `data` is.
+/// Installs the pair. A handler that raises a critical error itself is entered again. A null `handler` brings exitHandlerFunc back, with null data whatever `data` is.
 VQ_EXPORT void setErrorHandler(ErrorHandler handler, void* data);
 
 /// The default handler: makes abortHandlerFunc the handler, so that a critical error raised by what runs during
