@@ -47,8 +47,8 @@ extern __thread unsigned __nto_owner __attribute__((tls_model("initial-exec")));
 inline bool __nto_take(_sync* mutex) noexcept {
     const unsigned self = __nto_owner;
     unsigned free = 0;
-    return self != 0 && __atomic_compare_exchange_n(&mutex->__owner, &free, self, /*weak*/ false,
-                                                    __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
+    return self != 0 && __atomic_compare_exchange_n(&mutex->__owner, &free, self, /*weak*/ false, __ATOMIC_ACQUIRE,
+                                                    __ATOMIC_RELAXED);
 }
 
 /// Unlocks a mutex that the caller holds once and nobody waits for; false for any reason to take the long way.

@@ -7,8 +7,8 @@
 //   Threads  any thread.
 #pragma once
 
-#define _NTO_TRACE_INSERTSUSEREVENT 0x4000001e  // int event, int value1, int value2
-#define _NTO_TRACE_INSERTCUSEREVENT 0x4000001f  // int event, void* data, unsigned length
+#define _NTO_TRACE_INSERTSUSEREVENT 0x4000001e   // int event, int value1, int value2
+#define _NTO_TRACE_INSERTCUSEREVENT 0x4000001f   // int event, void* data, unsigned length
 #define _NTO_TRACE_INSERTUSRSTREVENT 0x30000020  // int event, const char* text
 
 #pragma GCC visibility push(default)

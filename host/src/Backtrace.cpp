@@ -1,0 +1,142 @@
+#include <backtrace.h>
+
+#include "ThreadState.h"
+#include "Unsupported.h"
+
+#include <errno.h>
+#include <link.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+#include <unwind.h>
+
+bt_accessor_t bt_acc_self = {BT_SELF};
+
+namespace host {
+namespace {
+
+constexpr int kLineMax = 149;
+
+int failed(int error) {
+    errno = error;
+    return -1;
+}
+
+struct Walk {
+    bt_addr_t* addresses;
+    int capacity;
+    int seen;
+};
+
+_Unwind_Reason_Code store(_Unwind_Context* frame, void* argument) {
+    Walk& walk = *static_cast<Walk*>(argument);
+    const bt_addr_t address = _Unwind_GetIP(frame);
+    if (walk.seen - 1 >= walk.capacity || address == 0)
+        return _URC_END_OF_STACK;
+    if (walk.seen > 0)  // the first is bt_get_backtrace itself
+        walk.addresses[walk.seen - 1] = address;
+    ++walk.seen;
+    return _URC_NO_REASON;
+}
+
+int addObject(dl_phdr_info* object, size_t, void* argument) {
+    bt_memmap_t& map = *static_cast<bt_memmap_t*>(argument);
+    for (int i = 0; i < object->dlpi_phnum && map.count < BT_MEMMAP_MAX; ++i) {
+        const ElfW(Phdr)& segment = object->dlpi_phdr[i];
+        if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0)
+            continue;
+        // The linker has no name for the program itself.
+        const bool isProgram = map.count == 0 && object->dlpi_name[0] == '\0';
+        map.__objects[map.count++] = {object->dlpi_addr + segment.p_vaddr, segment.p_memsz, segment.p_vaddr,
+                                      isProgram ? program_invocation_name : object->dlpi_name};
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace host
+
+using namespace host;
+
+int bt_init_accessor(bt_accessor_t* accessor, bt_acc_type_t type, ...) {
+    dropTimeout();
+    va_list arguments;
+    va_start(arguments, type);
+    const pid_t pid = type == BT_PROCESS ? va_arg(arguments, pid_t) : getpid();
+    const int tid = type == BT_SELF ? static_cast<int>(threadId()) : va_arg(arguments, int);
+    va_end(arguments);
+    if (accessor == nullptr || type < BT_SELF || type > BT_PROCESS)
+        return failed(EINVAL);
+    if (pid != getpid() || tid != static_cast<int>(threadId()))
+        return failed(unsupported("a backtrace of another thread", EINVAL));
+    accessor->__type = BT_SELF;
+    return 0;
+}
+
+int bt_release_accessor(bt_accessor_t* accessor) {
+    dropTimeout();
+    return accessor == nullptr ? failed(EINVAL) : 0;
+}
+
+// Not inlined anywhere: its own frame is the one that the walk leaves out.
+__attribute__((noinline)) int bt_get_backtrace(bt_accessor_t* accessor, bt_addr_t* addresses, int length) {
+    dropTimeout();
+    if (accessor == nullptr || addresses == nullptr || length < 0)
+        return failed(EINVAL);
+    Walk walk = {addresses, length, 0};
+    _Unwind_Backtrace(store, &walk);
+    return walk.seen > 0 ? walk.seen - 1 : 0;
+}
+
+int bt_load_memmap(bt_accessor_t* accessor, bt_memmap_t* map) {
+    dropTimeout();
+    if (accessor == nullptr || map == nullptr)
+        return failed(EINVAL);
+    map->count = 0;
+    dl_iterate_phdr(addObject, map);
+    return 0;
+}
+
+int bt_sprn_memmap(bt_memmap_t* map, char* text, size_t size) {
+    dropTimeout();
+    if (map == nullptr || text == nullptr || size == 0)
+        return failed(EINVAL);
+    text[0] = '\0';
+    constexpr int kDigits = 2 * sizeof(bt_addr_t);
+    constexpr size_t kNameMax = kLineMax - 3 * (kDigits + 1) - 1;
+    for (int i = 0; i < map->count && i < BT_MEMMAP_MAX; ++i) {
+        const __bt_object_t& object = map->__objects[i];
+        const size_t nameLength = strlen(object.__name);
+        const char* const name = object.__name + (nameLength > kNameMax ? nameLength - kNameMax : 0);
+        const int written = snprintf(text, size, "%0*zX %0*zX %0*zX %s\n", kDigits, size_t{object.__text}, kDigits,
+                                     size_t{object.__size}, kDigits, size_t{object.__offset}, name);
+        if (written < 0 || static_cast<size_t>(written) >= size) {
+            text[0] = '\0';
+            return failed(ENOSPC);
+        }
+        text += written;
+        size -= static_cast<size_t>(written);
+    }
+    return 0;
+}
+
+int bt_unload_memmap(bt_memmap_t* map) {
+    dropTimeout();
+    if (map == nullptr)
+        return failed(EINVAL);
+    map->count = 0;
+    return 0;
+}
+
+namespace host {
+namespace {
+
+// The first walk of a process is the one that may load and allocate. Later ones come from where neither is possible.
+__attribute__((constructor)) void walkOnce() {
+    bt_addr_t address;
+    bt_get_backtrace(&bt_acc_self, &address, 1);
+}
+
+}  // namespace
+}  // namespace host

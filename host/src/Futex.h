@@ -1,0 +1,36 @@
+// Futex: waiting on and waking of a 32-bit word, the one place that knows the kernel's interface.
+#pragma once
+
+#include "Deadline.h"
+#include "ErrnoKeeper.h"
+
+#include <limits.h>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace host {
+
+/// The kernel finds the words of one process by address alone, shared ones by the memory behind it.
+enum class Sharing : int { PRIVATE = FUTEX_PRIVATE_FLAG, SHARED = 0 };
+
+/// Waits while `*word` is `expected`. 0 after a wake-up, else EAGAIN (another value), EINTR or ETIMEDOUT, never
+/// before the deadline.
+inline int futexWait(unsigned* word, unsigned expected, Sharing sharing, Deadline deadline) {
+    struct {
+        long seconds, nanoseconds;  // what SYS_futex reads, also where the C library's time_t is wider
+    } const limit = {static_cast<long>(deadline.ns / kNsPerSecond), static_cast<long>(deadline.ns % kNsPerSecond)};
+    const bool unlimited = deadline.isNever() || deadline.ns / kNsPerSecond > static_cast<uint64_t>(LONG_MAX);
+    const ErrnoKeeper keeper;
+    const long result = syscall(SYS_futex, word, FUTEX_WAIT_BITSET | static_cast<int>(sharing), expected,
+                                unlimited ? nullptr : &limit, nullptr, FUTEX_BITSET_MATCH_ANY);
+    return result == 0 ? 0 : errno;
+}
+
+/// Wakes at most `count` waiters. The word may be gone already: who was let in may have freed it.
+inline void futexWake(unsigned* word, int count, Sharing sharing) {
+    const ErrnoKeeper keeper;
+    syscall(SYS_futex, word, FUTEX_WAKE | static_cast<int>(sharing), count, nullptr, nullptr, 0);
+}
+
+}  // namespace host

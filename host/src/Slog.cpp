@@ -1,0 +1,151 @@
+#include <sys/slog.h>
+
+#include "Descriptor.h"
+#include "Hex.h"
+#include "ThreadState.h"
+
+#include <errno.h>
+#include <host/SlogRecord.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <syslog.h>
+
+namespace host {
+namespace {
+
+constexpr char kVariable[] = "NTO_SLOG";
+
+struct Message {
+    SlogKind kind;
+    int opcode;
+    int severity;
+    void* data;
+    size_t size;
+};
+
+/// Sends one datagram. 0 or the error number.
+int sendTo(const char* path, iovec* parts, size_t partCount) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const size_t length = strlen(path);
+    if (length >= sizeof(address.sun_path))
+        return ENAMETOOLONG;
+    memcpy(address.sun_path, path, length);
+
+    msghdr message = {};
+    message.msg_name = &address;
+    message.msg_namelen = sizeof(address);
+    message.msg_iov = parts;
+    message.msg_iovlen = partCount;
+
+    // A socket a message: nothing to lose to a fork, to a program that closes all descriptors or to a new logger.
+    const ErrnoKeeper keeper;
+    const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (socket.isOpen() && sendmsg(socket.get(), &message, MSG_NOSIGNAL) >= 0)
+        return 0;
+    return errno == ECONNREFUSED ? ENOENT : errno;  // the socket of a logger that has gone
+}
+
+int sendRecord(const char* path, const Message& message) {
+    SlogRecord record = {};
+    record.magic = kSlogMagic;
+    record.version = kSlogVersion;
+    record.kind = message.kind;
+    record.opcode = static_cast<uint32_t>(message.opcode);
+    record.severity = message.severity;
+    record.pid = getpid();
+    record.tid = static_cast<int32_t>(threadId());
+    record.timeNs = nowNs(CLOCK_REALTIME);
+    record.size = static_cast<uint32_t>(message.size);
+    iovec parts[] = {{&record, sizeof(record)}, {message.data, message.size}};
+    return sendTo(path, parts, 2);
+}
+
+int syslogLevel(int severity) {
+    constexpr int kLevels[] = {LOG_EMERG,  LOG_CRIT, LOG_ERR,   LOG_WARNING,
+                               LOG_NOTICE, LOG_INFO, LOG_DEBUG, LOG_DEBUG};
+    return severity >= _SLOG_SHUTDOWN && severity <= _SLOG_DEBUG2 ? kLevels[severity] : LOG_DEBUG;
+}
+
+/// Data in hexadecimal, with a blank after every integer.
+size_t hexOf(const Message& message, char* text) {
+    if (message.kind == SlogKind::BYTES)
+        return static_cast<size_t>(writeHex(text, message.data, message.size) - text);
+    char* end = text;
+    for (size_t i = 0; i < message.size / sizeof(int); ++i)
+        end += sprintf(end, i == 0 ? "%x" : " %x", static_cast<const unsigned*>(message.data)[i]);
+    return static_cast<size_t>(end - text);
+}
+
+int sendSyslog(const Message& message) {
+    char head[64];
+    const int headLength = snprintf(head, sizeof(head), "<%d>%.32s[%d]: ", LOG_USER | syslogLevel(message.severity),
+                                    program_invocation_short_name, getpid());
+    if (message.kind == SlogKind::TEXT) {
+        iovec parts[] = {{head, static_cast<size_t>(headLength)}, {message.data, message.size}};
+        return sendTo("/dev/log", parts, 2);
+    }
+    char text[2 * kSlogBytesMax];
+    iovec parts[] = {{head, static_cast<size_t>(headLength)}, {text, hexOf(message, text)}};
+    return sendTo("/dev/log", parts, 2);
+}
+
+int failed(int error) {
+    errno = error;
+    return -1;
+}
+
+int log(const Message& message) {
+    const char* const path = getenv(kVariable);
+    const int error = path != nullptr ? sendRecord(path, message) : sendSyslog(message);
+    return error == 0 ? 0 : failed(error);
+}
+
+}  // namespace
+}  // namespace host
+
+using namespace host;
+
+int vslogf(int opcode, int severity, const char* format, va_list arguments) {
+    dropTimeout();
+    char text[kSlogTextMax + 1];
+    const int saved = errno;
+    const int length = vsnprintf(text, sizeof(text), format, arguments);
+    if (length < 0)
+        return -1;
+    errno = saved;
+    const size_t size = static_cast<unsigned>(length) < kSlogTextMax ? static_cast<unsigned>(length) : kSlogTextMax;
+    return log({SlogKind::TEXT, opcode, severity, text, size});
+}
+
+int slogf(int opcode, int severity, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = vslogf(opcode, severity, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int slogb(int opcode, int severity, void* data, int size) {
+    dropTimeout();
+    if (size < 0 || static_cast<unsigned>(size) > kSlogBytesMax)
+        return failed(EINVAL);
+    return log({SlogKind::BYTES, opcode, severity, data, static_cast<size_t>(size)});
+}
+
+int slogi(int opcode, int severity, int nargs, ...) {
+    dropTimeout();
+    if (nargs < 0 || static_cast<unsigned>(nargs) > kSlogIntsMax)
+        return failed(EINVAL);
+    int values[kSlogIntsMax];
+    va_list arguments;
+    va_start(arguments, nargs);
+    for (int i = 0; i < nargs; ++i)
+        values[i] = va_arg(arguments, int);
+    va_end(arguments);
+    return log({SlogKind::INTS, opcode, severity, values, static_cast<size_t>(nargs) * sizeof(int)});
+}

@@ -1,0 +1,67 @@
+#include "ThreadState.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+extern "C" {
+__thread unsigned __nto_owner = 0;
+}
+
+namespace host {
+namespace {
+
+struct ThreadState {
+    unsigned id;
+    unsigned states;
+    Deadline deadline;
+};
+
+__thread ThreadState state __attribute__((tls_model("initial-exec"))) = {0, 0, {0}};
+
+// A handler that makes an emulated call between two stores here must find either no time-out or a whole one.
+void orderForHandlers() {
+    __atomic_signal_fence(__ATOMIC_SEQ_CST);
+}
+
+void forgetInChild() {
+    __nto_owner = 0;
+    state = {0, 0, {0}};
+}
+
+void registerForkHandler() {
+    pthread_atfork(nullptr, nullptr, forgetInChild);
+}
+
+pthread_once_t forkHandlerOnce = PTHREAD_ONCE_INIT;
+
+}  // namespace
+
+unsigned threadId() {
+    if (state.id == 0) {
+        // Before the first id is kept, whenever that is: at load time it may be too late for another static object.
+        pthread_once(&forkHandlerOnce, registerForkHandler);
+        state.id = static_cast<unsigned>(syscall(SYS_gettid));
+        if (state.states == 0)
+            __nto_owner = state.id;
+    }
+    return state.id;
+}
+
+void armTimeout(unsigned states, Deadline deadline) {
+    const unsigned id = threadId();
+    state.deadline = deadline;
+    state.states = states;
+    orderForHandlers();
+    __nto_owner = states == 0 ? id : 0;
+}
+
+Deadline takeArmedTimeout(unsigned wanted) {
+    const unsigned id = threadId();
+    const Deadline deadline = (state.states & wanted) != 0 ? state.deadline : Deadline::never();
+    state.states = 0;
+    orderForHandlers();
+    __nto_owner = id;
+    return deadline;
+}
+
+}  // namespace host
