@@ -1,23 +1,22 @@
 // CVQAsserter: broken expectations (assertions) and states without a way on (fatal errors), reported at run time.
 //   Use      a check site passes its line and its unit's base name: doCheapAssert(kLineInit, kUnit). Both are
-//            identifiers in reports: a check keeps its number wherever its code moves. A check that holds costs its
-//            own test only; the calls are out of line and marked as unlikely.
+//            identifiers in reports: a check keeps its number wherever its code moves. A check that holds costs
+//            its own test only; the calls are out of line and marked as unlikely.
 //   Steps    an assertion is counted; unless it was expected, it goes to the system log (severity error), to
-//   standard
-//            error, and to the log again (severity critical). Then VQ_ENABLE_ABORT_ON_ASSERTION in the environment
-//            aborts the process; without it the thread's backtrace is appended to a file, and the caller goes on.
-//            A fatal error is reported in the same places and ends the process: through VQError::criticalError, or
-//            by abort() where VQ_ENABLE_ABORT_ON_FATAL_ERROR is in the environment. For these two only presence
-//            counts.
+//            standard error, and to the log again (severity critical). Then VQ_ENABLE_ABORT_ON_ASSERTION in the
+//            environment aborts the process; without it the thread's backtrace is appended to a file, and the
+//            caller goes on. A fatal error is reported in the same places and ends the process: through
+//            VQError::criticalError, or by abort() where VQ_ENABLE_ABORT_ON_FATAL_ERROR is in the environment.
+//            Of these two variables only presence counts.
 //   Files    VQBacktrace writes them into VQ_ASSERTION_BACKTRACE_DIR (read each time; default /dev/shmem) with the
 //            extension "ass". VQ_ASSERTION_BACKTRACE_MAX, read once, limits their number: 0, absent or not a number
-//            is no limit, a negative one allows none. The message in the file is cut at 256 bytes.
-//   Errors   none. errno is left as it was. A null `text` has its own form; `file` should not be null.
+//            is no limit. The message in the file is cut at 256 bytes.
+//   Errors   none. errno is left as it was. A null `text` has its own form; `file` is printed as it is.
 //   Threads  any thread, before main, during exit and in a forked child; not from a signal handler, as strings are
-//            built. The counts need no lock. Threads that assert at the same moment may each find the limit
-//            not yet reached and write their file.
-//   Nesting  an assertion that is raised while the same thread reports another one (the backtrace's info function or
-//            a string asserts) is counted, logged and, if so asked, aborts like any other, but has no backtrace.
+//            built. No assertion is lost from the count. Threads that assert at the same moment may each find the
+//            limit not yet reached and write their file.
+//   Nesting  an assertion that is raised while the same thread reports another one (the backtrace's info function
+//            or a string asserts) is counted, logged and, if so asked, aborts like any other, but has no backtrace.
 //   Kept     assert-occured-name: the accessors are spelt with a single "r".
 //            fatal-occured-text: so is the word in the fatal-error texts.
 //            assert-two-forms: an assertion is logged twice, in two forms and with two severities.

@@ -1,19 +1,18 @@
 // VQBacktrace: the calling thread's call stack and the process's memory map, appended to a text file.
-//   Shape    the message, who wrote it, up to 100 return addresses (six to a line, eight hexadecimal digits each,
-//   as
-//            many as a pointer has on a 64-bit host), and the map with up to 50 entries.
+//   Shape    the message, who wrote it, up to 100 return addresses (six to a line; eight hexadecimal digits each,
+//            or as many as a pointer has on a 64-bit host), and the map with up to 50 entries.
 //   Source   the platform's backtrace library supplies addresses and map; the layout of the map's lines is its own.
-//   Errors   a file that cannot be opened is reported on standard output only; one that cannot be written to its
-//   end
-//            (full disk, file-size limit) stays as short as it is, without a signal to the process. errno is left
-//            as it was. A map that finds no memory is left out.
-//   Threads  any thread; one file is written at a time. A thread cannot be cancelled while it writes. In a forked
-//            child nothing is locked, whatever the parent was doing.
-//   Nesting  a backtrace asked for by the thread that is already writing one (from the info function) is written at
-//            once, without asking the info function again.
+//   Errors   a file that cannot be opened is reported on standard output only. One that cannot be written to its
+//            end (full disk, file-size limit) stays as short as it is, and the process gets no signal for it. A map
+//            for which there is no memory is left out. errno is left as it was.
+//   Threads  any thread, before main, during exit and in a forked child; one thread writes at a time, and cannot be
+//            cancelled meanwhile.
+//   Nesting  a backtrace asked for by the thread that is already writing one (its info function asks, or runs out
+//            of memory) is written at once, without asking the info function again.
 //   Kept     backtrace-no-truncate: without `append` the file is written from its start, but not shortened first.
 //            backtrace-stdout: "Cannot open %s" goes to standard output.
 //            backtrace-name-1024: a longer file name is cut to 1023 bytes.
+//            backtrace-libbacktrace: the file names QNX and its library on every platform.
 #pragma once
 
 #include <VQExport.h>

@@ -1,12 +1,10 @@
 // VQError: reports of operating-system failures, and the ways to end a process that cannot go on.
 //   Errors   reportOSError returns. fatalError and fatalOSError abort at once; criticalError runs the process's
-//   error
-//            handler first, and only it does. The handler is exitHandlerFunc until setErrorHandler changes it.
+//            error handler first, and only it does. That is exitHandlerFunc until setErrorHandler changes it.
 //   Shape    the reason of an operating-system failure is added as "(operating system error %d, %s)" with the
 //            platform's text, or "unknown" where it has none.
 //   Threads  any thread. Handler and data are two words, changed without a lock: set them once at start-up. A
-//   critical
-//            error on another thread during the change may see one of them new and the other old.
+//            critical error on another thread during the change may see one of them new and the other old.
 //   Kept     fatal-without-handler: fatalError and fatalOSError do not consult the error handler.
 #pragma once
 
@@ -35,7 +33,8 @@ VQ_EXPORT VQ_COLD void reportOSError(int subCode, VQSyslog::Severity severity, c
 /// Logs the message as critical, calls the error handler, and aborts should the handler return.
 [[noreturn]] VQ_EXPORT VQ_COLD void criticalError(int subCode, const char* format, ...) VQ_PRINTF(2, 3);
 
-/// Installs the pair. A handler that raises a critical error itself is entered again. A null `handler` brings exitHandlerFunc back, with null data whatever `data` is.
+/// Installs the pair. A null `handler` brings exitHandlerFunc back, with null data whatever `data` is. A handler
+/// that raises a critical error itself is entered again.
 VQ_EXPORT void setErrorHandler(ErrorHandler handler, void* data);
 
 /// The default handler: makes abortHandlerFunc the handler, so that a critical error raised by what runs during

@@ -1,10 +1,9 @@
 // VQKernelTrace: marks of the application's own in the kernel's instrumentation trace.
 //   Errors   false when an argument is missing (the kernel is not asked) or when the kernel refuses the event;
-//   errno
-//            then holds the kernel's reason. A kernel without instrumentation (ENOTSUP) counts as success, so that
-//            traced code runs unchanged on it.
+//            errno then holds the kernel's reason. A kernel without instrumentation (ENOTSUP) counts as success, so
+//            that traced code runs unchanged on it.
 //   Threads  any thread.
-//   Kept     ktrace-enotsup: true does not prove that the event was recorded.
+//   Kept     trace-enotsup: true does not prove that the event was recorded.
 #pragma once
 
 #include <VQExport.h>

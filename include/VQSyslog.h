@@ -2,12 +2,11 @@
 //   Shape    every line is "pid %d: " and the message, at most 1024 bytes; the rest of a longer message is dropped.
 //            The logger's opcode is code | subCode << 20; the forms without a code use 10000.
 //   Errors   none to the caller. Without a logger (ENOENT) a line is lost in silence; when the logger refuses it,
-//   or
-//            when the message cannot be formatted, one line on standard error says so. errno is left as it was.
+//            or when the message cannot be formatted, one line on standard error says so. errno is left as it was.
 //   Threads  any thread, at any time: before main, during exit, in a forked child. The line is built on the
 //            caller's stack; nothing is allocated and nothing locked.
-//   Kept     syslog-two-prefixes: a logged line starts with "pid %d: ", the report on standard error with "pid: %d:
-//   ".
+//   Kept     syslog-two-prefixes: a logged line starts with "pid %d: ", the report on standard error with
+//            "pid: %d: ".
 #pragma once
 
 #include <VQExport.h>

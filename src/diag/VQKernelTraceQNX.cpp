@@ -19,7 +19,7 @@ bool insertEvent(int command, Arguments... arguments) {
     if (TraceEvent(command, arguments...) != -1) {
         return true;
     }
-    // Kept: ktrace-enotsup. A kernel without instrumentation must not change what traced code does.
+    // Kept: trace-enotsup. A kernel without instrumentation must not change what traced code does.
     if (VQOperatingSystem::getLastError() != ENOTSUP) {
         return false;
     }
