@@ -10,6 +10,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -18,6 +19,7 @@ namespace host {
 namespace {
 
 constexpr char kVariable[] = "NTO_SLOG";
+constexpr timeval kPatience = {1, 0};
 
 struct Message {
     SlogKind kind;
@@ -26,6 +28,19 @@ struct Message {
     void* data;
     size_t size;
 };
+
+/// Waits while the logger's queue is full: the kernel lets only about ten datagrams wait in it.
+bool sendPatiently(int socket, const msghdr& message) {
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof(kPatience));
+    const uint64_t endNs = nowNs(CLOCK_MONOTONIC) + kPatience.tv_sec * UINT64_C(1000000000);
+    do {
+        if (sendmsg(socket, &message, MSG_NOSIGNAL) >= 0)
+            return true;
+    } while (errno == EINTR && nowNs(CLOCK_MONOTONIC) < endNs);
+    if (errno == EINTR)
+        errno = EAGAIN;
+    return false;
+}
 
 /// Sends one datagram. 0 or the error number.
 int sendTo(const char* path, iovec* parts, size_t partCount) {
@@ -44,8 +59,9 @@ int sendTo(const char* path, iovec* parts, size_t partCount) {
 
     // A socket a message: nothing to lose to a fork, to a program that closes all descriptors or to a new logger.
     const ErrnoKeeper keeper;
-    const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (socket.isOpen() && sendmsg(socket.get(), &message, MSG_NOSIGNAL) >= 0)
+    const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (socket.isOpen() && (sendmsg(socket.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0 ||
+                            (errno == EAGAIN && sendPatiently(socket.get(), message))))
         return 0;
     return errno == ECONNREFUSED ? ENOENT : errno;  // the socket of a logger that has gone
 }

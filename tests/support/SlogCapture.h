@@ -1,7 +1,7 @@
 // SlogCapture: the system log of a test. While it lives, NTO_SLOG names its socket, so that what this process and
 // the children it starts log arrives here, in the order in which it was sent.
-//   Shape    a process of its own empties the socket all the time: the kernel queues only about ten datagrams, and
-//            a logger does not wait. It is no child of the test's (nobody's `wait` finds it) and ends with it.
+//   Shape    a process of its own empties the socket all the time: the kernel queues only about ten datagrams.
+//            It is no child of the test's (nobody's `wait` finds it) and ends with it.
 //   Errors   throws std::system_error when the socket cannot be had, std::runtime_error when the reader is stuck.
 //   Threads  make it and ask it on the test's thread; any thread and any process may log.
 #pragma once

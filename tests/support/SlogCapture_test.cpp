@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <host/SlogRecord.h>
+#include <sys/slog.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -71,6 +72,16 @@ TEST(SlogCapture, KeepsTheOrderOfMoreRecordsThanTheKernelQueues) {
     for (int i = 0; i < 2000; ++i) {
         sent.push_back(std::to_string(i));
         sendBytes(recordOf(sent.back()));
+    }
+    EXPECT_EQ(sent, log.texts());
+}
+
+TEST(SlogCapture, LosesNothingOfABurstOfTheLogger) {
+    SlogCapture log;
+    std::vector<std::string> sent;
+    for (int i = 0; i < 2000; ++i) {
+        sent.push_back(std::to_string(i));
+        EXPECT_NE(-1, slogf(10000, _SLOG_INFO, "%d", i)) << std::strerror(errno);
     }
     EXPECT_EQ(sent, log.texts());
 }

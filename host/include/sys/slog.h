@@ -2,7 +2,8 @@
 //   Shape    an opcode is a major code in the low 20 bits and a minor code in the upper 12.
 //   Host     each message is one datagram: to the socket that the variable NTO_SLOG names, as <host/SlogRecord.h>
 //            describes it; without the variable to /dev/log in syslog form. A message is never cut in the middle of
-//            a record and never waits: a logger that does not keep up costs the message (EAGAIN).
+//            a record. It waits for a logger that is behind, as Neutrino's does, but no longer than a second: a
+//            logger that stands still costs the message (EAGAIN).
 //   Errors   -1 and errno: ENOENT when no logger runs, EINVAL for too much data, EAGAIN, EMFILE and whatever else
 //            the socket calls say. A message that was sent leaves errno as it was; its result is 0, but callers
 //            test for -1 only.
