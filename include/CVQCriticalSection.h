@@ -6,7 +6,7 @@
 //            waits for itself for ever.
 #pragma once
 
-#include "VQExport.h"
+#include <VQExport.h>
 
 #include <pthread.h>
 

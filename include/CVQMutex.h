@@ -6,7 +6,7 @@
 //   Kept     mutex-recursive-is-zero: `RECURSIVE` is 0, since callers pass the number (docs/kept.md).
 #pragma once
 
-#include "VQExport.h"
+#include <VQExport.h>
 
 #include <pthread.h>
 

@@ -4,8 +4,8 @@
 //   Threads  one thread at a time. The optional keeps or lacks its section while the guard lives.
 #pragma once
 
-#include "CVQCriticalSection.h"
-#include "TVQOptional.h"
+#include <CVQCriticalSection.h>
+#include <TVQOptional.h>
 
 class CVQOptionalLock {
 public:

@@ -8,7 +8,7 @@
 //   Kept     ramwatch-packed-dump: a dump packs thread and instances into one word (docs/kept.md).
 #pragma once
 
-#include "VQExport.h"
+#include <VQExport.h>
 
 #include <atomic>
 

@@ -63,9 +63,10 @@ public:
     }
 
     /// The object, or null when there is none.
-    T* get() { return mInitialised != 0 ? std::launder(reinterpret_cast<T*>(mStorage)) : nullptr; }
+    T* get() { return mInitialised != 0 ? std::launder(static_cast<T*>(static_cast<void*>(mStorage))) : nullptr; }
     const T* get() const {
-        return mInitialised != 0 ? std::launder(reinterpret_cast<const T*>(mStorage)) : nullptr;
+        return mInitialised != 0 ? std::launder(static_cast<const T*>(static_cast<const void*>(mStorage)))
+                                 : nullptr;
     }
 
     /// Usable as a condition and for nothing else: a member pointer takes part in no arithmetic.

@@ -6,7 +6,7 @@
 // The pointers of the wider fills need not be aligned.
 #pragma once
 
-#include "VQExport.h"
+#include <VQExport.h>
 
 namespace VQMemUtilities {
 

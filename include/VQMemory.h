@@ -21,7 +21,7 @@
 // with `release`.
 #pragma once
 
-#include "VQExport.h"
+#include <VQExport.h>
 
 #include <cstddef>
 

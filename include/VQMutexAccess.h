@@ -14,7 +14,7 @@
 // A mutex is released by the platform's `pthread_mutex_unlock`.
 #pragma once
 
-#include "VQExport.h"
+#include <VQExport.h>
 
 #include <pthread.h>
 

@@ -7,7 +7,7 @@
 //   Source   `_argc` and `_argv` of the platform.
 #pragma once
 
-#include "VQExport.h"
+#include <VQExport.h>
 
 class CVQString;
 
