@@ -1,6 +1,6 @@
 // CVQBuffer: a value of bytes. Copies share one block until one of them is changed.
 //
-//   Units    sizes, counts and offsets in bytes, 32 bits.
+//   Units    sizes, counts and offsets in bytes, 32 bits; std::size_t where they enter.
 //   Shape    one CVQRCMemoryBuffer. As a stream exactly its form; `toQRVStream` and `fromQRVStream` call
 //            `align(4)` first.
 //   Errors   a size above `CVQRCMemoryBuffer::kMaxSize` cannot be had: the buffer stays as it was, and `copyTo`
@@ -21,7 +21,7 @@ public:
     constexpr CVQBuffer() = default;
 
     /// `size` uninitialised bytes.
-    explicit CVQBuffer(unsigned int size) : mMemory(size) {}
+    explicit CVQBuffer(std::size_t size) : mMemory(size) {}
 
     CVQBuffer(const CVQBuffer&) = default;
     CVQBuffer& operator=(const CVQBuffer&) = default;
@@ -37,22 +37,22 @@ public:
 
     /// A new block of `size` bytes with as many of the old ones as fit. Without `force` the same size does nothing;
     /// with it the buffer has a block of its own afterwards.
-    void resize(unsigned int size, bool force);
-    void resize(unsigned int size) { resize(size, false); }
+    void resize(std::size_t size, bool force);
+    void resize(std::size_t size) { resize(size, false); }
 
     /// At least `size` bytes: as `resize`, but never fewer than before.
-    void reserve(unsigned int size, bool force);
-    void reserve(unsigned int size) { reserve(size, false); }
+    void reserve(std::size_t size, bool force);
+    void reserve(std::size_t size) { reserve(size, false); }
 
     /// Cuts the buffer to `size` bytes in the block that it has; a larger size is `resize(size)`.
-    void truncate(unsigned int size);
+    void truncate(std::size_t size);
 
     /// Copies up to `count` bytes from `offset` on out of the buffer; returns how many there were. 0 for null.
-    unsigned int copyFrom(void* destination, unsigned int count, unsigned int offset) const;
+    unsigned int copyFrom(void* destination, std::size_t count, std::size_t offset) const;
 
     /// Copies `count` bytes into the buffer at `offset`; the buffer grows as needed and stops sharing. Returns
     /// `count`, or 0 when `source` is null or no block can hold them. `source` may lie in this buffer.
-    unsigned int copyTo(const void* source, unsigned int count, unsigned int offset);
+    unsigned int copyTo(const void* source, std::size_t count, std::size_t offset);
 
     bool operator==(const CVQBuffer& other) const { return mMemory == other.mMemory; }
     bool operator!=(const CVQBuffer& other) const { return mMemory != other.mMemory; }

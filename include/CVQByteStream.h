@@ -1,7 +1,7 @@
 // CVQByteStream: a stream in memory. Values are written behind each other and read back in the same order; the
 // bytes are handed on as a CVQBuffer, by a message or in a file.
 //
-//   Units    lengths, capacities and counts in bytes, 32 bits.
+//   Units    lengths, capacities and counts in bytes, 32 bits; std::size_t where they enter.
 //   Shape    the storage (a CVQRCMemoryBuffer, its size is the capacity), length, read position, end-of-data
 //            flag. As a stream: the length in 32 bits, then the used bytes. `toQRVStream` calls `align(4)` and
 //            writes the storage instead, whole: capacity and all its bytes.
@@ -14,7 +14,8 @@
 //            stream cannot grow beyond `CVQRCMemoryBuffer::kMaxSize`: such a write takes nothing (line 156).
 //   Bytes    the part of the capacity that nobody wrote is zero, so that `toQRVStream` carries nothing off the
 //            heap; bytes of a shared block are as their owner left them. A length above the capacity (given as
-//            such, or left by a forced `reserve`) reads as zeros beyond the block, reported as misuse.
+//            such, or left by a forced `reserve`) never leads past the block: reads report what is missing (lines
+//            186 and 197) and leave it out, the stream's own form and `toString` take it for zeros.
 //   Threads  one thread at a time. The block may be shared with streams and buffers of other threads.
 //   Kept     bytestream-length-as-is: the length given with a block is not checked against it.
 //            bytestream-assign-empty: assigning an empty stream keeps the block.
@@ -39,10 +40,11 @@ public:
     constexpr CVQByteStream() = default;
 
     /// An empty stream that takes `capacity` bytes before it grows.
-    explicit CVQByteStream(unsigned int capacity) { reserve(capacity, false); }
+    explicit CVQByteStream(std::size_t capacity) { reserve(capacity, false); }
 
-    /// Shares the block; `length` is taken as it is.
-    CVQByteStream(const CVQRCMemoryBuffer& storage, unsigned int length) : mStorage(storage), mLength(length) {}
+    /// Shares the block; `length` is taken as it is. One of more than 32 bits is none.
+    CVQByteStream(const CVQRCMemoryBuffer& storage, std::size_t length)
+        : mStorage(storage), mLength(length <= 0xFFFFFFFFU ? length & 0xFFFFFFFFU : 0) {}
 
     /// Shares the buffer's block, all of it in use.
     CVQByteStream(const CVQBuffer& buffer) : CVQByteStream(buffer.getMemoryBuffer(), buffer.getSize()) {}
@@ -68,14 +70,14 @@ public:
 
     /// A block of exactly `capacity` bytes, with what fits of the old block's. Without `force` only to grow; with
     /// it the block is private afterwards, and may be shorter than the length.
-    void reserve(unsigned int capacity, bool force);
-    void reserve(unsigned int capacity) { reserve(capacity, false); }
+    void reserve(std::size_t capacity, bool force);
+    void reserve(std::size_t capacity) { reserve(capacity, false); }
 
     /// Appends up to `count` bytes read from `stream`; returns how many came.
-    unsigned int readFromIStream(const IVQIStream& stream, unsigned int count);
+    unsigned int readFromIStream(const IVQIStream& stream, std::size_t count);
 
     /// Reads the text up to the next zero byte, which is consumed, or up to the end.
-    CVQString toString();
+    CVQString toString() const;
 
     /// Appends the used bytes, whatever the read position, as "%.2X " each.
     void dump(CVQString& out) const;
@@ -148,6 +150,9 @@ private:
     unsigned int readAtEnd(void* destination, unsigned int count) const;
     unsigned int writeGrowing(const void* source, unsigned int count);
     void skip(unsigned int count) const;
+
+    /// The used bytes that the block holds: all of them, unless the length is above the capacity.
+    unsigned int heldLength() const { return mLength < getCapacity() ? mLength : getCapacity(); }
 
     CVQRCMemoryBuffer mStorage;
     unsigned int mLength = 0;

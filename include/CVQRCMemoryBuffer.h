@@ -1,7 +1,7 @@
 // CVQRCMemoryBuffer: a handle to a block of bytes that handles share and count. It is the storage of CVQBuffer,
 // of the byte stream and of the circular byte buffer.
 //
-//   Units    sizes in bytes, 32 bits.
+//   Units    sizes in bytes, 32 bits; std::size_t where they enter.
 //   Shape    one pointer, never null: an empty handle points at `sNullBuffer`, which is never counted or
 //            released. A block is one allocation, a header of 16 bytes and the payload, rounded up to 8 bytes. As
 //            a stream: the size in 32 bits, then, unless it is 0, the payload in one piece.
@@ -22,21 +22,25 @@
 #include <VQAtomic.h>
 #include <VQExport.h>
 
+#include <cstddef>
+
+class CVQByteStream;
+
 class VQ_EXPORT CVQRCMemoryBuffer {
 public:
-    /// The largest size of a block: with its header and rounded up it still fits 32 bits.
-    static constexpr unsigned int kMaxSize = 0xFFFFFFE8U;
+    /// The largest size of a block: its allocation, with all that the allocator adds, still fits 32 bits.
+    static constexpr unsigned int kMaxSize = 0xFFFFFFE0U;
 
     /// An empty handle; a static one is ready before any code runs.
-    constexpr CVQRCMemoryBuffer() : mBlock(&sNullBuffer) {}
+    constexpr CVQRCMemoryBuffer() noexcept : mBlock(emptyBlock()) {}
 
     /// A block of its own with `size` uninitialised bytes; none for 0 and above `kMaxSize`.
-    explicit CVQRCMemoryBuffer(unsigned int size) : mBlock(allocateBlock(size)) {}
+    explicit CVQRCMemoryBuffer(std::size_t size) : mBlock(allocateBlock(size)) {}
 
     /// Shares the block.
-    CVQRCMemoryBuffer(const CVQRCMemoryBuffer& other) : mBlock(other.mBlock) { addRef(); }
+    CVQRCMemoryBuffer(const CVQRCMemoryBuffer& other) noexcept : mBlock(other.mBlock) { addRef(); }
 
-    CVQRCMemoryBuffer& operator=(const CVQRCMemoryBuffer& other) {
+    CVQRCMemoryBuffer& operator=(const CVQRCMemoryBuffer& other) noexcept {
         if (mBlock != other.mBlock) {
             removeRef();
             mBlock = other.mBlock;
@@ -51,38 +55,40 @@ public:
     }
 
     /// Counts one more handle. Handles do this themselves; for code that keeps a block alive by other means.
-    void addRef() {
+    void addRef() noexcept {
         if (mBlock != &sNullBuffer) {
             VQAtomic::increment(mBlock->referenceCount);
         }
     }
 
     /// Drops the block, releasing it with the last handle; this handle is empty afterwards.
-    void removeRef() {
+    void removeRef() noexcept {
         if (mBlock != &sNullBuffer) {
             dropBlock();
         }
     }
 
-    /// The payload for writing, null when there is none. A shared block is reported (line 264).
+    /// The payload for writing, null when there is none. A shared block is reported (line 264). In zeroed memory
+    /// that no constructor has seen it is null as well.
     unsigned char* getBuffer();
 
-    const unsigned char* getData() const { return mBlock->data; }
-    unsigned int getSize() const { return mBlock->size; }
+    const unsigned char* getData() const noexcept { return mBlock->data; }
+    unsigned int getSize() const noexcept { return mBlock->size; }
 
     /// True while another handle holds the block as well. False means that only this handle does, and that whatever
     /// the others did with the bytes has happened before.
-    bool isShared() const { return VQAtomic::load(mBlock->referenceCount) > 1; }
+    bool isShared() const noexcept { return VQAtomic::load(mBlock->referenceCount) > 1; }
 
     /// Equal are handles to one block, and to two payloads with the same bytes. An empty handle equals empty ones
     /// only.
-    bool operator==(const CVQRCMemoryBuffer& other) const;
-    bool operator!=(const CVQRCMemoryBuffer& other) const { return !(*this == other); }
+    bool operator==(const CVQRCMemoryBuffer& other) const noexcept;
+    bool operator!=(const CVQRCMemoryBuffer& other) const noexcept { return !(*this == other); }
 
 private:
     friend class CVQBuffer;
     friend class CVQByteStream;
     friend VQ_EXPORT const IVQIStream& operator>>(const IVQIStream& stream, CVQRCMemoryBuffer& buffer);
+    friend VQ_EXPORT const IVQIStream& operator>>(const IVQIStream& stream, CVQByteStream& value);
 
     struct SBlock {
         unsigned int referenceCount;
@@ -90,11 +96,21 @@ private:
         unsigned char* data;
     };
 
-    static SBlock* allocateBlock(unsigned int size);
-    void dropBlock();
-    bool takeOwnBlock(unsigned int size);
+    static constexpr SBlock* emptyBlock() noexcept { return const_cast<SBlock*>(&sNullBuffer); }
+    static SBlock* allocateBlock(std::size_t size);
+    void dropBlock() noexcept;
 
-    static SBlock sNullBuffer;
+    /// Takes a private block of `size` bytes: as many of the present ones as fit, then zeros. False, with nothing
+    /// changed, when no block can have that size.
+    bool takeOwnBlock(std::size_t size);
+
+    void exchange(CVQRCMemoryBuffer& other) noexcept {
+        SBlock* const mine = mBlock;
+        mBlock = other.mBlock;
+        other.mBlock = mine;
+    }
+
+    static const SBlock sNullBuffer;
 
     SBlock* mBlock;
 };

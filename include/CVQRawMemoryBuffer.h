@@ -1,7 +1,7 @@
 // CVQRawMemoryBuffer: one unshared block of bytes that knows its capacity, from an allocator of the caller's
 // choice.
 //
-//   Units    capacities in bytes, 32 bits, at least 8.
+//   Units    capacities in bytes, 32 bits, at least 8; std::size_t where they enter.
 //   Shape    one pointer. The block: the capacity in 32 bits, 4 bytes of the buffer's own, then the bytes, so
 //            that they are aligned as well as the block is, up to 8.
 //   Errors   a capacity above 0xFFFFFFF7 does not fit a block of 32-bit length: the buffer holds nothing, as when
@@ -14,18 +14,20 @@
 
 #include <VQExport.h>
 
+#include <cstddef>
+
 class VQ_EXPORT CVQRawMemoryBuffer {
 public:
     using AllocateFunction = void* (*)(unsigned int size);
 
     /// The capacity that a request gets: the request, but at least 8.
-    static unsigned int adjustCapacity(unsigned int capacity) { return capacity < 8 ? 8 : capacity; }
+    static std::size_t adjustCapacity(std::size_t capacity) { return capacity < 8 ? 8 : capacity; }
 
     /// From VQMemory::allocChecked.
-    explicit CVQRawMemoryBuffer(unsigned int capacity) : CVQRawMemoryBuffer(capacity, nullptr) {}
+    explicit CVQRawMemoryBuffer(std::size_t capacity) : CVQRawMemoryBuffer(capacity, nullptr) {}
 
     /// From `allocate`, which is asked for the capacity and 8 bytes more, aligned to at least 4. Null: as above.
-    CVQRawMemoryBuffer(unsigned int capacity, AllocateFunction allocate);
+    CVQRawMemoryBuffer(std::size_t capacity, AllocateFunction allocate);
 
     CVQRawMemoryBuffer(const CVQRawMemoryBuffer&) = delete;
     CVQRawMemoryBuffer& operator=(const CVQRawMemoryBuffer&) = delete;

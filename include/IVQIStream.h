@@ -1,6 +1,8 @@
 // IVQIStream: a source of bytes, and the input operators of the primitive types.
 //
-//   Units    counts in bytes, 32 bits. The unit of the time-out of `waitToRead` belongs to the concrete stream.
+//   Units    counts in bytes, 32 bits. Where they enter they are std::size_t (on the target the same), so that a
+//            wider one is refused and never cut. The unit of the time-out of `waitToRead` belongs to the concrete
+//            stream.
 //   Shape    a value is read as the bytes that it occupies in memory, in the host's byte order: no tag, no
 //            padding. A length or count stands before the bytes that it counts, as an unsigned 32-bit word.
 //   Errors   a stream has no error state: `read` returns how many bytes came, and who must know whether a value
@@ -16,6 +18,8 @@
 #pragma once
 
 #include <VQExport.h>
+
+#include <cstddef>
 
 class VQ_EXPORT IVQIStream {
 public:
@@ -34,8 +38,10 @@ public:
     /// Discards `count` bytes: ceil(count / 512) reads of at most 512 bytes, whatever each of them returns.
     virtual void readSkip(unsigned int count) const { skipByReading(count); }
 
-    /// Reads up to `count` bytes into `destination` and returns how many came.
-    unsigned int read(void* destination, unsigned int count) const { return doRead(destination, count); }
+    /// Reads up to `count` bytes into `destination` and returns how many came: none when `count` exceeds 32 bits.
+    unsigned int read(void* destination, std::size_t count) const {
+        return count <= 0xFFFFFFFFU ? doRead(destination, count & 0xFFFFFFFFU) : 0;
+    }
 
 protected:
     IVQIStream() = default;

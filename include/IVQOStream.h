@@ -1,6 +1,7 @@
 // IVQOStream: a sink for bytes, and the output operators of the primitive types.
 //
-//   Units    counts in bytes, 32 bits. The unit of the time-out of `waitToWrite` belongs to the concrete stream.
+//   Units    counts in bytes, 32 bits, as for IVQIStream. The unit of the time-out of `waitToWrite` belongs to
+//            the concrete stream.
 //   Shape    as IVQIStream reads it: the bytes of the value in memory, in the host's byte order.
 //   Errors   a stream has no error state: `write` returns how many bytes were taken. The operators below do not
 //            look.
@@ -20,6 +21,8 @@
 
 #include <VQExport.h>
 
+#include <cstddef>
+
 class VQ_EXPORT IVQOStream {
 public:
     virtual ~IVQOStream() = default;
@@ -37,8 +40,10 @@ public:
     /// Writes `count` zero bytes: ceil(count / 512) writes of at most 512 bytes, whatever each of them returns.
     virtual void writeSkip(unsigned int count) { skipByWriting(count); }
 
-    /// Writes up to `count` bytes from `source` and returns how many were taken.
-    unsigned int write(const void* source, unsigned int count) { return doWrite(source, count); }
+    /// Writes up to `count` bytes from `source` and returns how many were taken: none when `count` exceeds 32 bits.
+    unsigned int write(const void* source, std::size_t count) {
+        return count <= 0xFFFFFFFFU ? doWrite(source, count & 0xFFFFFFFFU) : 0;
+    }
 
 protected:
     IVQOStream() = default;
