@@ -98,11 +98,16 @@ private:
 
     static constexpr SBlock* emptyBlock() noexcept { return const_cast<SBlock*>(&sNullBuffer); }
     static SBlock* allocateBlock(std::size_t size);
+    static SBlock* placeHeader(void* allocation, std::size_t size);
     void dropBlock() noexcept;
 
     /// Takes a private block of `size` bytes: as many of the present ones as fit, then zeros. False, with nothing
     /// changed, when no block can have that size.
     bool takeOwnBlock(std::size_t size);
+
+    /// The same for a size above the present one. A private block is lengthened where it lies, if it can be: large
+    /// ones then grow without a copy.
+    bool growBlock(std::size_t size);
 
     void exchange(CVQRCMemoryBuffer& other) noexcept {
         SBlock* const mine = mBlock;

@@ -34,6 +34,10 @@ unsigned int grownCapacity(unsigned int need) {
     return capacity;
 }
 
+std::uintptr_t addressOf(const void* byte) {
+    return reinterpret_cast<std::uintptr_t>(byte);
+}
+
 }  // namespace
 
 CVQByteStream& CVQByteStream::operator=(const CVQByteStream& other) {
@@ -62,7 +66,8 @@ void CVQByteStream::reserve(std::size_t capacity, bool force) {
         return;
     }
     // Kept: bytestream-force-shrinks. Length and position stay where they were.
-    if (!mStorage.takeOwnBlock(capacity) && getCapacity() != 0) {
+    const bool done = force ? mStorage.takeOwnBlock(capacity) : mStorage.growBlock(capacity);
+    if (!done && getCapacity() != 0) {
         doCheapAssert(kLineReserveNoData, kUnit);
     }
 }
@@ -83,10 +88,18 @@ unsigned int CVQByteStream::writeGrowing(const void* source, unsigned int count)
     const unsigned int need = toLength(end);
     // Kept: bytestream-cow-shrinks. Only a block that is too small is replaced by a larger one.
     const unsigned int target = need <= getCapacity() ? need : grownCapacity(need);
-    // `source` may lie in the block that is left.
-    const CVQRCMemoryBuffer left(mStorage);
-    mStorage.takeOwnBlock(target);
-    std::memcpy(mStorage.mBlock->data + mLength, source, count);
+    // `source` may lie in this stream's block: that of a shared block is kept until the bytes are copied, in a private
+    // one it moves along.
+    if (mStorage.isShared()) {
+        const CVQRCMemoryBuffer left(mStorage);
+        mStorage.takeOwnBlock(target);
+        std::memcpy(mStorage.mBlock->data + mLength, source, count);
+    } else {
+        const std::uintptr_t place = addressOf(source) - addressOf(getData());
+        const bool isInside = place < getCapacity();
+        mStorage.growBlock(target);
+        std::memmove(mStorage.mBlock->data + mLength, isInside ? getData() + place : source, count);
+    }
     mLength = need;
     return count;
 }

@@ -17,6 +17,13 @@ constexpr unsigned kLineSharedWrite = 264;
 constexpr std::size_t kHeaderSize = 16;
 constexpr std::size_t kPayloadUnit = 8;
 
+/// The allocation behind a block, for sizes up to CVQRCMemoryBuffer::kMaxSize.
+constexpr std::size_t allocationOf(std::size_t size) {
+    return kHeaderSize + (size + kPayloadUnit - 1) / kPayloadUnit * kPayloadUnit;
+}
+
+static_assert(allocationOf(CVQRCMemoryBuffer::kMaxSize) <= 0xFFFFFFF0U, "and 8 bytes of the allocator's own");
+
 }  // namespace
 
 VQ_CONSTINIT const CVQRCMemoryBuffer::SBlock CVQRCMemoryBuffer::sNullBuffer{1, 0, nullptr};
@@ -28,9 +35,11 @@ CVQRCMemoryBuffer::SBlock* CVQRCMemoryBuffer::allocateBlock(std::size_t size) {
     if (size == 0 || size > kMaxSize) {
         return emptyBlock();
     }
-    const std::size_t payload = (size + kPayloadUnit - 1) / kPayloadUnit * kPayloadUnit;
-    void* const raw = VQMemory::allocChecked(kHeaderSize + payload);
-    return new (raw) SBlock{1, toLength(size), static_cast<unsigned char*>(raw) + kHeaderSize};
+    return placeHeader(VQMemory::allocChecked(allocationOf(size)), size);
+}
+
+CVQRCMemoryBuffer::SBlock* CVQRCMemoryBuffer::placeHeader(void* allocation, std::size_t size) {
+    return new (allocation) SBlock{1, toLength(size), static_cast<unsigned char*>(allocation) + kHeaderSize};
 }
 
 void CVQRCMemoryBuffer::dropBlock() noexcept {
@@ -54,6 +63,19 @@ bool CVQRCMemoryBuffer::takeOwnBlock(std::size_t size) {
         std::memset(own.mBlock->data + kept, 0, size - kept);
     }
     exchange(own);
+    return true;
+}
+
+bool CVQRCMemoryBuffer::growBlock(std::size_t size) {
+    if (mBlock == &sNullBuffer || isShared()) {
+        return takeOwnBlock(size);
+    }
+    if (size > kMaxSize) {
+        return false;
+    }
+    const std::size_t kept = getSize();
+    mBlock = placeHeader(VQMemory::reallocChecked(mBlock, allocationOf(size)), size);
+    std::memset(mBlock->data + kept, 0, size - kept);
     return true;
 }
 
