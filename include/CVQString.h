@@ -42,8 +42,14 @@
 #include <iterator>
 #include <type_traits>
 
+class CVQString;
 class IVQIStream;
 class IVQOStream;
+
+/// The byte length (32 bits), then the bytes.
+VQ_EXPORT IVQOStream& operator<<(IVQOStream& stream, const CVQString& text);
+/// Reads that form. Length 0 truncates. A text that the stream does not deliver whole leaves the string empty.
+VQ_EXPORT const IVQIStream& operator>>(const IVQIStream& stream, CVQString& text);
 
 /// The block behind a string. Only CVQString and its conversions touch it.
 struct SVQStringData {
@@ -290,7 +296,7 @@ protected:
     SVQStringData* mData;
 
 private:
-    struct SSpan;
+    friend const IVQIStream& operator>>(const IVQIStream& stream, CVQString& text);
 
     void pointAtNull() noexcept { mData = const_cast<SVQStringData*>(&nullData); }
     void exchange(CVQString& other) noexcept {
@@ -299,8 +305,17 @@ private:
         other.mData = mine;
     }
     bool equals(const CVQString& other) const noexcept;
+    bool holds(const const_iterator& position, std::size_t& at) const noexcept;
+    CVQString slice(std::size_t at, std::size_t bytes, std::size_t characters) const;
+
     void moveToBlock(std::size_t capacity);
     void releaseBlock(unsigned owners) noexcept;
+    void adopt(SVQStringData* block) noexcept;
+    bool makeRoom(unsigned long long bytes);
+    void construct(const char* text, std::size_t bytes, std::size_t atByte, std::size_t asciiBytes);
+    bool splice(std::size_t at, std::size_t bytes, std::size_t characters, const CVQString& inserted);
+    void keep(std::size_t at, std::size_t bytes, std::size_t characters);
+    void receive(const IVQIStream& stream, unsigned bytes, unsigned terminator);
 };
 
 /// The text's hash: over all bytes, h = 5 h + byte, modulo 2^32. Kept: string-signed-hash.
@@ -308,11 +323,6 @@ VQ_EXPORT unsigned getHashValueForString(const CVQString& text) noexcept;
 
 /// The distance in characters, negative when `to` stands before `from`; no further than to a zero byte.
 VQ_EXPORT int operator-(const CVQString::const_iterator& to, const CVQString::const_iterator& from) noexcept;
-
-/// The byte length (32 bits), then the bytes.
-VQ_EXPORT IVQOStream& operator<<(IVQOStream& stream, const CVQString& text);
-/// Reads that form. Length 0 truncates. A text that the stream does not deliver whole leaves the string empty.
-VQ_EXPORT const IVQIStream& operator>>(const IVQIStream& stream, CVQString& text);
 
 static_assert(sizeof(SVQStringData) == SVQStringData::kOverhead && sizeof(unsigned) == 4, "the block's header");
 static_assert(offsetof(SVQStringData, mSentinel) == 16 && offsetof(SVQStringData, mTail) == 17, "text at 17");
