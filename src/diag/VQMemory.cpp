@@ -53,58 +53,71 @@ void* leaveBlock(void* block, SVQMemTraceData& data) {
 
 // Kept: alloc-eight-longer. Code that writes a little past its blocks has always found these bytes.
 constexpr std::size_t kExtraBytes = 8;
+VQ_CONSTINIT SVQMemTraceData sUnsettled{0, {0}, 0, nullptr, nullptr};
 VQ_CONSTINIT SVQMemTraceData sPlain{0, {0}, kExtraBytes, nullptr, nullptr};
 VQ_CONSTINIT SVQMemTraceData sTraced{1, {0}, sizeof(SBlockHeader), &enterBlock, &leaveBlock};
 
-VQ_CONSTINIT std::atomic<SVQMemTraceData*> sTraceData{nullptr};
+VQ_CONSTINIT std::atomic<SVQMemTraceData*> sTraceData{&sUnsettled};
 
 /// The first allocation settles the mode for good: blocks of both modes could not be told apart.
-VQ_COLD SVQMemTraceData& setUpTraceData() {
+SVQMemTraceData& settledTraceData() {
+    SVQMemTraceData* settled = sTraceData.load(std::memory_order_relaxed);
+    if (settled != &sUnsettled) {
+        return *settled;
+    }
     SVQMemTraceData* const chosen = VQStartupOptions::getMemoryTraceLevel() != 0 ? &sTraced : &sPlain;
-    SVQMemTraceData* settled = nullptr;
-    sTraceData.compare_exchange_strong(settled, chosen);
-    return settled != nullptr ? *settled : *chosen;
-}
-
-inline SVQMemTraceData& traceData() {
-    SVQMemTraceData* const data = sTraceData.load(std::memory_order_relaxed);
-    return VQ_LIKELY(data != nullptr) ? *data : setUpTraceData();
+    return sTraceData.compare_exchange_strong(settled, chosen) ? *chosen : *settled;
 }
 
 // ---- Blocks -------------------------------------------------------------------------------------------------------
 
-inline void* outOfMemory() {
+void* outOfMemory() {
     errno = ENOMEM;
     return nullptr;
 }
 
-inline void* allocate(std::size_t size) {
-    // Kept: alloc-clears-errno. Callers tell exhaustion from an empty request by errno.
+// Where the calling thread's errno is, once the mode is settled and not to trace: one look at it, instead of a call
+// for errno and a look at the mode, is what nearly every allocation has to do before it calls the C heap.
+VQ_CONSTINIT thread_local int* sPlainErrno __attribute__((tls_model("initial-exec"))) = nullptr;
+
+VQ_COLD void* allocateTheLongWay(std::size_t size) {
     errno = 0;
     // Kept: alloc-zero-null. Callers take null for the empty block.
     if (size == 0) {
         return nullptr;
     }
-    SVQMemTraceData& data = traceData();
+    SVQMemTraceData& data = settledTraceData();
     std::size_t wholeSize;
-    if (VQ_UNLIKELY(__builtin_add_overflow(size, data.extraBytes, &wholeSize))) {
+    if (__builtin_add_overflow(size, data.extraBytes, &wholeSize)) {
         return outOfMemory();
     }
-    if (VQ_LIKELY(data.afterAllocation == nullptr)) {
-        return std::malloc(wholeSize);
+    if (data.afterAllocation != nullptr) {
+        return data.afterAllocation(std::malloc(wholeSize), size, data);
     }
-    return data.afterAllocation(std::malloc(wholeSize), size, data);
+    sPlainErrno = &errno;
+    return std::malloc(wholeSize);
+}
+
+inline void* allocate(std::size_t size) {
+    int* const error = sPlainErrno;
+    // One comparison sorts out both 0 and what would wrap.
+    if (VQ_LIKELY(error != nullptr && size - 1 < SIZE_MAX - kExtraBytes)) {
+        // Kept: alloc-clears-errno. Callers tell exhaustion from an empty request by errno.
+        *error = 0;
+        return std::malloc(size + kExtraBytes);
+    }
+    return allocateTheLongWay(size);
 }
 
 inline void release(void* block) {
-    SVQMemTraceData* const data = sTraceData.load(std::memory_order_relaxed);
-    if (VQ_UNLIKELY(data != nullptr && data->beforeRelease != nullptr)) {
-        block = data->beforeRelease(block, *data);
+    SVQMemTraceData& data = *sTraceData.load(std::memory_order_relaxed);
+    if (VQ_UNLIKELY(data.beforeRelease != nullptr)) {
+        block = data.beforeRelease(block, data);
     }
     std::free(block);
 }
 
-inline void* reallocate(void* block, std::size_t size) {
+void* reallocate(void* block, std::size_t size) {
     if (block == nullptr) {
         return allocate(size);
     }
@@ -113,12 +126,12 @@ inline void* reallocate(void* block, std::size_t size) {
         release(block);
         return nullptr;
     }
-    SVQMemTraceData& data = traceData();
+    SVQMemTraceData& data = settledTraceData();
     std::size_t wholeSize;
-    if (VQ_UNLIKELY(__builtin_add_overflow(size, data.extraBytes, &wholeSize))) {
+    if (__builtin_add_overflow(size, data.extraBytes, &wholeSize)) {
         return outOfMemory();
     }
-    if (VQ_LIKELY(data.afterAllocation == nullptr)) {
+    if (data.afterAllocation == nullptr) {
         return std::realloc(block, wholeSize);
     }
     // Kept: realloc-drift. When the C heap refuses, the old block lives on uncounted.
@@ -132,7 +145,7 @@ constexpr std::size_t frontOf(std::size_t alignment) {
     return std::max(alignment, sizeof(SBlockHeader));
 }
 
-inline bool isAlignedAnyway(std::size_t alignment) {
+bool isAlignedAnyway(std::size_t alignment) {
     return alignment <= __STDCPP_DEFAULT_NEW_ALIGNMENT__;
 }
 
@@ -141,7 +154,7 @@ void* allocateAligned(std::size_t size, std::size_t alignment) {
         return allocate(size);
     }
     errno = 0;
-    SVQMemTraceData& data = traceData();
+    SVQMemTraceData& data = settledTraceData();
     const bool traced = data.afterAllocation != nullptr;
     std::size_t wholeSize;
     if (__builtin_add_overflow(size, traced ? frontOf(alignment) : data.extraBytes, &wholeSize)) {
@@ -160,7 +173,7 @@ void* allocateAligned(std::size_t size, std::size_t alignment) {
 }
 
 void releaseAligned(void* block, std::size_t alignment) {
-    SVQMemTraceData& data = traceData();
+    SVQMemTraceData& data = settledTraceData();
     if (isAlignedAnyway(alignment) || data.beforeRelease == nullptr || block == nullptr) {
         release(block);
         return;
@@ -202,7 +215,7 @@ inline void* allocateChecked(std::size_t size) {
     return block;
 }
 
-inline void* allocateCheckedAligned(std::size_t size, std::align_val_t alignment) {
+void* allocateCheckedAligned(std::size_t size, std::align_val_t alignment) {
     void* const block = allocateAligned(size, static_cast<std::size_t>(alignment));
     if (VQ_UNLIKELY(block == nullptr && size != 0)) {
         endExhausted("allocate", size);
@@ -210,7 +223,7 @@ inline void* allocateCheckedAligned(std::size_t size, std::align_val_t alignment
     return block;
 }
 
-inline void* reallocateChecked(void* block, std::size_t size) {
+void* reallocateChecked(void* block, std::size_t size) {
     void* const resized = reallocate(block, size);
     if (VQ_UNLIKELY(resized == nullptr && size != 0)) {
         endExhausted("reallocate", size);
@@ -250,7 +263,8 @@ void VQMemory::release(void* block, std::size_t) {
 
 SVQHeapInfo VQMemory::getHeapInfo() {
     // Below zero only by the drift: then the wrapped figure of the target.
-    const long long total = static_cast<std::ptrdiff_t>(traceData().allocatedBytes.load(std::memory_order_relaxed));
+    const long long total =
+        static_cast<std::ptrdiff_t>(settledTraceData().allocatedBytes.load(std::memory_order_relaxed));
     return {static_cast<unsigned>(std::min<long long>(total, UINT_MAX))};
 }
 
