@@ -3,7 +3,8 @@ add_library(sys_marlix_objects OBJECT)
 target_include_directories(sys_marlix_objects
     PUBLIC  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     PRIVATE ${PROJECT_SOURCE_DIR}/src)
-target_compile_options(sys_marlix_objects PRIVATE -fno-exceptions -fno-rtti)
+# A program may replace the library, but not one of its functions under the others: calls within a unit stay direct.
+target_compile_options(sys_marlix_objects PRIVATE -fno-exceptions -fno-rtti -fno-semantic-interposition)
 target_link_libraries(sys_marlix_objects PRIVATE marlix_warnings)
 
 # What both libraries offer to their users: the headers, and on the host the kernel's headers beside them.

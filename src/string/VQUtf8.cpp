@@ -6,6 +6,8 @@
 #include "VQUtf8AVX2.h"
 #endif
 
+#include <VQExport.h>
+
 #include <atomic>
 #include <cstring>
 
@@ -21,7 +23,7 @@ const SPasses& choosePasses() {
 #endif
 }
 
-std::atomic<const SPasses*> sPasses{nullptr};
+VQ_CONSTINIT std::atomic<const SPasses*> sPasses{nullptr};
 
 const SPasses& passes() {
     const SPasses* chosen = sPasses.load(std::memory_order_relaxed);
