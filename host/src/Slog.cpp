@@ -9,6 +9,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/neutrino.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -18,8 +19,9 @@
 namespace host {
 namespace {
 
+constexpr unsigned kCovered = _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY;  // on Neutrino a message to the logger
 constexpr char kVariable[] = "NTO_SLOG";
-constexpr timeval kPatience = {1, 0};
+constexpr uint64_t kPatienceNs = kNsPerSecond;
 
 struct Message {
     SlogKind kind;
@@ -27,23 +29,30 @@ struct Message {
     int severity;
     void* data;
     size_t size;
+    Deadline armed;
 };
 
 /// Waits while the logger's queue is full: the kernel lets only about ten datagrams wait in it.
-bool sendPatiently(int socket, const msghdr& message) {
-    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof(kPatience));
-    const uint64_t endNs = nowNs(CLOCK_MONOTONIC) + kPatience.tv_sec * UINT64_C(1000000000);
+bool sendPatiently(int socket, const msghdr& message, Deadline armed) {
+    const Deadline patience = {nowNs(CLOCK_MONOTONIC) + kPatienceNs};
+    const uint64_t endNs = armed.ns < patience.ns ? armed.ns : patience.ns;
     do {
+        const uint64_t now = nowNs(CLOCK_MONOTONIC);
+        if (now >= endNs) {
+            errno = endNs == patience.ns ? EAGAIN : ETIMEDOUT;
+            return false;
+        }
+        const uint64_t micros = (endNs - now + 999) / 1000;  // up: never early, and 0 would be without limit
+        const timeval rest = {static_cast<time_t>(micros / 1000000), static_cast<suseconds_t>(micros % 1000000)};
+        setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &rest, sizeof(rest));
         if (sendmsg(socket, &message, MSG_NOSIGNAL) >= 0)
             return true;
-    } while (errno == EINTR && nowNs(CLOCK_MONOTONIC) < endNs);
-    if (errno == EINTR)
-        errno = EAGAIN;
+    } while (errno == EINTR || errno == EAGAIN);
     return false;
 }
 
 /// Sends one datagram. 0 or the error number.
-int sendTo(const char* path, iovec* parts, size_t partCount) {
+int sendTo(const char* path, iovec* parts, size_t partCount, Deadline armed) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     const size_t length = strlen(path);
@@ -61,7 +70,7 @@ int sendTo(const char* path, iovec* parts, size_t partCount) {
     const ErrnoKeeper keeper;
     const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (socket.isOpen() && (sendmsg(socket.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0 ||
-                            (errno == EAGAIN && sendPatiently(socket.get(), message))))
+                            (errno == EAGAIN && sendPatiently(socket.get(), message, armed))))
         return 0;
     return errno == ECONNREFUSED ? ENOENT : errno;  // the socket of a logger that has gone
 }
@@ -78,7 +87,7 @@ int sendRecord(const char* path, const Message& message) {
     record.timeNs = nowNs(CLOCK_REALTIME);
     record.size = static_cast<uint32_t>(message.size);
     iovec parts[] = {{&record, sizeof(record)}, {message.data, message.size}};
-    return sendTo(path, parts, 2);
+    return sendTo(path, parts, 2, message.armed);
 }
 
 int syslogLevel(int severity) {
@@ -103,11 +112,11 @@ int sendSyslog(const Message& message) {
                                     program_invocation_short_name, getpid());
     if (message.kind == SlogKind::TEXT) {
         iovec parts[] = {{head, static_cast<size_t>(headLength)}, {message.data, message.size}};
-        return sendTo("/dev/log", parts, 2);
+        return sendTo("/dev/log", parts, 2, message.armed);
     }
     char text[2 * kSlogBytesMax];
     iovec parts[] = {{head, static_cast<size_t>(headLength)}, {text, hexOf(message, text)}};
-    return sendTo("/dev/log", parts, 2);
+    return sendTo("/dev/log", parts, 2, message.armed);
 }
 
 int failed(int error) {
@@ -127,7 +136,7 @@ int log(const Message& message) {
 using namespace host;
 
 int vslogf(int opcode, int severity, const char* format, va_list arguments) {
-    dropTimeout();
+    const Deadline armed = takeTimeout(kCovered);
     char text[kSlogTextMax + 1];
     const int saved = errno;
     const int length = vsnprintf(text, sizeof(text), format, arguments);
@@ -135,7 +144,7 @@ int vslogf(int opcode, int severity, const char* format, va_list arguments) {
         return -1;
     errno = saved;
     const size_t size = static_cast<unsigned>(length) < kSlogTextMax ? static_cast<unsigned>(length) : kSlogTextMax;
-    return log({SlogKind::TEXT, opcode, severity, text, size});
+    return log({SlogKind::TEXT, opcode, severity, text, size, armed});
 }
 
 int slogf(int opcode, int severity, const char* format, ...) {
@@ -147,14 +156,14 @@ int slogf(int opcode, int severity, const char* format, ...) {
 }
 
 int slogb(int opcode, int severity, void* data, int size) {
-    dropTimeout();
+    const Deadline armed = takeTimeout(kCovered);
     if (size < 0 || static_cast<unsigned>(size) > kSlogBytesMax)
         return failed(EINVAL);
-    return log({SlogKind::BYTES, opcode, severity, data, static_cast<size_t>(size)});
+    return log({SlogKind::BYTES, opcode, severity, data, static_cast<size_t>(size), armed});
 }
 
 int slogi(int opcode, int severity, int nargs, ...) {
-    dropTimeout();
+    const Deadline armed = takeTimeout(kCovered);
     if (nargs < 0 || static_cast<unsigned>(nargs) > kSlogIntsMax)
         return failed(EINVAL);
     int values[kSlogIntsMax];
@@ -163,5 +172,5 @@ int slogi(int opcode, int severity, int nargs, ...) {
     for (int i = 0; i < nargs; ++i)
         values[i] = va_arg(arguments, int);
     va_end(arguments);
-    return log({SlogKind::INTS, opcode, severity, values, static_cast<size_t>(nargs) * sizeof(int)});
+    return log({SlogKind::INTS, opcode, severity, values, static_cast<size_t>(nargs) * sizeof(int), armed});
 }

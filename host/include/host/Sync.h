@@ -43,20 +43,29 @@ extern __thread unsigned __nto_owner __attribute__((tls_model("initial-exec")));
 
 #define __NTO_SYNC_SHARED 0x80000000u  // in the count word
 
+/// Replaces the owner word `expected` by `desired`. While the process has one thread nobody can come in between,
+/// save the other processes that share the mutex: then plain loads and stores do.
+inline bool __nto_change_owner(_sync* mutex, unsigned expected, unsigned desired, int order) noexcept {
+    if (__libc_single_threaded && (__atomic_load_n(&mutex->__count, __ATOMIC_RELAXED) & __NTO_SYNC_SHARED) == 0) {
+        if (__atomic_load_n(&mutex->__owner, __ATOMIC_RELAXED) != expected)
+            return false;
+        __atomic_store_n(&mutex->__owner, desired, __ATOMIC_RELAXED);
+        return true;
+    }
+    return __atomic_compare_exchange_n(&mutex->__owner, &expected, desired, /*weak*/ false, order,
+                                       __ATOMIC_RELAXED);
+}
+
 /// Locks a free mutex; false for any reason to take the long way.
 inline bool __nto_take(_sync* mutex) noexcept {
     const unsigned self = __nto_owner;
-    unsigned free = 0;
-    return self != 0 && __atomic_compare_exchange_n(&mutex->__owner, &free, self, /*weak*/ false, __ATOMIC_ACQUIRE,
-                                                    __ATOMIC_RELAXED);
+    return self != 0 && __nto_change_owner(mutex, 0, self, __ATOMIC_ACQUIRE);
 }
 
 /// Unlocks a mutex that the caller holds once and nobody waits for; false for any reason to take the long way.
 inline bool __nto_give(_sync* mutex) noexcept {
     const unsigned self = __nto_owner;
-    unsigned held = self;
-    return self != 0 && __atomic_compare_exchange_n(&mutex->__owner, &held, 0u, /*weak*/ false, __ATOMIC_RELEASE,
-                                                    __ATOMIC_RELAXED);
+    return self != 0 && __nto_change_owner(mutex, self, 0, __ATOMIC_RELEASE);
 }
 
 extern "C++" {  // also where an application includes <pthread.h> in a block of C declarations

@@ -3,7 +3,8 @@
 //   Host     each message is one datagram: to the socket that the variable NTO_SLOG names, as <host/SlogRecord.h>
 //            describes it; without the variable to /dev/log in syslog form. A message is never cut in the middle of
 //            a record. It waits for a logger that is behind, as Neutrino's does, but no longer than a second: a
-//            logger that stands still costs the message (EAGAIN).
+//            logger that stands still costs the message (EAGAIN). An armed SEND or REPLY time-out may end the wait
+//            before (ETIMEDOUT).
 //   Errors   -1 and errno: ENOENT when no logger runs, EINVAL for too much data, EAGAIN, EMFILE and whatever else
 //            the socket calls say. A message that was sent leaves errno as it was; its result is 0, but callers
 //            test for -1 only.
