@@ -1,0 +1,163 @@
+#include <CVQFix16.h>
+
+#include <CVQAsserter.h>
+
+namespace {
+
+constexpr char kUnit[] = "CVQFix16";
+
+constexpr int kRawPi = 205'887;
+constexpr int kRawHalfPi = kRawPi / 2;
+constexpr int kRawTwoPi = kRawPi * 2;
+constexpr int kRawFullTurn = 360 << 16;
+
+// 0 to 181.0, halved 16 times, falls into blocks of 181 steps.
+constexpr int kBlock = 181;
+constexpr int kRawRootLimit = kBlock << 16;
+constexpr int kRawRootLimitSquare = (kBlock * kBlock) << 16;
+
+constexpr int squareOf(int raw) {
+    return static_cast<int>(static_cast<long long>(raw) * raw >> 16);
+}
+
+// For numbers of 32 bits whose first byte is 64 to 255: the first byte of the root of the middle one.
+struct SRootTable {
+    constexpr SRootTable() : roots() {
+        unsigned root = 128;
+        for (unsigned lead = 64; lead != 256; ++lead) {
+            const unsigned middle = (lead << 8) + 128;
+            while (root != 255 && (2 * root + 1) * (2 * root + 1) <= 4 * middle) {
+                ++root;
+            }
+            roots[lead - 64] = static_cast<unsigned char>(root);
+        }
+    }
+    unsigned char roots[192];
+};
+constexpr SRootTable kRootTable;
+
+// The whole part of the square root; `value` is not 0.
+unsigned wholeRoot(unsigned value) {
+    const int shift = __builtin_clz(value) & ~1;
+    const unsigned scaled = value << shift;
+    const unsigned estimate = kRootTable.roots[(scaled >> 24) - 64];
+    // One step of Newton's method doubles the correct bits; its result is never too small and at most one too large.
+    const unsigned root = ((estimate << 7) + (scaled >> 9) / estimate) >> (shift / 2);
+    return static_cast<unsigned long long>(root) * root > value ? root - 1 : root;
+}
+
+}  // namespace
+
+VQ_CONSTINIT const CVQFix16 CVQFix16::PI = CVQFix16::fromRaw(kRawPi);
+VQ_CONSTINIT const CVQFix16 CVQFix16::MINVALUE = CVQFix16::fromRaw(kMinRaw);
+VQ_CONSTINIT const CVQFix16 CVQFix16::MAXVALUE = CVQFix16::fromRaw(kMaxRaw);
+
+void CVQFix16::report(unsigned line) {
+    doCheapAssert(line, kUnit);
+}
+
+CVQFix16::CVQFix16(double value) {
+    // Compared before it is cast: a cast of what does not fit is undefined. NaN fails both comparisons.
+    const double scaled = value * kOne;
+    const double nearest = scaled < 0 ? scaled - 0.5 : scaled + 0.5;
+    if (VQ_LIKELY(nearest > kMinRaw - 1.0 && nearest < kMaxRaw + 1.0)) {
+        mRaw = static_cast<int>(nearest);
+        return;
+    }
+    report(kLineFromDouble);
+    mRaw = value < 0 ? kMinRaw : value > 0 ? kMaxRaw : 0;
+}
+
+CVQFix16 CVQFix16::operator%(const CVQFix16& other) const {
+    // A divisor above 1.0 lets nothing below overflow, and then the steps come out as the remainder of the raws.
+    if (VQ_LIKELY(other.mRaw > kOne || other.mRaw < -kOne)) {
+        return fromRaw(mRaw % other.mRaw);
+    }
+    const CVQFix16 quotient = *this / other;
+    return *this - CVQFix16(quotient.toInt()) * other;
+}
+
+CVQFix16 CVQFix16::sqrt(const CVQFix16& x) {
+    if (VQ_UNLIKELY(x.mRaw < 0)) {
+        report(kLineNegativeRoot);
+        return fromRaw(1);  // where the bisection ends when every square is too large
+    }
+    // Kept: fix16-sqrt-top.
+    if (VQ_UNLIKELY(x.mRaw >= kRawRootLimitSquare)) {
+        return fromRaw(x.mRaw > kRawRootLimitSquare ? kRawRootLimit : kRawRootLimit - 1);
+    }
+
+    const auto scaled = static_cast<unsigned long long>(x.mRaw) << kFractionBits;
+    const auto blocks = wholeRoot(static_cast<unsigned>(scaled / (kBlock * kBlock)) | 1);
+    int low = static_cast<int>(blocks) * kBlock;
+    int high = low + kBlock;
+    if (squareOf(high) == x.mRaw) {
+        return fromRaw(high);
+    }
+    if (squareOf(low) == x.mRaw) {
+        return fromRaw(low);
+    }
+    int root = low;
+    do {
+        root = (low + high) / 2;
+        const int square = squareOf(root);
+        if (square == x.mRaw) {
+            break;
+        }
+        (square > x.mRaw ? high : low) = root;
+    } while (high - low >= 2);
+    return fromRaw(root);
+}
+
+CVQFix16 CVQFix16::sin(const CVQFix16& x) {
+    int angle = x.mRaw % kRawTwoPi;
+    bool isNegative = angle < 0;
+    if (isNegative) {
+        angle = -angle;
+    }
+    if (angle >= kRawPi) {
+        isNegative = !isNegative;
+        angle = kRawTwoPi - angle;
+    }
+    // Kept: fix16-pi. At exactly half of PI this gives one step more than half of PI.
+    if (angle >= kRawHalfPi) {
+        angle = kRawPi - angle;
+    }
+
+    // Every product and quotient is cut towards zero, so that the terms can be followed without their signs. The
+    // fifth of them is less than a step for every angle that is left.
+    const auto times = [](unsigned a, unsigned b) {
+        return static_cast<unsigned>(static_cast<unsigned long long>(a) * b >> kFractionBits);
+    };
+    const auto r = static_cast<unsigned>(angle);
+    const unsigned third = times(times(r, r), r) / 6;
+    const unsigned fifth = times(times(third, r), r) / 20;
+    const unsigned seventh = times(times(fifth, r), r) / 42;
+    const unsigned ninth = times(times(seventh, r), r) / 72;
+    const auto sum = static_cast<int>(r - third + fifth - seventh + ninth);
+    const int sine = sum < kOne ? sum : kOne;
+    return fromRaw(isNegative ? -sine : sine);
+}
+
+CVQFix16 CVQFix16::cos(const CVQFix16& x) {
+    return sin(x + fromRaw(kRawHalfPi));
+}
+
+CVQFix16 CVQFix16::tan(const CVQFix16& x) {
+    const CVQFix16 cosine = cos(x);
+    if (VQ_UNLIKELY(cosine.mRaw == 0)) {
+        report(kLineTangent);
+    }
+    return sin(x) / cosine;
+}
+
+CVQFix16 CVQFix16::rad2deg(const CVQFix16& x) {
+    const int angle = x.mRaw % kRawTwoPi;
+    return MulDiv(fromRaw((angle < 0 ? angle + kRawTwoPi : angle) * 360), fromRaw(kOne), fromRaw(kRawTwoPi));
+}
+
+CVQFix16 CVQFix16::deg2rad(const CVQFix16& x) {
+    const int angle = x.mRaw % kRawFullTurn;
+    const CVQFix16 twice = fromRaw((angle < 0 ? angle + kRawFullTurn : angle) * 2);
+    return MulDiv(twice * fromRaw(kRawPi), fromRaw(kOne), fromRaw(kRawFullTurn));
+}

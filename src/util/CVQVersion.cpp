@@ -1,0 +1,3 @@
+#include <CVQVersion.h>
+
+VQ_CONSTINIT const CVQVersion CVQVersion::invalid(0, 0, 0);
