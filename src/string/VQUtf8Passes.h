@@ -179,7 +179,7 @@ SExtent measure(const char* text, std::size_t bytes, std::size_t maxCharacters) 
 
         // What is left of the text, at the end of a vector that overlaps the bytes before.
         const std::size_t rest = bytes - at;
-        if (limit - done == rest && rest < V::kBytes && bytes >= V::kBytes + 3) {
+        if (limit - done == rest && rest > 0 && rest < V::kBytes && bytes >= V::kBytes + 3) {
             const char* const place = text + bytes - V::kBytes;
             const auto x = V::load(place);
             if (V::marks(irregular<V>(place, x)) == 0 && unfinishedBefore(text + bytes) == 0) {
