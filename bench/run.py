@@ -1,0 +1,286 @@
+#!/usr/bin/env python3
+"""Runs the benchmark programs of one build in turns and prints one table of ratios, ours over theirs.
+
+Only ratios count, and only within one run: for each piece of work our program and the peers' program run one after
+the other, in many short rounds whose order alternates, each in a new process. A ratio is taken within its round, so
+that a change of clock rate or load between rounds meets both sides; the table shows the median of the rounds and the
+middle half of them. Times are processor time of the measuring thread, except where two threads compete: there it is
+the time that passed.
+"""
+
+import argparse
+import collections
+import json
+import os
+import platform
+import re
+import statistics
+import subprocess
+import sys
+from pathlib import Path
+
+# Operation -> what it is; {size} is the benchmark's size.
+WORK = {
+    "CVQString_Copy": "copy and drop a string of {size} B",
+    "CVQString_CopyAlone": "the same in a process that never had threads",
+    "CVQString_FromAscii": "build and validate {size} B of ASCII",
+    "CVQString_FromGerman": "build and validate {size} B of German",
+    "CVQString_FromChinese": "build and validate {size} B of Chinese",
+    "CVQString_Find": "find in {size} B, first byte frequent",
+    "CVQString_FindInProse": "find in {size} B of prose",
+    "CVQString_FindPeriodic": "find in {size} B, all but the end alike",
+    "CVQString_Format": "format {size} characters",
+    "CVQString_AppendReserved": "append 8 B at a time to {size} B, reserved",
+    "CVQString_AppendGrowing": "append 8 B at a time to {size} B, growing",
+    "CVQString_Hash": "hash {size} B",
+    "CVQString_Equal": "compare two equal texts of {size} B",
+    "CVQString_ReplaceAll": "replace 64 placeholders in {size} B",
+    "CVQString_Walk": "walk over {size} B of Chinese by character",
+    "CVQByteStream_RoundTrip": "10^6 values and 10^5 strings, out and back",
+    "CVQByteStream_WriteValues": "write 10^6 32-bit values",
+    "CVQByteStream_ReadValues": "read 10^6 32-bit values",
+    "CVQByteStream_WriteStrings": "write 10^5 strings of 20 B",
+    "CVQByteStream_ReadStrings": "read 10^5 strings of 20 B",
+    "CVQByteStream_Copy": "copy and drop a stream of {size} B",
+    "CVQBuffer_Copy": "copy and drop a buffer of {size} B",
+    "CVQBuffer_Create": "create, fill and drop a buffer of {size} B",
+    "CVQCriticalSection_LockUnlock": "lock and unlock, uncontended",
+    "CVQCriticalSection_LockUnlockAlone": "the same in a process that never had threads",
+    "CVQCriticalSection_Contended": "two threads, 50 ns inside, per section",
+    "CVQMutex_LockUnlockRecursive": "lock and unlock, recursive",
+    "CVQMutex_LockWithTimeout": "lock with a time-out of 1 s and unlock",
+    "CVQMutex_TryLock": "try to lock, and unlock",
+    "VQMemory_AllocRelease": "allocate and release {size} B",
+    "VQMemory_NewDelete": "new and delete of {size} B",
+    "VQMemory_AlignedNewDelete": "new and delete of {size} B, aligned to 64",
+    "VQMemory_MixedBlocks": "{size} live blocks of 16 to 495 B",
+    "VQMemory_Realloc": "grow by doubling from 64 B to {size} B",
+    "VQMemory_Fill8": "fill {size} B with bytes",
+    "VQMemory_Fill16": "fill {size} B with 16-bit words",
+    "VQMemory_Fill32": "fill {size} B with 32-bit words",
+    "VQMemory_Fill64": "fill {size} B with 64-bit words",
+    "VQMemory_FillNibble": "fill {size} nibbles, from within a byte",
+    "CVQAsserter_CheckHolds": "a check that holds",
+    "CVQAsserter_Expected": "an assertion that is expected, so only counted",
+    "VQSyslog_LogMsg": "log a line of {size} characters, and take it out",
+}
+
+# (operation, start of the peer's name) -> the highest ratio that is good enough.
+GOALS = {
+    ("CVQString_Copy", "QString"): 1.0,
+    ("CVQString_Copy", "std::string"): 0.3,
+    ("CVQString_CopyAlone", "QString"): 1.0,
+    ("CVQString_CopyAlone", "std::string"): 0.3,
+    ("CVQString_FromAscii", "QString::fromUtf8"): 1.0,
+    ("CVQString_FromGerman", "QString::fromUtf8"): 1.0,
+    ("CVQString_FromChinese", "QString::fromUtf8"): 1.0,
+    ("CVQString_FromAscii", "floor: malloc, memcpy, free"): 2.0,
+    ("CVQString_Find", "std::string::find"): 1.0,
+    ("CVQString_Format", "snprintf, std::string"): 1.2,
+    ("CVQByteStream_RoundTrip", "QDataStream"): 0.5,
+    ("CVQByteStream_RoundTrip", "POCO"): 1.0,
+    ("CVQCriticalSection_LockUnlock", "glibc default mutex"): 1.0,
+    ("CVQCriticalSection_LockUnlockAlone", "glibc default mutex"): 1.0,
+    ("CVQCriticalSection_Contended", "glibc default mutex"): 1.0,
+    ("VQMemory_AllocRelease", "malloc, free"): 1.1,
+}
+
+OURS = "ours"
+NAME = re.compile(r"BM_(?P<operation>\w+)/(?P<contender>[^/]+)/(?P<size>\d+)(?P<clock>/manual_time|/real_time)?")
+
+Sample = collections.namedtuple("Sample", "time counters")
+
+
+class Failure(Exception):
+    pass
+
+
+def arguments():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--build", type=Path, default=Path("build/bench"), help="build folder (build/bench)")
+    parser.add_argument("--rounds", type=int, default=15, help="processes started for each side (15)")
+    parser.add_argument("--seconds", type=float, default=0.05, help="least time of one measurement (0.05)")
+    parser.add_argument("--only", default="", help="operations whose name holds this regular expression")
+    parser.add_argument("--check", action="store_true",
+                        help="one short round: does every benchmark run, with the right result? No time is judged")
+    return parser.parse_args()
+
+
+def parse(name):
+    match = NAME.fullmatch(name)
+    if not match:
+        raise Failure(f"{name}: not a name of the form BM_<Unit>_<Operation>/<contender>/<size>")
+    return match
+
+
+def programs(build):
+    """Operation -> the programs that have a contender for it, ours first."""
+    found = collections.OrderedDict()
+    for program in sorted(build.glob("bin/bench_*")):
+        listed = subprocess.run([program, "--benchmark_list_tests=true"], capture_output=True, text=True, check=True)
+        for name in listed.stdout.splitlines():
+            running = found.setdefault(parse(name)["operation"], [])
+            if program not in running:
+                running.append(program)
+    return found
+
+
+def pin(operation):
+    """Keeps the measured thread on one processor. Threads that compete choose their own."""
+    if "Contended" not in operation:
+        os.sched_setaffinity(0, {max(os.sched_getaffinity(0))})
+
+
+def measure(program, operation, seconds):
+    """One process: (contender, size) -> Sample for each benchmark of the operation."""
+    done = subprocess.run(
+        [program, f"--benchmark_filter=^BM_{operation}/", f"--benchmark_min_time={seconds}", "--benchmark_format=json"],
+        capture_output=True, text=True, preexec_fn=lambda: pin(operation))
+    if done.returncode != 0:
+        raise Failure(f"{program.name}, {operation}: {done.stderr.strip() or done.returncode}")
+    samples = {}
+    for result in json.loads(done.stdout)["benchmarks"]:
+        name = parse(result["name"])
+        if result.get("error_occurred"):
+            print(f"left out: {result['name']}: {result['error_message']}", file=sys.stderr)
+            continue
+        time = result["real_time" if name["clock"] else "cpu_time"]
+        counters = {key: result[key] for key in ("handovers",) if key in result}
+        samples[name["contender"], int(name["size"])] = Sample(time, counters)
+    return samples
+
+
+def goal(operation, peer):
+    for (of, start), limit in GOALS.items():
+        if of == operation and peer.startswith(start):
+            return limit
+    return None
+
+
+def quartiles(values):
+    if len(values) < 2:
+        return values[0], values[0], values[0]
+    low, middle, high = statistics.quantiles(values, n=4, method="inclusive")
+    return low, middle, high
+
+
+def compare(operation, rounds):
+    """One row for each peer and size, from what each round measured."""
+    rows = []
+    contenders = [key for key in rounds[0] if key[0] != OURS]
+    for peer, size in sorted(contenders, key=lambda key: key[1]):
+        pairs = [(one[OURS, size], one[peer, size]) for one in rounds if (OURS, size) in one and (peer, size) in one]
+        if not pairs:
+            continue
+        low, ratio, high = quartiles([ours.time / theirs.time for ours, theirs in pairs])
+        limit = goal(operation, peer)
+        rows.append({
+            "operation": operation,
+            "work": WORK[operation].format(size=size),
+            "size": size,
+            "ours": statistics.median(ours.time for ours, _ in pairs),
+            "peer": peer,
+            "theirs": statistics.median(theirs.time for _, theirs in pairs),
+            "ratio": ratio, "low": low, "high": high,
+            "goal": limit,
+            "met": None if limit is None else ratio <= limit,
+            "counters": {"ours": pairs[0][0].counters, "peer": pairs[0][1].counters},
+        })
+    return rows
+
+
+def duration(nanoseconds):
+    for unit, scale in (("ns", 1), ("us", 1e3), ("ms", 1e6)):
+        if nanoseconds < 1000 * scale or unit == "ms":
+            return f"{nanoseconds / scale:.3g} {unit}"
+
+
+def verdict(row):
+    if row["goal"] is None:
+        return ""
+    word = "yes" if row["met"] else "no"
+    # The goal lies within the middle half of the rounds: another run may say the opposite.
+    return word + (", close" if row["low"] <= row["goal"] <= row["high"] else "")
+
+
+def cells(row):
+    def with_handovers(time, counters):
+        share = f" ({counters['handovers']:.0%} handed over)" if "handovers" in counters else ""
+        return duration(time) + share
+    return (row["work"], with_handovers(row["ours"], row["counters"]["ours"]),
+            row["peer"], with_handovers(row["theirs"], row["counters"]["peer"]),
+            f"{row['ratio']:.2f} ({row['low']:.2f}-{row['high']:.2f})",
+            "" if row["goal"] is None else f"<= {row['goal']:.1f}", verdict(row))
+
+
+HEAD = ("work", "ours", "peer", "theirs", "ratio (middle half)", "goal", "met")
+
+
+def plain(rows):
+    table = [HEAD] + [cells(row) for row in rows]
+    widths = [max(len(line[i]) for line in table) for i in range(len(HEAD))]
+    lines = ["  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in table]
+    lines.insert(1, "  ".join("-" * width for width in widths))
+    return "\n".join(lines)
+
+
+def markdown(rows):
+    lines = ["| " + " | ".join(HEAD) + " |", "|" + "---|" * len(HEAD)]
+    lines += ["| " + " | ".join(cells(row)) + " |" for row in rows]
+    return "\n".join(lines)
+
+
+def machine(build):
+    """What figures cannot be understood without."""
+    with open("/proc/cpuinfo", encoding="ascii", errors="replace") as info:
+        models = [line.split(":", 1)[1].strip() for line in info if line.startswith(("model name", "Processor"))]
+    commit = subprocess.run(["git", "-C", Path(__file__).parent, "describe", "--always", "--dirty", "--abbrev=12"],
+                            capture_output=True, text=True, check=False).stdout.strip()
+    with open(build / "bench" / "build.json", encoding="utf-8") as file:
+        built = json.load(file)
+    return {"processor": f"{models[0] if models else platform.machine()}, {os.cpu_count()} processors",
+            "system": f"{platform.system()} {platform.release()}, {os.confstr('CS_GNU_LIBC_VERSION')}",
+            **built, "commit": commit, "load before": f"{os.getloadavg()[0]:.2f}"}
+
+
+def main():
+    options = arguments()
+    if options.check:
+        options.rounds, options.seconds = 1, 0.001
+    about = machine(options.build)
+    for key, value in about.items():
+        print(f"{key + ':':13}{value}")
+    operations = {of: running for of, running in programs(options.build).items() if re.search(options.only, of)}
+    if not operations:
+        raise Failure("no benchmark programs, or none of that name")
+    for unknown in operations.keys() - WORK.keys():
+        raise Failure(f"{unknown} has no description in WORK")
+
+    measured = {operation: [] for operation in operations}
+    for turn in range(options.rounds):
+        print(f"round {turn + 1} of {options.rounds}", file=sys.stderr)
+        for operation, running in operations.items():
+            together = {}
+            for program in running if turn % 2 == 0 else reversed(running):
+                together.update(measure(program, operation, options.seconds))
+            measured[operation].append(together)
+    rows = [row for operation in operations for row in compare(operation, measured[operation])]
+    if options.check:
+        print(f"{len(rows)} comparisons ran with the right results")
+        return
+    print()
+    print(plain(rows))
+    judged = [row for row in rows if row["goal"] is not None]
+    print(f"\n{sum(row['met'] for row in judged)} of {len(judged)} goals met")
+
+    heading = "\n".join(f"- {key}: {value}" for key, value in about.items())
+    (options.build / "ratios.md").write_text(f"{heading}\n\n{markdown(rows)}\n", encoding="utf-8")
+    (options.build / "ratios.json").write_text(json.dumps({**about, "rows": rows}, indent=1) + "\n", encoding="utf-8")
+    print(f"also in {options.build / 'ratios.md'} and {options.build / 'ratios.json'}")
+
+
+if __name__ == "__main__":
+    try:
+        main()
+    except Failure as failure:
+        sys.exit(f"run.py: {failure}")
