@@ -25,8 +25,10 @@ using std::chrono::milliseconds;
 // How often a child is looked at that has closed its pipes, or whose pipes somebody else holds open.
 constexpr milliseconds kLook{2};
 
+// Takes plain words: making a string allocates, which clears errno.
 [[noreturn]] void fail(const char* what) {
-    throw std::system_error(errno, std::generic_category(), what);
+    const int error = errno;
+    throw std::system_error(error, std::generic_category(), what);
 }
 
 struct Pipe {

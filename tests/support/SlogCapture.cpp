@@ -22,8 +22,10 @@ namespace {
 constexpr char kMarker[] = "marlix: everything before this has been received";
 constexpr int kStuckMs = 20000;
 
-[[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
+// Takes plain words: making a string allocates, which clears errno.
+[[noreturn]] void fail(const char* what) {
+    const int error = errno;
+    throw std::system_error(error, std::generic_category(), what);
 }
 
 sockaddr_un addressOf(const std::string& path) {
@@ -46,7 +48,7 @@ int bindSocket(const std::string& path) {
     const int descriptor = makeSocket();
     const sockaddr_un address = addressOf(path);
     if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        fail("cannot bind " + path);
+        fail("cannot bind the log's socket");
     return descriptor;
 }
 

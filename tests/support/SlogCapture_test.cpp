@@ -1,16 +1,14 @@
 // Concerns: every field; order; many at once; children's records; what is no record; the variable; leaving no trace.
 #include "support/ChildProcess.h"
 #include "support/SlogCapture.h"
+#include "support/SlogDatagram.h"
 
 #include <cerrno>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <host/SlogRecord.h>
 #include <sys/slog.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,30 +18,12 @@ using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// A sender that waits while the queue is full, so that the tests count on nothing but the capture.
 void sendBytes(const std::string& bytes) {
-    const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, std::getenv("NTO_SLOG"), sizeof address.sun_path - 1);
-    EXPECT_EQ(static_cast<ssize_t>(bytes.size()),
-              sendto(descriptor, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&address),
-                     sizeof address))
-        << std::strerror(errno);
-    close(descriptor);
+    sendDatagram(std::getenv("NTO_SLOG"), bytes);
 }
 
-std::string recordOf(const std::string& text, unsigned code = 10000, unsigned subCode = 0, int severity = 2) {
-    host::SlogRecord header{};
-    header.magic = host::kSlogMagic;
-    header.version = host::kSlogVersion;
-    header.kind = host::SlogKind::TEXT;
-    header.opcode = code | subCode << 20;
-    header.severity = severity;
-    header.pid = 12;
-    header.tid = 34;
-    header.size = static_cast<std::uint32_t>(text.size());
-    return std::string(reinterpret_cast<const char*>(&header), sizeof header) + text;
+std::string recordOf(const std::string& text) {
+    return SlogDatagram{text}.bytes();
 }
 
 TEST(SlogCapture, IsEmptyAtFirst) {
@@ -54,7 +34,11 @@ TEST(SlogCapture, IsEmptyAtFirst) {
 
 TEST(SlogCapture, KeepsEveryFieldOfARecord) {
     SlogCapture log;
-    sendBytes(recordOf("a text", 10001, 4095, 7));
+    SlogDatagram sent{"a text"};
+    sent.code = 10001;
+    sent.subCode = 4095;
+    sent.severity = 7;
+    sendBytes(sent.bytes());
     const auto records = log.records();
     ASSERT_EQ(1u, records.size());
     EXPECT_EQ(10001u, records[0].code);

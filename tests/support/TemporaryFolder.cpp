@@ -12,8 +12,10 @@
 namespace support {
 namespace {
 
-[[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
+// Takes the words in pieces: joining them allocates, which clears errno.
+[[noreturn]] void fail(const char* what, const std::string& path) {
+    const int error = errno;
+    throw std::system_error(error, std::generic_category(), what + path);
 }
 
 }  // namespace
@@ -22,7 +24,7 @@ TemporaryFolder::TemporaryFolder() : mOwner(getpid()) {
     const char* parent = std::getenv("TMPDIR");
     mPath = std::string(parent && *parent ? parent : "/tmp") + "/marlix-XXXXXX";
     if (!mkdtemp(mPath.data()))
-        fail("cannot make " + mPath);
+        fail("cannot make ", mPath);
 }
 
 TemporaryFolder::~TemporaryFolder() {
@@ -37,7 +39,7 @@ std::string TemporaryFolder::write(const std::string& name, const std::string& b
     std::ofstream file(path, std::ios::binary);
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!file.flush())
-        fail("cannot write " + path);
+        fail("cannot write ", path);
     return path;
 }
 
@@ -52,10 +54,10 @@ std::vector<std::string> TemporaryFolder::list() const {
 std::string readFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file)
-        fail("cannot open " + path);
+        fail("cannot open ", path);
     std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     if (file.bad())
-        fail("cannot read " + path);
+        fail("cannot read ", path);
     return bytes;
 }
 
