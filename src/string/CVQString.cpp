@@ -80,12 +80,12 @@ void setLengths(SVQStringData& block, std::size_t bytes, std::size_t characters)
 
 /// The bytes of at most `characters` characters from byte `at` on.
 VQUtf8::SExtent extentAt(const SVQStringData& block, std::size_t at, std::size_t characters) {
-    const std::size_t bytes = block.mByteLength - at;
-    if (block.mByteLength == block.mCharacterCount) {
-        const std::size_t ascii = smaller(bytes, characters);
-        return {ascii, ascii};
-    }
-    return VQUtf8::measure(block.text() + at, bytes, characters);
+    return VQUtf8::measure(block.text() + at, block.mByteLength - at, characters);
+}
+
+/// Whether positions and indices are the same, so that nobody has to walk.
+bool isAllSingleBytes(const SVQStringData& block) {
+    return block.mByteLength == block.mCharacterCount;
 }
 
 /// Whether `place` stands in [text, text + bytes].
@@ -330,7 +330,7 @@ CVQString::CVQString(unsigned capacity) : CVQString() {
 
 int CVQString::operator[](std::size_t index) const noexcept {
     const char* place = mData->text();
-    if (mData->mByteLength == mData->mCharacterCount) {
+    if (isAllSingleBytes(*mData)) {
         const std::size_t steps = smaller(index, mData->mByteLength);
         const void* const zero = std::memchr(place, '\0', steps);
         return zero != nullptr ? 0 : *const_iterator(place + steps);
@@ -415,7 +415,7 @@ CVQString CVQString::getRight(std::size_t characters) const {
     }
     const std::size_t count = smaller(characters, mData->mCharacterCount);
     std::size_t at = mData->mByteLength;
-    if (mData->mByteLength == mData->mCharacterCount) {
+    if (isAllSingleBytes(*mData)) {
         at -= count;
     } else {
         for (std::size_t left = count; left > 0 && at > 0; --left) {
