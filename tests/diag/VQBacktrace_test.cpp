@@ -83,6 +83,12 @@ CVQString waitingInfos(CVQString& baseName) {
     return namedInfos(baseName);
 }
 
+/// Not inlined, so that the address after its call is among the return addresses.
+__attribute__((noinline)) void askForBacktrace(const char* directory) {
+    VQBacktrace::doBacktraceNoAlloc("message", directory, "ext", true);
+    asm volatile("" ::: "memory");  // keeps the call from becoming a jump
+}
+
 void waitFor(const std::atomic<bool>& flag) {
     while (!flag) {
         std::this_thread::yield();
@@ -219,17 +225,15 @@ TEST_F(VQBacktraceTest, GoesWithoutWhatThePlatformDoesNotTell) {
 }
 
 TEST_F(VQBacktraceTest, TellsWhereTheCallerIs) {
-    const std::string text = fileOf([this] {
-        VQBacktrace::setInfos(&namedInfos);
-        VQBacktrace::doBacktrace("message", folder(), "ext", true);
-    });
-    const std::string head = record("message", "the one");
+    const std::string text = fileOf([this] { askForBacktrace(folder()); }, "PID#.ext");
+    const std::string head = record("message", ownInfos(mResult.pid, mResult.pid));
     ASSERT_THAT(text, StartsWith(head));
     std::istringstream lines(text.substr(head.size()));
     std::string line;
     std::getline(lines, line);
     EXPECT_EQ(line, "");
     std::vector<std::size_t> addressesPerLine;
+    bool foundCaller = false;
     while (std::getline(lines, line) && !line.empty()) {
         std::size_t digits = 0;
         addressesPerLine.push_back(0);
@@ -244,7 +248,13 @@ TEST_F(VQBacktraceTest, TellsWhereTheCallerIs) {
             }
         }
         EXPECT_EQ(digits, 0U) << line;
+        std::istringstream addresses(line);
+        for (std::uintptr_t address; addresses >> std::hex >> address;) {
+            const auto start = reinterpret_cast<std::uintptr_t>(&askForBacktrace);
+            foundCaller = foundCaller || (address > start && address < start + 256);
+        }
     }
+    EXPECT_TRUE(foundCaller) << text;
     ASSERT_GE(addressesPerLine.size(), 1U);
     EXPECT_THAT(addressesPerLine, Each(AllOf(Ge(1U), Le(6U))));
     addressesPerLine.pop_back();
