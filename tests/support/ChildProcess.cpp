@@ -82,6 +82,13 @@ private:
     struct sigaction mBefore {};
 };
 
+// The emulator tells of a guest that ends by a signal; the guest itself wrote nothing of it.
+void dropLastWordsOfEmulator(std::string& err) {
+    const std::size_t start = err.rfind("qemu: uncaught target signal ");
+    if (start != std::string::npos && err.find('\n', start) == err.size() - 1)
+        err.resize(start);
+}
+
 void applyInChild(const ChildOptions& options) {
     const rlimit noCoreFile{0, 0};
     setrlimit(RLIMIT_CORE, &noCoreFile);
@@ -263,6 +270,8 @@ void ChildProcess::send(int signal) const {
 
 ChildResult ChildProcess::finish() {
     pump([] { return false; });
+    if (isEmulated() && mResult.signalled)
+        dropLastWordsOfEmulator(mResult.err);
     return mResult;
 }
 
