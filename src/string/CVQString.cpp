@@ -583,12 +583,16 @@ CVQString& CVQString::replaceAll(const CVQString& pattern, const CVQString& repl
     const std::size_t first =
         isShared() ? std::size_t{mData->mByteLength} - wanted.mByteLength + coming.mByteLength : mData->mCapacity;
     const std::size_t capacity = first < bytes ? bytes : first;
-    checkCapacity(kLineAddReference, "addReference", capacity);
-
-    SVQStringData* const block = newBlock(capacity);
+    // What does not grow is moved where it lies, always behind the place that is searched.
+    const bool inPlace =
+        !isShared() && coming.mByteLength <= wanted.mByteLength && &coming != mData && &wanted != mData;
+    if (!inPlace) {
+        checkCapacity(kLineAddReference, "addReference", capacity);
+    }
+    SVQStringData* const block = inPlace ? mData : newBlock(capacity);
     char* out = block->text();
     const auto put = [&out](const char* text, std::size_t count) {
-        std::memcpy(out, text, count);
+        std::memmove(out, text, count);
         out += count;
     };
     const char* from = mData->text();
@@ -600,7 +604,9 @@ CVQString& CVQString::replaceAll(const CVQString& pattern, const CVQString& repl
     }
     put(from, static_cast<std::size_t>(behind - from));
     setLengths(*block, bytes, bytes == 0 ? 0 : characters);
-    adopt(block);
+    if (!inPlace) {
+        adopt(block);
+    }
     return *this;
 }
 
