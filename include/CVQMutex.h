@@ -13,7 +13,7 @@
 class VQ_EXPORT CVQMutex : public _sync {
 public:
     enum RecursionMode {
-        RECURSIVE = 0,
+        RECURSIVE = 0,  // Kept: mutex-recursive-is-zero. Callers pass the number.
         NON_RECURSIVE = 1,
     };
 

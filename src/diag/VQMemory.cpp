@@ -51,7 +51,7 @@ void* leaveBlock(void* block, SVQMemTraceData& data) {
     return header;
 }
 
-// Kept: alloc-eight-longer. Code that writes a little past its blocks has always found these bytes.
+// Kept: alloc-eight-longer. Code may have come to lean on the spare bytes.
 constexpr std::size_t kExtraBytes = 8;
 VQ_CONSTINIT SVQMemTraceData sUnsettled{0, {0}, 0, nullptr, nullptr};
 VQ_CONSTINIT SVQMemTraceData sPlain{0, {0}, kExtraBytes, nullptr, nullptr};

@@ -1,0 +1,59 @@
+// MemoryTesting: what the tests of the allocator share. Their program runs in four forms: with the shared and with
+// the static library, with and without "--memtrace=1".
+#pragma once
+
+#include <VQMemory.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace memorytest {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
+/// Whether `new` comes from the library: a sanitizer's run-time stands before a shared library, but not before the
+/// program itself.
+#if defined(MARLIX_TEST_STATIC)
+constexpr bool kOwnsOperators = true;
+#else
+constexpr bool kOwnsOperators = !kIsSanitized;
+#endif
+
+/// Whether this process was started with "--memtrace=1", from the kernel's record of its arguments.
+inline bool isTraced() {
+    static const bool traced = [] {
+        std::FILE* const file = std::fopen("/proc/self/cmdline", "r");
+        char arguments[65536];
+        const std::size_t length = std::fread(arguments, 1, sizeof arguments - 1, file);
+        std::fclose(file);
+        arguments[length] = '\0';
+        bool found = false;
+        for (std::size_t at = 0; at < length; at += std::strlen(arguments + at) + 1) {
+            found = found || std::strcmp(arguments + at, "--memtrace=1") == 0;
+        }
+        return found;
+    }();
+    return traced;
+}
+
+inline unsigned total() {
+    return VQMemory::getHeapInfo().allocatedBytes;
+}
+
+/// What `size` requested bytes add to the total.
+inline unsigned counted(std::size_t size) {
+    return isTraced() ? static_cast<unsigned>(size) : 0;
+}
+
+inline bool isAligned(const void* block, std::size_t alignment) {
+    return reinterpret_cast<std::uintptr_t>(block) % alignment == 0;
+}
+
+}  // namespace memorytest
