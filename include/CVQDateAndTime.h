@@ -171,5 +171,5 @@ private:
 
 /// 8 bytes: the microseconds.
 VQ_EXPORT IVQOStream& operator<<(IVQOStream& stream, const CVQDateAndTime& dateAndTime);
-/// Bytes that the stream does not have leave the old value's in place.
+/// Bytes that do not come leave those of the old value; a byte stream fills up with zeros.
 VQ_EXPORT const IVQIStream& operator>>(const IVQIStream& stream, CVQDateAndTime& dateAndTime);

@@ -5,8 +5,8 @@
 //   Errors   overflow and arguments outside a function's domain are assertions of the unit "CVQFix16"; the operation
 //            then goes on with the wrapped or substitute result that is stated. Nothing else is reported.
 //   Threads  plain value: one thread at a time. There is no shared state.
-//   Accuracy products and quotients are cut towards zero. `sin` is within 5 steps, `sqrt` within 1 step of the
-//            true root above 0.25 and within 181 below.
+//   Accuracy products and quotients are cut towards zero. `sin` is within 2 steps for angles up to PI; each full
+//            turn in the angle adds up to one more. `sqrt` is within one step from 0.25 on, within 181 below.
 //   Source   `sin`: Taylor's series, stopped where a term is less than a step; `sqrt`: the result of bisecting
 //            0 to 181.0, the whole root of the largest value.
 //   Kept     fix16-report-lines: the line numbers in reports are those that log readers know.
@@ -74,7 +74,14 @@ public:
 
     /// The remainder of the division that truncates: it has this number's sign. Reports what its division, its
     /// product and its difference report.
-    CVQFix16 operator%(const CVQFix16& other) const;
+    CVQFix16 operator%(const CVQFix16& other) const {
+        // A divisor above 1.0 lets nothing overflow, and then the steps come to the remainder of the raws. MINVALUE
+        // is left to them: its difference with a product that equals it is reported.
+        if (VQ_LIKELY((other.mRaw > kOne || other.mRaw < -kOne) && mRaw != kMinRaw)) {
+            return fromRaw(mRaw % other.mRaw);
+        }
+        return remainderBySteps(other);
+    }
 
     /// a * b / c with a 64-bit product, cut towards zero. A `c` of 0 is reported and gives MAXVALUE; a quotient
     /// that does not fit is reported and wraps.
@@ -148,6 +155,8 @@ private:
         }
         return static_cast<int>(0U - static_cast<unsigned>(raw));
     }
+
+    CVQFix16 remainderBySteps(const CVQFix16& divisor) const;
 
     int mRaw = 0;
 };

@@ -2,6 +2,8 @@
 
 #include <CVQAsserter.h>
 
+#include <cmath>
+
 namespace {
 
 constexpr char kUnit[] = "CVQFix16";
@@ -14,7 +16,8 @@ constexpr int kRawFullTurn = 360 << 16;
 // 0 to 181.0, halved 16 times, falls into blocks of 181 steps.
 constexpr int kBlock = 181;
 constexpr int kRawRootLimit = kBlock << 16;
-constexpr int kRawRootLimitSquare = (kBlock * kBlock) << 16;
+constexpr unsigned kBlockSquare = kBlock * kBlock;
+constexpr int kRawRootLimitSquare = kBlockSquare << 16;
 
 constexpr int squareOf(int raw) {
     return static_cast<int>(static_cast<long long>(raw) * raw >> 16);
@@ -57,24 +60,19 @@ void CVQFix16::report(unsigned line) {
 }
 
 CVQFix16::CVQFix16(double value) {
-    // Compared before it is cast: a cast of what does not fit is undefined. NaN fails both comparisons.
-    const double scaled = value * kOne;
-    const double nearest = scaled < 0 ? scaled - 0.5 : scaled + 0.5;
-    if (VQ_LIKELY(nearest > kMinRaw - 1.0 && nearest < kMaxRaw + 1.0)) {
-        mRaw = static_cast<int>(nearest);
+    const double steps = std::round(value * kOne);
+    // What does not fit is compared before it is cast, which would be undefined. NaN fails both comparisons.
+    if (VQ_LIKELY(steps >= kMinRaw && steps <= kMaxRaw)) {
+        mRaw = static_cast<int>(steps);
         return;
     }
     report(kLineFromDouble);
     mRaw = value < 0 ? kMinRaw : value > 0 ? kMaxRaw : 0;
 }
 
-CVQFix16 CVQFix16::operator%(const CVQFix16& other) const {
-    // A divisor above 1.0 lets nothing below overflow, and then the steps come out as the remainder of the raws.
-    if (VQ_LIKELY(other.mRaw > kOne || other.mRaw < -kOne)) {
-        return fromRaw(mRaw % other.mRaw);
-    }
-    const CVQFix16 quotient = *this / other;
-    return *this - CVQFix16(quotient.toInt()) * other;
+CVQFix16 CVQFix16::remainderBySteps(const CVQFix16& divisor) const {
+    const CVQFix16 quotient = *this / divisor;
+    return *this - CVQFix16(quotient.toInt()) * divisor;
 }
 
 CVQFix16 CVQFix16::sqrt(const CVQFix16& x) {
@@ -86,10 +84,17 @@ CVQFix16 CVQFix16::sqrt(const CVQFix16& x) {
     if (VQ_UNLIKELY(x.mRaw >= kRawRootLimitSquare)) {
         return fromRaw(x.mRaw > kRawRootLimitSquare ? kRawRootLimit : kRawRootLimit - 1);
     }
+    // Kept: fix16-sqrt-start. The first number on the way down whose square is less than a step.
+    if (VQ_UNLIKELY(x.mRaw == 0)) {
+        return fromRaw(kBlock);
+    }
 
-    const auto scaled = static_cast<unsigned long long>(x.mRaw) << kFractionBits;
-    const auto blocks = wholeRoot(static_cast<unsigned>(scaled / (kBlock * kBlock)) | 1);
-    int low = static_cast<int>(blocks) * kBlock;
+    // The bisection comes to the block that holds the root in 16 steps. The block's number is the whole root of
+    // x / 181^2, taken in steps; its two ends are the only numbers on the way that can have been hit, never both.
+    const auto raw = static_cast<unsigned>(x.mRaw);
+    const unsigned quotient =
+        (raw / kBlockSquare << kFractionBits) + (raw % kBlockSquare << kFractionBits) / kBlockSquare;
+    int low = static_cast<int>(wholeRoot(quotient)) * kBlock;
     int high = low + kBlock;
     if (squareOf(high) == x.mRaw) {
         return fromRaw(high);
@@ -104,7 +109,9 @@ CVQFix16 CVQFix16::sqrt(const CVQFix16& x) {
         if (square == x.mRaw) {
             break;
         }
-        (square > x.mRaw ? high : low) = root;
+        const bool isTooLarge = square > x.mRaw;
+        high = isTooLarge ? root : high;
+        low = isTooLarge ? low : root;
     } while (high - low >= 2);
     return fromRaw(root);
 }
@@ -125,7 +132,8 @@ CVQFix16 CVQFix16::sin(const CVQFix16& x) {
     }
 
     // Every product and quotient is cut towards zero, so that the terms can be followed without their signs. The
-    // fifth of them is less than a step for every angle that is left.
+    // fifth term after the angle is less than a step for every angle that is left: the series always ends there, and
+    // the report of one with more than sixteen terms (line 267) has nothing to report.
     const auto times = [](unsigned a, unsigned b) {
         return static_cast<unsigned>(static_cast<unsigned long long>(a) * b >> kFractionBits);
     };
