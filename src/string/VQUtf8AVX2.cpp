@@ -13,7 +13,7 @@ struct SVector32 {
 
     static const Vector* at(const char* p) { return static_cast<const Vector*>(static_cast<const void*>(p)); }
     static Vector load(const char* p) { return _mm256_loadu_si256(at(p)); }
-    static Vector loadAligned(const char* p) { return _mm256_load_si256(at(p)); }
+    VQ_UNSANITIZED static Vector loadAligned(const char* p) { return _mm256_load_si256(at(p)); }
     static Vector splat(char c) { return _mm256_set1_epi8(c); }
 
     // A saturating difference keeps the top bit of just the bytes from the bound on.

@@ -17,6 +17,10 @@
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "marks count from the lowest byte");
 
+/// For whole aligned vectors of which some bytes may lie before a text or behind its end: never on a page that holds
+/// nothing of it, which the sanitizers cannot know.
+#define VQ_UNSANITIZED __attribute__((no_sanitize("address"), no_sanitize("thread")))
+
 namespace VQUtf8 {
 
 /// The passes, built for one kind of processor.
@@ -51,11 +55,8 @@ inline std::size_t firstOf(typename V::Marks marks) {
 }
 
 /// The bytes before the first zero or non-ASCII byte, at most `maxBytes`.
-/// Whole aligned vectors are loaded, of which some bytes may lie before the text or behind its end: never on a page
-/// that holds nothing of it. The sanitizers do not know that.
 template <class V>
-__attribute__((no_sanitize("address"), no_sanitize("thread"))) std::size_t asciiPrefix(const char* text,
-                                                                                       std::size_t maxBytes) {
+VQ_UNSANITIZED std::size_t asciiPrefix(const char* text, std::size_t maxBytes) {
     if (maxBytes == 0) {
         return 0;
     }

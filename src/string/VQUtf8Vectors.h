@@ -20,7 +20,7 @@ struct SVector16 {
 
     static const Vector* at(const char* p) { return static_cast<const Vector*>(static_cast<const void*>(p)); }
     static Vector load(const char* p) { return _mm_loadu_si128(at(p)); }
-    static Vector loadAligned(const char* p) { return _mm_load_si128(at(p)); }
+    VQ_UNSANITIZED static Vector loadAligned(const char* p) { return _mm_load_si128(at(p)); }
     static Vector splat(char c) { return _mm_set1_epi8(c); }
 
     // A saturating difference keeps the top bit of just the bytes from the bound on.
@@ -79,7 +79,7 @@ struct SVectorWord {
         std::memcpy(&x, p, sizeof x);
         return x;
     }
-    static Vector loadAligned(const char* p) {
+    VQ_UNSANITIZED static Vector loadAligned(const char* p) {
         return *static_cast<const AliasedVector*>(static_cast<const void*>(p));
     }
     static Vector splat(char c) { return asByte(c) * kLow; }
