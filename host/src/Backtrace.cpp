@@ -5,6 +5,7 @@
 
 #include <errno.h>
 #include <link.h>
+#include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -38,6 +39,18 @@ _Unwind_Reason_Code store(_Unwind_Context* frame, void* argument) {
         walk.addresses[walk.seen - 1] = address;
     ++walk.seen;
     return _URC_NO_REASON;
+}
+
+// The linker's lock over its list of objects, which older unwinders take as well, stays locked in a child that is
+// forked during another thread's walk, and nothing can unlock it there. So a fork waits for the walk.
+pthread_mutex_t sWalk = PTHREAD_MUTEX_INITIALIZER;
+
+void enterWalk() {
+    pthread_mutex_lock(&sWalk);
+}
+
+void leaveWalk() {
+    pthread_mutex_unlock(&sWalk);
 }
 
 int addObject(dl_phdr_info* object, size_t, void* argument) {
@@ -85,7 +98,9 @@ __attribute__((noinline)) int bt_get_backtrace(bt_accessor_t* accessor, bt_addr_
     if (accessor == nullptr || addresses == nullptr || length < 0)
         return failed(EINVAL);
     Walk walk = {addresses, length, 0};
+    enterWalk();
     _Unwind_Backtrace(store, &walk);
+    leaveWalk();
     return walk.seen > 0 ? walk.seen - 1 : 0;
 }
 
@@ -94,7 +109,9 @@ int bt_load_memmap(bt_accessor_t* accessor, bt_memmap_t* map) {
     if (accessor == nullptr || map == nullptr)
         return failed(EINVAL);
     map->count = 0;
+    enterWalk();
     dl_iterate_phdr(addObject, map);
+    leaveWalk();
     return 0;
 }
 
@@ -134,6 +151,7 @@ namespace {
 
 // The first walk of a process is the one that may load and allocate. Later ones come from where neither is possible.
 __attribute__((constructor)) void walkOnce() {
+    pthread_atfork(enterWalk, leaveWalk, leaveWalk);
     bt_addr_t address;
     bt_get_backtrace(&bt_acc_self, &address, 1);
 }

@@ -560,7 +560,7 @@ TEST_F(CVQAsserterTest, ChildrenForkedWhileOtherThreadsAssertCanAssertToo) {
                 }
             });
         }
-        for (int i = 0; i < 10; ++i) {
+        for (int i = 0; i < 40; ++i) {
             support::ChildOptions options;
             options.deadline = std::chrono::seconds(10);
             const auto child = support::runInChild([] { doCheapAssert(2, "Child"); }, options);
