@@ -14,7 +14,7 @@
 //
 //            A class with several bases asks them in turn; the first that answers wins. The caller knows which class it
 //            named and casts to exactly that one: static_cast<CDisplay*>(object.doCastToPtr(CDisplay::sClassID)).
-//            examples/runtimeinfo.cpp is a whole hierarchy.
+//            examples/runtimeinfo is a whole hierarchy.
 //   Shape    no data; virtual operations in slot order: destructor, doCastToPtr.
 //   Errors   none: null for a class that the object is not.
 //   Threads  any thread, as far as the object itself allows it.
