@@ -30,12 +30,12 @@ VQ_EXPORT VQ_COLD void doBacktrace(const CVQString& message, const CVQString& di
                                    bool append);
 
 /// The same without an info function and without building strings, for a process that is out of memory: the file is
-/// PID<pid>.`extension`. A null argument is an assertion, and nothing is written.
+/// PID<pid>.`extension`. A null argument is an assertion instead.
 VQ_EXPORT VQ_COLD void doBacktraceNoAlloc(const char* message, const char* directory, const char* extension,
                                           bool append);
 
-/// Replaces the info function. The one in place at load time gives the base name PID<pid> and the line
-/// "TID: %d PID: %d"; null makes doBacktrace write the same bytes without calling anything.
+/// Replaces the info function. The built-in one, which is in place at load time and comes back with null, gives the
+/// base name PID<pid> and the line "TID: %d PID: %d" of the calling thread, and builds no strings.
 VQ_EXPORT void setInfos(InfoFunction infoFunction);
 
 }  // namespace VQBacktrace

@@ -47,15 +47,7 @@ constexpr mode_t kFileMode = 0666;
 static_assert(kMaxMapEntriesOnStack * kMapEntrySize <= kMapStackSize);
 static_assert(sizeof(void*) != 4 || kAddressDigits == 8);
 
-CVQString defaultInfos(CVQString& baseName) {
-    CVQString identification;
-    identification.format("TID: %d PID: %d", VQOperatingSystem::getCurrentTID(),
-                          VQOperatingSystem::getCurrentPID());
-    baseName.format("PID%d", VQOperatingSystem::getCurrentPID());
-    return identification;
-}
-
-VQ_CONSTINIT std::atomic<VQBacktrace::InfoFunction> sInfoFunction{&defaultInfos};
+VQ_CONSTINIT std::atomic<VQBacktrace::InfoFunction> sInfoFunction{nullptr};
 VQ_CONSTINIT CVQProcessLock sWriterLock;
 VQ_CONSTINIT std::atomic<std::uint64_t> sWriter{0};  // the thread that holds it
 

@@ -264,7 +264,7 @@ TEST_F(VQBacktraceTest, TellsWhereTheCallerIs) {
     EXPECT_THAT(text, HasSubstr("test_diag"));
 }
 
-TEST_F(VQBacktraceTest, TheInfoFunctionInPlaceAtLoadTimeNamesThreadAndProcess) {
+TEST_F(VQBacktraceTest, TheBuiltInInfosNameThreadAndProcess) {
     const std::string text = fileOf(
         [this] {
             EmptyStack stack;
@@ -282,7 +282,7 @@ TEST_F(VQBacktraceTest, TheInfoFunctionInPlaceAtLoadTimeNamesThreadAndProcess) {
     EXPECT_EQ(text, record("first thread", ownInfos(mResult.pid, mResult.pid)));
 }
 
-TEST_F(VQBacktraceTest, ANullInfoFunctionGivesTheSameBytes) {
+TEST_F(VQBacktraceTest, ANullInfoFunctionBringsTheBuiltInInfosBack) {
     const std::string text = fileOf(
         [this] {
             EmptyStack stack;
