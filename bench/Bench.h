@@ -54,10 +54,11 @@ void runAlone(benchmark::State& state) {
 #define MARLIX_BENCH_ALONE(operation, contender, ...)                                                              \
     MARLIX_BENCH_1(__COUNTER__, runAlone, operation, contender, ->ArgsProduct({{__VA_ARGS__}}))
 
-/// The same for a body that measures its own time, with state.SetIterationTime.
+/// The same for a body that runs much work in one iteration and says what one piece of it took, with
+/// state.SetIterationTime. The number of iterations is fixed, as it cannot be derived from that.
 #define MARLIX_BENCH_MANUAL(operation, contender, ...)                                                             \
     MARLIX_BENCH_1(__COUNTER__, runWithThreads, operation,                                                         \
-                   contender, ->ArgsProduct({{__VA_ARGS__}})->UseManualTime())
+                   contender, ->ArgsProduct({{__VA_ARGS__}})->UseManualTime()->Iterations(20))
 
 #define MARLIX_BENCH_1(id, run, operation, contender, options)                                                     \
     MARLIX_BENCH_2(id, run, operation, contender, options)

@@ -36,12 +36,12 @@ void copy(benchmark::State& state) {
 MARLIX_BENCH_ALONE("CVQString_CopyAlone", "ours", 1024) {
     copy(state);
 }
-MARLIX_BENCH("CVQString_Copy", "ours", 1024) {
+MARLIX_BENCH("CVQString_Copy", "ours", 1024, 65536) {
     copy(state);
 }
 
 // What linking the library does to an application's own strings.
-MARLIX_BENCH("CVQString_Copy", "std::string on our operator new", 1024) {
+MARLIX_BENCH("CVQString_Copy", "std::string on our operator new", 1024, 65536) {
     const std::string original = bench::asciiText(sizeOf(state));
     for (auto _ : state) {
         std::string copied(original);

@@ -10,6 +10,7 @@ the time that passed.
 
 import argparse
 import collections
+import fnmatch
 import json
 import os
 import platform
@@ -22,7 +23,7 @@ from pathlib import Path
 # Operation -> what it is; {size} is the benchmark's size.
 WORK = {
     "CVQString_Copy": "copy and drop a string of {size} B",
-    "CVQString_CopyAlone": "the same in a process that never had threads",
+    "CVQString_CopyAlone": "copy and drop a string of {size} B, no threads",
     "CVQString_FromAscii": "build and validate {size} B of ASCII",
     "CVQString_FromGerman": "build and validate {size} B of German",
     "CVQString_FromChinese": "build and validate {size} B of Chinese",
@@ -45,7 +46,7 @@ WORK = {
     "CVQBuffer_Copy": "copy and drop a buffer of {size} B",
     "CVQBuffer_Create": "create, fill and drop a buffer of {size} B",
     "CVQCriticalSection_LockUnlock": "lock and unlock, uncontended",
-    "CVQCriticalSection_LockUnlockAlone": "the same in a process that never had threads",
+    "CVQCriticalSection_LockUnlockAlone": "lock and unlock, uncontended, no threads",
     "CVQCriticalSection_Contended": "two threads, 50 ns inside, per section",
     "CVQMutex_LockUnlockRecursive": "lock and unlock, recursive",
     "CVQMutex_LockWithTimeout": "lock with a time-out of 1 s and unlock",
@@ -65,28 +66,29 @@ WORK = {
     "VQSyslog_LogMsg": "log a line of {size} characters, and take it out",
 }
 
-# (operation, start of the peer's name) -> the highest ratio that is good enough.
+# (operation, pattern of the peer's name, size or None for all) -> the highest ratio that is good enough.
 GOALS = {
-    ("CVQString_Copy", "QString"): 1.0,
-    ("CVQString_Copy", "std::string"): 0.3,
-    ("CVQString_CopyAlone", "QString"): 1.0,
-    ("CVQString_CopyAlone", "std::string"): 0.3,
-    ("CVQString_FromAscii", "QString::fromUtf8"): 1.0,
-    ("CVQString_FromGerman", "QString::fromUtf8"): 1.0,
-    ("CVQString_FromChinese", "QString::fromUtf8"): 1.0,
-    ("CVQString_FromAscii", "floor: malloc, memcpy, free"): 2.0,
-    ("CVQString_Find", "std::string::find"): 1.0,
-    ("CVQString_Format", "snprintf, std::string"): 1.2,
-    ("CVQByteStream_RoundTrip", "QDataStream"): 0.5,
-    ("CVQByteStream_RoundTrip", "POCO"): 1.0,
-    ("CVQCriticalSection_LockUnlock", "glibc default mutex"): 1.0,
-    ("CVQCriticalSection_LockUnlockAlone", "glibc default mutex"): 1.0,
-    ("CVQCriticalSection_Contended", "glibc default mutex"): 1.0,
-    ("VQMemory_AllocRelease", "malloc, free"): 1.1,
+    ("CVQString_Copy", "QString", 1024): 1.0,
+    ("CVQString_Copy", "std::string", 1024): 0.3,
+    ("CVQString_CopyAlone", "QString", 1024): 1.0,
+    ("CVQString_CopyAlone", "std::string", 1024): 0.3,
+    ("CVQString_FromAscii", "QString::fromUtf8", None): 1.0,
+    ("CVQString_FromGerman", "QString::fromUtf8", None): 1.0,
+    ("CVQString_FromChinese", "QString::fromUtf8", None): 1.0,
+    ("CVQString_FromAscii", "floor: malloc, memcpy, free", None): 2.0,
+    ("CVQString_Find", "std::string::find", None): 1.0,
+    ("CVQString_Format", "snprintf, std::string", None): 1.2,
+    ("CVQByteStream_RoundTrip", "QDataStream*", None): 0.5,
+    ("CVQByteStream_RoundTrip", "POCO*", None): 1.0,
+    ("CVQCriticalSection_LockUnlock", "glibc default mutex", None): 1.0,
+    ("CVQCriticalSection_LockUnlockAlone", "glibc default mutex", None): 1.0,
+    ("CVQCriticalSection_Contended", "glibc default mutex", None): 1.0,
+    ("VQMemory_AllocRelease", "malloc, free", 64): 1.1,
 }
 
 OURS = "ours"
-NAME = re.compile(r"BM_(?P<operation>\w+)/(?P<contender>[^/]+)/(?P<size>\d+)(?P<clock>/manual_time|/real_time)?")
+NAME = re.compile(r"BM_(?P<operation>\w+)/(?P<contender>[^/]+)/(?P<size>\d+)"
+                  r"(?:/iterations:\d+)?(?P<clock>/manual_time)?")
 
 Sample = collections.namedtuple("Sample", "time counters")
 
@@ -150,9 +152,9 @@ def measure(program, operation, seconds):
     return samples
 
 
-def goal(operation, peer):
-    for (of, start), limit in GOALS.items():
-        if of == operation and peer.startswith(start):
+def goal(operation, peer, size):
+    for (of, pattern, only), limit in GOALS.items():
+        if of == operation and fnmatch.fnmatchcase(peer, pattern) and only in (None, size):
             return limit
     return None
 
@@ -173,7 +175,7 @@ def compare(operation, rounds):
         if not pairs:
             continue
         low, ratio, high = quartiles([ours.time / theirs.time for ours, theirs in pairs])
-        limit = goal(operation, peer)
+        limit = goal(operation, peer, size)
         rows.append({
             "operation": operation,
             "work": WORK[operation].format(size=size),
@@ -250,11 +252,12 @@ def main():
     about = machine(options.build)
     for key, value in about.items():
         print(f"{key + ':':13}{value}")
-    operations = {of: running for of, running in programs(options.build).items() if re.search(options.only, of)}
+    found = programs(options.build)
+    for unknown in found.keys() - WORK.keys():
+        raise Failure(f"{unknown} has no description in WORK")
+    operations = {of: found[of] for of in WORK if of in found and re.search(options.only, of)}
     if not operations:
         raise Failure("no benchmark programs, or none of that name")
-    for unknown in operations.keys() - WORK.keys():
-        raise Failure(f"{unknown} has no description in WORK")
 
     measured = {operation: [] for operation in operations}
     for turn in range(options.rounds):
