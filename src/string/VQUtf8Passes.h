@@ -95,6 +95,20 @@ inline std::size_t characterAt(const char* text, std::size_t bytes) {
     return length;
 }
 
+/// ASCII bytes at `at`, each of them a character: eight, or the last `room` when they are fewer, or 0 when another byte
+/// is among them or none can be told. Short texts are made of these; they hold no whole vector.
+inline std::size_t plainRun(const char* text, std::size_t at, std::size_t room) {
+    constexpr std::size_t kWord = sizeof(std::uint64_t);
+    constexpr std::uint64_t kTops = 0x8080808080808080U;
+    const std::size_t run = smaller(room, kWord);
+    if (at + run < kWord) {
+        return 0;
+    }
+    std::uint64_t word;
+    std::memcpy(&word, text + at + run - kWord, kWord);
+    return ((word & kTops) >> (8 * (kWord - run))) == 0 ? run : 0;
+}
+
 /// How many bytes before `place` belong to a character that announces more bytes than stand there: 0 between
 /// regular characters. Reads three bytes back, as far as characters of up to four bytes reach.
 inline std::size_t unfinishedBefore(const char* place) {
@@ -159,6 +173,12 @@ SExtent measure(const char* text, std::size_t bytes, std::size_t maxCharacters) 
         // The rule as it stands, byte by byte, up to a place before which no character looks unfinished: an
         // irregular one behind it must not be taken for the beginning of one at it.
         while (at < bytes && characters < maxCharacters && (at < walkTo || unfinishedBefore(text + at) != 0)) {
+            if (const std::size_t run = plainRun(text, at, smaller(bytes - at, maxCharacters - characters));
+                run != 0) {
+                at += run;
+                characters += run;
+                continue;
+            }
             const std::size_t length = characterAt(text + at, bytes - at);
             if (length == 0) {
                 return {at, characters};
