@@ -61,6 +61,13 @@ WORK = {
     "VQMemory_Fill32": "fill {size} B with 32-bit words",
     "VQMemory_Fill64": "fill {size} B with 64-bit words",
     "VQMemory_FillNibble": "fill {size} nibbles, from within a byte",
+    "CVQDateAndTime_DaysOn": "date to day number, 30 days on, and back",
+    "CVQDateAndTime_ToString": "date and time to a count, and that to a text",
+    "CVQFix16_Multiply": "multiply, of {size} pairs",
+    "CVQFix16_Divide": "divide, of {size} pairs",
+    "CVQFix16_SquareRoot": "square root, of {size} numbers",
+    "CVQFix16_Sine": "sine, of {size} angles",
+    "CVQFix16_Tangent": "tangent, of {size} angles",
     "CVQAsserter_CheckHolds": "a check that holds",
     "CVQAsserter_Expected": "an assertion that is expected, so only counted",
     "VQSyslog_LogMsg": "log a line of {size} characters, and take it out",
@@ -84,6 +91,14 @@ GOALS = {
     ("CVQCriticalSection_LockUnlockAlone", "glibc default mutex", None): 1.0,
     ("CVQCriticalSection_Contended", "glibc default mutex", None): 1.0,
     ("VQMemory_AllocRelease", "malloc, free", 64): 1.1,
+    ("CVQDateAndTime_DaysOn", "absl::CivilDay", None): 1.0,
+    ("CVQDateAndTime_DaysOn", "timegm, gmtime_r", None): 0.3,
+    ("CVQDateAndTime_ToString", "absl::*", None): 1.0,
+    ("CVQDateAndTime_ToString", "timegm, gmtime_r*", None): 0.3,
+    ("CVQFix16_Multiply", "libfixmath", None): 1.0,
+    ("CVQFix16_Divide", "libfixmath", None): 1.0,
+    ("CVQFix16_SquareRoot", "libfixmath", None): 1.0,
+    ("CVQFix16_Sine", "libfixmath", None): 1.0,
 }
 
 OURS = "ours"

@@ -5,6 +5,8 @@
 #include <IVQOStream.h>
 #include <VQSyslog.h>
 
+#include <cstring>
+
 const unsigned long long CVQDateAndTime::msMicrosIn1Day;
 const unsigned long long CVQDateAndTime::msSecondsIn1Year;
 
@@ -54,32 +56,37 @@ unsigned gregorianDayOfWeek(const CVQDateAndTime::SVQDate& date) {
     return (days + 2) % 7;
 }
 
-// The digits of `value`, at least two of them; returns where the text goes on.
+struct STwoDigits {
+    constexpr STwoDigits() : digits() {
+        for (unsigned value = 0; value != 100; ++value) {
+            digits[value][0] = static_cast<char>('0' + value / 10);
+            digits[value][1] = static_cast<char>('0' + value % 10);
+        }
+    }
+    char digits[100][2];
+};
+constexpr STwoDigits kTwoDigits;
+
+// The digits of `value`, which has no more than three, but at least two; returns where the text goes on.
 char* writeTwoDigits(char* to, unsigned value) {
-    if (value >= 100) {
+    if (VQ_UNLIKELY(value >= 100)) {
         *to++ = static_cast<char>('0' + value / 100);
         value %= 100;
     }
-    *to++ = static_cast<char>('0' + value / 10);
-    *to++ = static_cast<char>('0' + value % 10);
-    return to;
+    std::memcpy(to, kTwoDigits.digits[value], 2);
+    return to + 2;
 }
 
 char* writeYear(char* to, unsigned year) {
-    if (year >= 10'000) {
-        *to++ = static_cast<char>('0' + year / 10'000);
-        to = writeTwoDigits(to, year / 100 % 100);
-        return writeTwoDigits(to, year % 100);
-    }
-    if (year >= 1000) {
+    if (VQ_LIKELY(year >= 1000)) {
         to = writeTwoDigits(to, year / 100);
         return writeTwoDigits(to, year % 100);
     }
     if (year >= 10) {
         return writeTwoDigits(to, year);
     }
-    *to++ = static_cast<char>('0' + year);
-    return to;
+    *to = static_cast<char>('0' + year);
+    return to + 1;
 }
 
 char* writeDate(char* to, const CVQDateAndTime::SVQDate& date) {

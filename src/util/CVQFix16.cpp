@@ -13,14 +13,16 @@ constexpr int kRawHalfPi = kRawPi / 2;
 constexpr int kRawTwoPi = kRawPi * 2;
 constexpr int kRawFullTurn = 360 << 16;
 
-// 0 to 181.0, halved 16 times, falls into blocks of 181 steps.
-constexpr int kBlock = 181;
+// 0 to 181.0 halved 16 times falls into blocks of 181 steps, which are then halved like one another.
+constexpr unsigned kBlock = 181;
 constexpr int kRawRootLimit = kBlock << 16;
-constexpr unsigned kBlockSquare = kBlock * kBlock;
-constexpr int kRawRootLimitSquare = kBlockSquare << 16;
+constexpr int kRawRootLimitSquare = (kBlock * kBlock) << 16;
 
-constexpr int squareOf(int raw) {
-    return static_cast<int>(static_cast<long long>(raw) * raw >> 16);
+// From 0.25 on no two neighbours have the same square.
+constexpr int kRawQuarter = 1 << 14;
+
+constexpr int squareOf(unsigned raw) {
+    return static_cast<int>(static_cast<unsigned long long>(raw) * raw >> 16);
 }
 
 // For numbers of 32 bits whose first byte is 64 to 255: the first byte of the root of the middle one.
@@ -39,14 +41,59 @@ struct SRootTable {
 };
 constexpr SRootTable kRootTable;
 
-// The whole part of the square root; `value` is not 0.
+// The whole part of the root of value * 2^16; `value` is not 0. Each of the two steps of Newton's method doubles the
+// correct bits; what it gives is never too small and here at most one too large.
 unsigned wholeRoot(unsigned value) {
     const int shift = __builtin_clz(value) & ~1;
     const unsigned scaled = value << shift;
-    const unsigned estimate = kRootTable.roots[(scaled >> 24) - 64];
-    // One step of Newton's method doubles the correct bits; its result is never too small and at most one too large.
-    const unsigned root = ((estimate << 7) + (scaled >> 9) / estimate) >> (shift / 2);
-    return static_cast<unsigned long long>(root) * root > value ? root - 1 : root;
+    const unsigned root8 = kRootTable.roots[(scaled >> 24) - 64];
+    unsigned root16 = (root8 << 7) + (scaled >> 9) / root8;
+    root16 -= static_cast<unsigned long long>(root16) * root16 > scaled ? 1 : 0;
+    const unsigned root24 = (root16 << 8) + ((scaled - root16 * root16) << 7) / root16;
+    const unsigned root = root24 >> (shift / 2);
+    return root -
+           (static_cast<unsigned long long>(root) * root > static_cast<unsigned long long>(value) << 16 ? 1 : 0);
+}
+
+// A root that is no number of steps lies between two: which of them does the bisection try last? 0 for the lower one,
+// 1 for the upper one, by the lower one's place in its block.
+struct SLastTried {
+    constexpr SLastTried() : upper() {
+        for (unsigned place = 0; place != kBlock; ++place) {
+            unsigned low = 0;
+            unsigned high = kBlock;
+            unsigned tried = 0;
+            while (high - low >= 2) {
+                tried = (low + high) / 2;
+                (tried <= place ? low : high) = tried;
+            }
+            upper[place] = tried > place ? 1 : 0;
+        }
+    }
+    unsigned char upper[kBlock];
+};
+constexpr SLastTried kLastTried;
+
+// Below 0.25 a range of numbers may have the same square: the bisection ends at the first of them that it tries. The
+// block comes first; only its two ends can have been tried before, and only one of them can be right.
+unsigned bisectBlock(unsigned low, int square) {
+    unsigned high = low + kBlock;
+    if (squareOf(low) == square) {
+        return low;
+    }
+    if (squareOf(high) == square) {
+        return high;
+    }
+    unsigned tried = low;
+    while (high - low >= 2) {
+        tried = (low + high) / 2;
+        const int squareOfTried = squareOf(tried);
+        if (squareOfTried == square) {
+            break;
+        }
+        (squareOfTried < square ? low : high) = tried;
+    }
+    return tried;
 }
 
 }  // namespace
@@ -89,31 +136,15 @@ CVQFix16 CVQFix16::sqrt(const CVQFix16& x) {
         return fromRaw(kBlock);
     }
 
-    // The bisection comes to the block that holds the root in 16 steps. The block's number is the whole root of
-    // x / 181^2, taken in steps; its two ends are the only numbers on the way that can have been hit, never both.
-    const auto raw = static_cast<unsigned>(x.mRaw);
-    const unsigned quotient =
-        (raw / kBlockSquare << kFractionBits) + (raw % kBlockSquare << kFractionBits) / kBlockSquare;
-    int low = static_cast<int>(wholeRoot(quotient)) * kBlock;
-    int high = low + kBlock;
-    if (squareOf(high) == x.mRaw) {
-        return fromRaw(high);
+    const unsigned root = wholeRoot(static_cast<unsigned>(x.mRaw));
+    const unsigned place = root % kBlock;
+    if (VQ_UNLIKELY(x.mRaw < kRawQuarter)) {
+        return fromRaw(static_cast<int>(bisectBlock(root - place, x.mRaw)));
     }
-    if (squareOf(low) == x.mRaw) {
-        return fromRaw(low);
-    }
-    int root = low;
-    do {
-        root = (low + high) / 2;
-        const int square = squareOf(root);
-        if (square == x.mRaw) {
-            break;
-        }
-        const bool isTooLarge = square > x.mRaw;
-        high = isTooLarge ? root : high;
-        low = isTooLarge ? low : root;
-    } while (high - low >= 2);
-    return fromRaw(root);
+    unsigned upper = kLastTried.upper[place];
+    upper = squareOf(root) == x.mRaw ? 0 : upper;
+    upper = squareOf(root + 1) == x.mRaw ? 1 : upper;
+    return fromRaw(static_cast<int>(root + upper));
 }
 
 CVQFix16 CVQFix16::sin(const CVQFix16& x) {
