@@ -1,12 +1,10 @@
 // Concerns: the bytes of both forms; reading them back; sources that deliver less, nothing, garbage or a length that
 // no string may have; zero bytes; what happens to the target and its copies.
+#include "MemoryStream.h"
 #include "StringInternals.h"
 
 #include <CVQByteStream.h>
-#include <IVQIOStream.h>
 
-#include <algorithm>
-#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -15,48 +13,6 @@ namespace {
 using namespace strings;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/// A stream over plain bytes that keeps values aligned and remembers each call.
-class MemoryStream : public IVQIOStream {
-public:
-    MemoryStream() = default;
-    explicit MemoryStream(std::string source) : bytes(std::move(source)) {}
-
-    std::string bytes;
-    mutable std::size_t position = 0;
-    mutable std::vector<unsigned> calls;  // counts asked for
-
-    bool waitToRead(int) override { return true; }
-    void ready() override {}
-    void align(unsigned unit) const override {
-        const std::size_t behind = position + (unit - position % unit) % unit;
-        position = std::min(behind, bytes.size());
-    }
-    bool waitToWrite(int) override { return true; }
-    void flush() override {}
-    void align(unsigned unit) override {
-        while (bytes.size() % unit != 0)
-            bytes += '\0';
-    }
-
-protected:
-    unsigned doRead(void* destination, unsigned count) const override {
-        calls.push_back(count);
-        const auto delivered = std::min<std::size_t>(count, bytes.size() - position);
-        std::memcpy(destination, bytes.data() + position, delivered);
-        position += delivered;
-        return static_cast<unsigned>(delivered);
-    }
-    unsigned doWrite(const void* source, unsigned count) override {
-        calls.push_back(count);
-        bytes.append(static_cast<const char*>(source), count);
-        return count;
-    }
-};
-
-std::string lengthOf(unsigned value) {
-    return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-}
 
 TEST(CVQString, WritesItsLengthAndItsBytes) {
     MemoryStream stream;
