@@ -16,16 +16,14 @@ sigset_t signals() {
     return set;
 }
 
-void note(int) {
-    gHasCome = 1;
+void handle(void (*handler)(int)) {
+    std::signal(SIGINT, handler);
+    std::signal(SIGTERM, handler);
 }
 
-void handle(void (*handler)(int), int flags) {
-    struct sigaction action {};
-    action.sa_handler = handler;
-    action.sa_flags = flags;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+void note(int) {
+    gHasCome = 1;
+    handle(SIG_DFL);
 }
 
 }  // namespace
@@ -37,11 +35,11 @@ namespace Interrupt {
 void listen() {
     const sigset_t set = signals();
     sigprocmask(SIG_BLOCK, &set, &gMaskBefore);
-    handle(note, static_cast<int>(SA_RESETHAND));
+    handle(note);
 }
 
 void ignore() {
-    handle(SIG_IGN, 0);
+    handle(SIG_IGN);
 }
 
 bool hasCome() {

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <getopt.h>
+#include <cstring>
 
 namespace {
 
@@ -24,17 +24,6 @@ tells each time (see it with 'slogview -- recorder file').
   -h, --help          this text
 )";
 
-enum ELongOption { OPTION_BLOCK = 256, OPTION_SPOIL, OPTION_OF_LIBRARY };
-
-constexpr option kOptions[] = {
-    {"block", required_argument, nullptr, OPTION_BLOCK},
-    {"spoil", required_argument, nullptr, OPTION_SPOIL},
-    {"memtrace", required_argument, nullptr, OPTION_OF_LIBRARY},
-    {"nobreak", no_argument, nullptr, OPTION_OF_LIBRARY},
-    {"help", no_argument, nullptr, 'h'},
-    {nullptr, 0, nullptr, 0},
-};
-
 [[noreturn]] void refuse(const std::string& problem) {
     std::fprintf(stderr, "recorder: %s\nTry 'recorder --help'.\n", problem.c_str());
     std::exit(2);
@@ -49,35 +38,58 @@ unsigned number(const char* name, const char* word, unsigned long largest) {
     return static_cast<unsigned>(value);
 }
 
+/// The value behind "--name=" or, for a plain "--name", the next word. Null for any other option.
+const char* valueOf(const char* name, int& index, char* argv[]) {
+    const char* const word = argv[index];
+    const std::size_t length = std::strlen(name);
+    if (std::strncmp(word, name, length) != 0)
+        return nullptr;
+    if (word[length] == '=')
+        return word + length + 1;
+    if (word[length] != '\0')
+        return nullptr;
+    if (argv[index + 1] == nullptr)
+        refuse(std::string(name) + " takes a value");
+    return argv[++index];
+}
+
+bool isForLibrary(const char* word) {
+    return std::strncmp(word, "--memtrace=", 11) == 0 || std::strcmp(word, "--nobreak") == 0;
+}
+
+bool isOption(const char* word) {
+    return word[0] == '-' && word[1] != '\0';
+}
+
 }  // namespace
 
 SOptions parseOptions(int argc, char* argv[]) {
     constexpr unsigned long kLargestBlock = 64 << 20;
     constexpr unsigned long kLargestInterval = 1000000000;
     SOptions options;
-    for (int found; (found = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1;) {
-        switch (found) {
-        case OPTION_BLOCK:
-            options.blockSize = number("--block", optarg, kLargestBlock);
-            break;
-        case OPTION_SPOIL:
-            options.spoilEvery = number("--spoil", optarg, kLargestInterval);
-            break;
-        case OPTION_OF_LIBRARY:  // the library has read it already
-            break;
-        case 'h':
+    bool hasFile = false;
+    bool isAllFiles = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (isAllFiles || !isOption(argv[i])) {
+            if (word.empty())
+                refuse("a file without a name");
+            if (hasFile)
+                refuse("one file at a time");
+            options.path = word;
+            hasFile = true;
+        } else if (word == "-h" || word == "--help") {
             std::fputs(kHelp, stdout);
             std::exit(0);
-        default:
-            std::fputs("Try 'recorder --help'.\n", stderr);
-            std::exit(2);
+        } else if (word == "--") {
+            isAllFiles = true;
+        } else if (const char* const block = valueOf("--block", i, argv)) {
+            options.blockSize = number("--block", block, kLargestBlock);
+        } else if (const char* const interval = valueOf("--spoil", i, argv)) {
+            options.spoilEvery = number("--spoil", interval, kLargestInterval);
+        } else if (!isForLibrary(argv[i])) {
+            refuse("unknown option '" + word + "'");
         }
     }
-    if (argc - optind > 1)
-        refuse("one file at a time");
-    if (optind < argc)
-        options.path = argv[optind];
-    if (optind < argc && options.path.empty())
-        refuse("a file without a name");
     return options;
 }
