@@ -12,7 +12,10 @@ MARLIX_BENCH("CVQCriticalSection_LockUnlock", "ours", 1) {
     bench::uncontended<CVQCriticalSection>(state);
 }
 MARLIX_BENCH_MANUAL("CVQCriticalSection_Contended", "ours", 2) {
-    bench::contended<CVQCriticalSection>(state);
+    bench::contended<CVQCriticalSection>(state, 0);
+}
+MARLIX_BENCH_MANUAL("CVQCriticalSection_ContendedNowAndThen", "ours", 2) {
+    bench::contended<CVQCriticalSection>(state, 4);
 }
 
 }  // namespace

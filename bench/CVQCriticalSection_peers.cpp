@@ -32,7 +32,10 @@ struct GlibcMutex {
         bench::uncontended<Lock>(state);                                                                           \
     }                                                                                                              \
     MARLIX_BENCH_MANUAL("CVQCriticalSection_Contended", contender, 2) {                                            \
-        bench::contended<Lock>(state);                                                                             \
+        bench::contended<Lock>(state, 0);                                                                          \
+    }                                                                                                              \
+    MARLIX_BENCH_MANUAL("CVQCriticalSection_ContendedNowAndThen", contender, 2) {                                  \
+        bench::contended<Lock>(state, 4);                                                                          \
     }
 
 LOCK_BENCHES("glibc default mutex", GlibcMutex)

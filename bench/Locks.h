@@ -91,24 +91,26 @@ struct Contest {
     alignas(128) std::atomic<unsigned> round{0};
     alignas(128) std::atomic<unsigned> finished{0};
 
-    void sections(int me, unsigned steps) {
+    void sections(int me, unsigned inside, unsigned outside) {
+        std::uint64_t own = 1;
         for (unsigned i = 0; i < kSections / 2; ++i) {
             lock.lock();
-            value = chain(value, steps);
+            value = chain(value, inside);
             ++entered;
             handovers += last != me;
             last = me;
             lock.unlock();
+            own = chain(own, outside);
         }
     }
 };
 
-/// Two threads, each on its own processor, share 20,000 sections with 50 ns of work inside and none outside. Timed
-/// from the moment when both are let go to the moment when both are done; reported per section. `handovers` is the
-/// share of sections whose predecessor ran in the other thread: a lock that lets its owner come back again and
-/// again looks fast and starves the other, so the two figures are to be read together.
+/// Two threads, each on its own processor, share 20,000 sections with 50 ns of work inside, and `timesOutside` as much
+/// outside. Timed from the moment when both are let go to the moment when both are done; reported per section.
+/// `handovers` is the share of sections whose predecessor ran in the other thread: a lock that lets its owner come back
+/// again and again looks fast and starves the other, so the two figures are to be read together.
 template <class Lock>
-void contended(benchmark::State& state) {
+void contended(benchmark::State& state, unsigned timesOutside) {
     const std::vector<int> processors = twoProcessors();
     if (processors.empty()) {
         state.SkipWithError("needs two processors");
@@ -124,7 +126,7 @@ void contended(benchmark::State& state) {
             while ((round = contest.round.load()) != next)
                 if (round == kEnd)
                     return;
-            contest.sections(1, steps);
+            contest.sections(1, steps, timesOutside * steps);
             contest.finished.store(next);
         }
     });
@@ -134,7 +136,7 @@ void contended(benchmark::State& state) {
         ++round;
         const auto start = std::chrono::steady_clock::now();
         contest.round.store(round);
-        contest.sections(0, steps);
+        contest.sections(0, steps, timesOutside * steps);
         while (contest.finished.load() != round) {
         }
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
