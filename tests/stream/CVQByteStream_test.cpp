@@ -844,9 +844,9 @@ TEST(CVQByteStream, IsWrittenIntoItselfAsItWas) {
     EXPECT_THAT(bytesIn(stream), ElementsAre(1, 2, 3, 3, 0, 0, 0, 1, 2, 3));
     CVQByteStream full = streamOf(Bytes(32, 5));
     full << full;
-    Bytes expected(32, 5);
-    expected.insert(expected.end(), {32, 0, 0, 0});
-    expected.insert(expected.end(), 32, 5);
+    Bytes expected(68, 5);
+    expected[32] = 32;
+    std::fill_n(expected.begin() + 33, 3, static_cast<unsigned char>(0));
     EXPECT_EQ(expected, bytesIn(full));
     CVQByteStream qrv = streamOf(Bytes(30, 6));
     CVQByteStream::toQRVStream(qrv, qrv);
