@@ -38,8 +38,9 @@ extern "C" {
 
 extern bt_accessor_t bt_acc_self;
 
-/// BT_SELF; BT_THREAD, int tid; BT_PROCESS, pid_t pid, int tid. 0, or -1 with EINVAL for all but the calling thread.
-int bt_init_accessor(bt_accessor_t* accessor, bt_acc_type_t type, ...);
+/// `type` is a bt_acc_type_t: BT_SELF; BT_THREAD, int tid; BT_PROCESS, pid_t pid, int tid. 0, or -1 with EINVAL for all
+/// but the calling thread. (An enumeration itself may not stand before variable arguments in C++.)
+int bt_init_accessor(bt_accessor_t* accessor, int type, ...);
 int bt_release_accessor(bt_accessor_t* accessor);
 
 /// Stores at most `length` return addresses, the caller's own place first; how many, or -1 with EINVAL.

@@ -72,15 +72,15 @@ int addObject(dl_phdr_info* object, size_t, void* argument) {
 
 using namespace host;
 
-int bt_init_accessor(bt_accessor_t* accessor, bt_acc_type_t type, ...) {
+int bt_init_accessor(bt_accessor_t* accessor, int type, ...) {
     dropTimeout();
+    if (accessor == nullptr || (type != BT_SELF && type != BT_THREAD && type != BT_PROCESS))
+        return failed(EINVAL);
     va_list arguments;
     va_start(arguments, type);
     const pid_t pid = type == BT_PROCESS ? va_arg(arguments, pid_t) : getpid();
     const int tid = type == BT_SELF ? static_cast<int>(threadId()) : va_arg(arguments, int);
     va_end(arguments);
-    if (accessor == nullptr || type < BT_SELF || type > BT_PROCESS)
-        return failed(EINVAL);
     if (pid != getpid() || tid != static_cast<int>(threadId()))
         return failed(unsupported("a backtrace of another thread", EINVAL));
     accessor->__type = BT_SELF;

@@ -159,6 +159,8 @@ int slogb(int opcode, int severity, void* data, int size) {
     const Deadline armed = takeTimeout(kCovered);
     if (size < 0 || static_cast<unsigned>(size) > kSlogBytesMax)
         return failed(EINVAL);
+    if (data == nullptr && size != 0)
+        return failed(EFAULT);
     return log({SlogKind::BYTES, opcode, severity, data, static_cast<size_t>(size), armed});
 }
 

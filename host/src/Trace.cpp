@@ -15,14 +15,20 @@ constexpr const char* kMarkers[] = {"/sys/kernel/tracing/trace_marker", "/sys/ke
 constexpr size_t kShownBytes = 400;
 constexpr size_t kLineSize = 1024;
 
+/// Of a line that is known to fit.
+size_t lengthOf(int printed) {
+    return static_cast<size_t>(printed);
+}
+
 /// Writes the event's line and its length; 0 or the error number.
-int format(int command, va_list& arguments, char (&line)[kLineSize], int& length) {
+int format(int command, va_list& arguments, char (&line)[kLineSize], size_t& length) {
     const int event = va_arg(arguments, int);
     switch (command) {
     case _NTO_TRACE_INSERTSUSEREVENT: {
         const int value1 = va_arg(arguments, int);
         const int value2 = va_arg(arguments, int);
-        length = snprintf(line, sizeof(line), "nto event=%d value1=%d value2=%d\n", event, value1, value2);
+        length =
+            lengthOf(snprintf(line, sizeof(line), "nto event=%d value1=%d value2=%d\n", event, value1, value2));
         return 0;
     }
     case _NTO_TRACE_INSERTCUSEREVENT: {
@@ -33,14 +39,14 @@ int format(int command, va_list& arguments, char (&line)[kLineSize], int& length
         char* end = line + sprintf(line, "nto event=%d data=", event);
         end = writeHex(end, data, byteCount < kShownBytes ? byteCount : kShownBytes);
         *end++ = '\n';
-        length = static_cast<int>(end - line);
+        length = static_cast<size_t>(end - line);
         return 0;
     }
     case _NTO_TRACE_INSERTUSRSTREVENT: {
         const char* const text = va_arg(arguments, const char*);
         if (text == nullptr)
             return EFAULT;
-        length = snprintf(line, sizeof(line), "nto event=%d text=%.900s\n", event, text);
+        length = lengthOf(snprintf(line, sizeof(line), "nto event=%d text=%.900s\n", event, text));
         return 0;
     }
     }
@@ -66,12 +72,12 @@ int TraceEvent(int command, ...) {
     dropTimeout();
     ErrnoKeeper keeper;
     char line[kLineSize];
-    int length = 0;
+    size_t length = 0;
     va_list arguments;
     va_start(arguments, command);
     int error = format(command, arguments, line, length);
     va_end(arguments);
-    if (error == 0 && !write(line, static_cast<size_t>(length)))
+    if (error == 0 && !write(line, length))
         error = ENOTSUP;
     if (error == 0)
         return 0;

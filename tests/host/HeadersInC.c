@@ -1,0 +1,45 @@
+/* The headers as C programs see them: here they compile, and the calls link. */
+#include <atomic.h>
+#include <backtrace.h>
+#include <errno.h>
+#include <process.h>
+#include <pthread.h>
+#include <sys/neutrino.h>
+#include <sys/slog.h>
+#include <sys/slogcodes.h>
+#include <sys/trace.h>
+
+int headersInC(void);
+
+/* 0, or the number of the first step that went wrong. */
+int headersInC(void) {
+    static struct _sync mutex;
+    pthread_mutexattr_t attributes;
+    bt_addr_t address = 0;
+    volatile unsigned counter = 1;
+    struct sigevent event;
+    const uint64_t zero = 0;
+
+    if (sizeof(struct _sync) != 8)
+        return 1;
+    if (SyncMutexLock_r(&mutex) != EOK || SyncMutexUnlock_r(&mutex) != EOK)
+        return 2;
+    pthread_mutexattr_init(&attributes);
+    if (pthread_mutexattr_setrecursive(&attributes, PTHREAD_RECURSIVE_ENABLE) != EOK)
+        return 3;
+    pthread_mutexattr_destroy(&attributes);
+    SIGEV_UNBLOCK_INIT(&event);
+    if (TimerTimeout(CLOCK_MONOTONIC, 0, &event, &zero, NULL) != 0)
+        return 4;
+    if (bt_get_backtrace(&bt_acc_self, &address, 1) != 1 || address == 0)
+        return 5;
+    if (atomic_add_value(&counter, 1) != 1 || atomic_sub_value(&counter, 2) != 2)
+        return 6;
+    if (_argc < 1 || _argv == NULL)
+        return 7;
+    if (slogf(_SLOG_SETCODE(_SLOGC_TEST, 1), _SLOG_DEBUG2, "from %s", "C") != 0)
+        return 8;
+    if (TraceEvent(0) != -1 || errno != ENOTSUP)
+        return 9;
+    return 0;
+}
