@@ -18,7 +18,6 @@
 #include <unistd.h>
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 namespace {
 
