@@ -18,6 +18,13 @@ constexpr bool kIsSanitized = true;
 constexpr bool kIsSanitized = false;
 #endif
 
+/// The address sanitizer's heap does not let go of its locks in a child forked while another thread allocates.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kHeapSurvivesFork = false;
+#else
+constexpr bool kHeapSurvivesFork = true;
+#endif
+
 /// Whether `new` comes from the library: a sanitizer's run-time stands before a shared library, but not before the
 /// program itself.
 #if defined(MARLIX_TEST_STATIC)
