@@ -17,7 +17,8 @@
 //            as it was. Without memory the process ends (VQMemory::allocChecked).
 //   Position one outside the text, or inside a character, changes nothing and yields nothing. Iterators carry no
 //            owner and are valid until the string's buffer is replaced; those of another string are taken for
-//            positions outside the text. A modifying operation that is given a position moves it along.
+//            positions outside the text. A modifying operation that is given a position moves it along. Stepping
+//            ends at the text's ends; back before the beginning it stays (for texts below 2^24 characters).
 //   Threads  strings that share a buffer may be used, changed and destroyed on different threads; the count is
 //            atomic and the last owner alone frees the block. One string object: one thread at a time. One buffer
 //            counts up to 2^32 - 1 owners.
@@ -25,11 +26,13 @@
 //   Elsewhere the constructors from code points, fromUCS4Sequence, fromUCS2Sequence and fromWCharSequence are
 //            declared here and defined with the character-set conversions.
 //   Kept     string-lenient-utf8: the rule above; overlong forms and surrogates pass as well.
-//            string-zero-bytes: zero bytes that came from a stream are characters, but comparing, searching,
-//            stepping forward and hashing's peers in C see the text end at the first of them.
+//            string-invalid-message: the report of invalid text has its odd wording.
+//            string-zero-bytes: zero bytes that came from a stream are characters, but comparing, searching and
+//            stepping forward end at the first of them, as C code does.
 //            string-signed-byte: a position on no lead byte decodes to the byte itself, sign-extended.
 //            string-signed-hash: bytes enter the hash sign-extended.
 //            string-format-256: `format` keeps at most 256 bytes.
+//            string-asked-anyway: after the assertion on an invalid capacity the block is asked for all the same.
 //            string-clear-message: an invalid capacity in `clear` is reported in addReference's name.
 //            string-own-empty: `clear` and `swap` give an empty string a block of its own, of capacity 0.
 #pragma once
@@ -53,7 +56,7 @@ VQ_EXPORT const IVQIStream& operator>>(const IVQIStream& stream, CVQString& text
 
 /// The block behind a string. Only CVQString and its conversions touch it.
 struct SVQStringData {
-    unsigned mReferences;      ///< owners; changed atomically, never written while it stands above 1 otherwise
+    unsigned mReferences;      ///< owners; changed atomically
     unsigned mCapacity;        ///< bytes of text that fit, the terminator not counted
     unsigned mByteLength;      ///< bytes of text in use
     unsigned mCharacterCount;  ///< characters in those bytes
@@ -135,7 +138,7 @@ public:
     };
 
     /// What every empty string without a block of its own points at: read-only, and so never counted.
-    static const SVQStringData nullData;
+    alignas(8) static const SVQStringData nullData;
     /// An empty string that is there before any constructor runs and after every destructor ran.
     static const CVQString& null;
 
@@ -322,7 +325,7 @@ private:
     bool makeRoom(unsigned long long bytes);
     void construct(const char* text, std::size_t bytes, std::size_t atByte, std::size_t asciiBytes);
     bool splice(std::size_t at, std::size_t bytes, std::size_t characters, const CVQString& inserted);
-    void keep(std::size_t at, std::size_t bytes, std::size_t characters);
+    void keep(std::size_t at, std::size_t bytes, std::size_t characters, std::size_t capacity);
     void receive(const IVQIStream& stream, unsigned bytes, unsigned terminator);
 };
 

@@ -30,6 +30,10 @@ constexpr unsigned long long kMaxTextBytes = 0xFFFFFFFEULL;
 
 constexpr std::size_t kFormatBytes = 257;
 
+/// Of the allocator's blocks, and so of the zero byte before a text.
+constexpr std::uintptr_t kBlockAlignment = 8;
+static_assert(offsetof(SVQStringData, mSentinel) % kBlockAlignment == 0, "isBeforeText goes by it");
+
 /// Into a header field; the value was bounded where it entered.
 template <class T>
 constexpr unsigned field(T value) {
@@ -54,6 +58,7 @@ void checkCapacity(unsigned line, const char* function, unsigned long long capac
 }
 
 VQ_COLD void reportInvalidText() {
+    // Kept: string-invalid-message. The log is searched for these words.
     VQSyslog::logMsg(0, VQSyslog::ERROR, "The character sequence contains a wrong coded UTF-8 sequence !");
 }
 
@@ -72,9 +77,10 @@ SVQStringData* newBlock(std::size_t capacity) {
     return block;
 }
 
+/// Counts of irregular text may disagree with what is left of it; there are never more characters than bytes.
 void setLengths(SVQStringData& block, std::size_t bytes, std::size_t characters) {
     block.mByteLength = field(bytes);
-    block.mCharacterCount = field(characters);
+    block.mCharacterCount = field(smaller(characters, bytes));
     block.text()[bytes] = '\0';
 }
 
@@ -99,6 +105,20 @@ constexpr bool isWhiteSpace(char byte) {
 
 SVQStringData* const kNullHandle = const_cast<SVQStringData*>(&CVQString::nullData);
 
+/// Whether `place` is the zero byte before a text, not one in it or behind it. A position knows nothing but its place,
+/// so what lies before that has to look like a header, its character count below 2^24. No text without zero bytes
+/// does.
+bool isBeforeText(const char* place) {
+    if (*place != '\0' || place[-1] != '\0' || reinterpret_cast<std::uintptr_t>(place) % kBlockAlignment != 0) {
+        return false;
+    }
+    // A text that reaches such a place has seven bytes at least, so that these still lie in its block.
+    unsigned lengths[3];
+    std::memcpy(lengths, place - sizeof lengths, sizeof lengths);
+    const auto [capacity, bytes, characters] = lengths;
+    return characters <= bytes && bytes <= capacity;
+}
+
 void advance(const char** position, long long steps) {
     const char* place = *position;
     for (; steps > 0 && *place != '\0'; --steps) {
@@ -106,12 +126,7 @@ void advance(const char** position, long long steps) {
             ++place;
         } while (VQUtf8::isContinuation(*place));
     }
-    for (; steps < 0; ++steps) {
-        // The zero byte before a text stands on a multiple of 8, and before it the highest byte of the character
-        // count. The terminator of an empty text, its only likeness, never does.
-        if (*place == '\0' && place[-1] == '\0' && reinterpret_cast<std::uintptr_t>(place) % 8 == 0) {
-            break;
-        }
+    for (; steps < 0 && !isBeforeText(place); ++steps) {
         do {
             --place;
         } while (VQUtf8::isContinuation(*place));
@@ -124,7 +139,7 @@ void advance(const char** position, long long steps) {
 
 }  // namespace
 
-alignas(8) VQ_CONSTINIT const SVQStringData CVQString::nullData{2, 0, 0, 0, '\0', {}};
+VQ_CONSTINIT const SVQStringData CVQString::nullData{2, 0, 0, 0, '\0', {}};
 
 // A pointer that is looked at as the string that it makes up: a string object would be destroyed at exit.
 const CVQString& CVQString::null = reinterpret_cast<const CVQString&>(kNullHandle);
@@ -167,12 +182,12 @@ int operator-(const CVQString::const_iterator& to, const CVQString::const_iterat
         high = swapped;
     }
     // A zero byte ends the walk, so that it stays in one text even when the two stand in different ones.
-    int distance = 0;
+    unsigned distance = 0;
     while (reinterpret_cast<std::uintptr_t>(low) < reinterpret_cast<std::uintptr_t>(high) && *low != '\0') {
         advance(&low, 1);
         ++distance;
     }
-    return negative ? -distance : distance;
+    return static_cast<int>(negative ? 0 - distance : distance);
 }
 
 /// False for a position outside the text or inside a character.
@@ -189,6 +204,7 @@ bool CVQString::holds(const const_iterator& position, std::size_t& at) const noe
 
 /// Exchanges the buffer for one of exactly `capacity`.
 void CVQString::moveToBlock(std::size_t capacity) {
+    // Kept: string-asked-anyway. An assertion lets the process go on; that there is no memory ends it.
     checkCapacity(kLineAddReference, "addReference", capacity);
     SVQStringData* const block = newBlock(capacity);
     std::size_t bytes = mData->mByteLength;
@@ -266,7 +282,7 @@ bool CVQString::splice(std::size_t at, std::size_t bytes, std::size_t characters
         return false;
     }
     const std::size_t staying = old->mCharacterCount - smaller(characters, old->mCharacterCount);
-    const std::size_t count = total == 0 ? 0 : staying + source->mCharacterCount;
+    const std::size_t count = staying + source->mCharacterCount;
 
     const bool roomy = !isShared() && total <= old->mCapacity;
     if (roomy && source != old) {
@@ -288,15 +304,15 @@ bool CVQString::splice(std::size_t at, std::size_t bytes, std::size_t characters
     return true;
 }
 
-/// Makes the `bytes` bytes from byte `at` on the whole text. An unshared buffer keeps its capacity.
-void CVQString::keep(std::size_t at, std::size_t bytes, std::size_t characters) {
-    if (isShared()) {
-        CVQString kept = slice(at, bytes, characters);
-        exchange(kept);
-        return;
+/// Makes the `bytes` bytes from byte `at` on the whole text. An unshared buffer keeps its capacity, a shared one is
+/// exchanged for one of `capacity`.
+void CVQString::keep(std::size_t at, std::size_t bytes, std::size_t characters, std::size_t capacity) {
+    SVQStringData* const block = isShared() ? newBlock(capacity) : mData;
+    std::memmove(block->text(), mData->text() + at, bytes);
+    setLengths(*block, bytes, characters);
+    if (block != mData) {
+        adopt(block);
     }
-    std::memmove(mData->text(), mData->text() + at, bytes);
-    setLengths(*mData, bytes, characters);
 }
 
 /// A string of exactly these bytes of the text, in a block of its own.
@@ -603,7 +619,7 @@ CVQString& CVQString::replaceAll(const CVQString& pattern, const CVQString& repl
         from = place + wanted.mByteLength;
     }
     put(from, static_cast<std::size_t>(behind - from));
-    setLengths(*block, bytes, bytes == 0 ? 0 : characters);
+    setLengths(*block, bytes, characters);
     if (!inPlace) {
         adopt(block);
     }
@@ -633,7 +649,7 @@ CVQString& CVQString::replaceArg(const CVQString& argument) {
 CVQString& CVQString::truncate(std::size_t characters) {
     if (characters == 0 ? mData->mByteLength != 0 : characters < mData->mCharacterCount) {
         const VQUtf8::SExtent left = extentAt(*mData, 0, characters);
-        keep(0, left.bytes, left.characters);
+        keep(0, left.bytes, left.characters, left.bytes);
     }
     return *this;
 }
@@ -642,7 +658,7 @@ CVQString& CVQString::truncate(const const_iterator& position) {
     std::size_t at = 0;
     if (holds(position, at) && at != mData->mByteLength) {
         const VQUtf8::SExtent left = VQUtf8::measure(mData->text(), at, VQUtf8::kAll);
-        keep(0, left.bytes, left.characters);
+        keep(0, left.bytes, left.characters, left.bytes);
     }
     return *this;
 }
@@ -660,15 +676,16 @@ CVQString& CVQString::trim() {
     const std::size_t removed = mData->mByteLength - (end - at);
     if (removed != 0) {
         checkCapacity(kLineTrim, "trim", mData->mCapacity);
-        keep(at, end - at, mData->mCharacterCount - smaller(removed, mData->mCharacterCount));
+        const std::size_t characters = mData->mCharacterCount - smaller(removed, mData->mCharacterCount);
+        keep(at, end - at, characters, mData->mCapacity - removed);
     }
     return *this;
 }
 
 void CVQString::clear() {
     if (isShared()) {
-        checkCapacity(kLineClear, "addReference",
-                      mData->mCapacity);  // Kept: string-clear-message. Logs are searched for it.
+        // Kept: string-clear-message. Logs are searched for that name.
+        checkCapacity(kLineClear, "addReference", mData->mCapacity);
         adopt(newBlock(mData->mCapacity));
         return;
     }
@@ -696,7 +713,7 @@ void CVQString::swap(CVQString& other) {
 // ---- formatting
 
 bool CVQString::format(const char* format, ...) {
-    char scratch[kFormatBytes];  // Kept: string-format-256.
+    char scratch[kFormatBytes];  // Kept: string-format-256. Log lines are built to fit it.
     std::va_list arguments;
     va_start(arguments, format);
     const bool whole = doFormat(scratch, sizeof scratch, format, arguments);

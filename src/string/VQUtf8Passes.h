@@ -23,6 +23,9 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "marks count from the l
 
 namespace VQUtf8 {
 
+/// Vectors that a pass takes in one step while nothing stops it.
+constexpr std::size_t kGroup = 4;
+
 /// The passes, built for one kind of processor.
 struct SPasses {
     std::size_t (*asciiPrefix)(const char* text, std::size_t maxBytes);
@@ -31,8 +34,6 @@ struct SPasses {
 };
 
 namespace {
-
-constexpr std::size_t kGroup = 4;
 
 constexpr std::size_t smaller(std::size_t a, std::size_t b) {
     return a < b ? a : b;

@@ -379,6 +379,11 @@ TEST(CVQString, TrimsWhiteSpaceAtBothEnds) {
     EXPECT_EQ(8u, trimmed.getCapacity());
     EXPECT_EQ(6u, trimmed.getCharacterCount());
     EXPECT_EQ("\v\f\r a \xC3\xA4\xC2\xA0 b\t", bytesOf(copy));
+    CVQString roomy("  x ");
+    roomy.reserve(20);
+    const CVQString other(roomy);
+    EXPECT_EQ("x", bytesOf(roomy.trim()));
+    EXPECT_EQ(17u, roomy.getCapacity());  // less by what was removed
 }
 
 TEST(CVQString, TrimsOneEndAndAllAndNothing) {

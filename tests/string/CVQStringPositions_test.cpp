@@ -138,6 +138,16 @@ TEST(CVQString, StepsBackFromTheEndOfATextOfEveryLength) {
     }
 }
 
+TEST(CVQString, StepsBackFromTheEndOfATextThatEndsInZeroBytes) {
+    for (std::size_t length = 1; length < 40; ++length) {
+        const CVQString text = unchecked(std::string(length, 'x') + std::string(2, '\0'));
+        Position position = text.end();
+        EXPECT_EQ(length + 1, offsetOf(text, --position));
+        EXPECT_EQ(length, offsetOf(text, --position));
+        EXPECT_EQ(length - 1, offsetOf(text, --position));
+    }
+}
+
 TEST(CVQString, StepsOnPlainPointersToo) {
     const CVQString text("a\xC3\xA4"
                          "b");

@@ -71,7 +71,7 @@ TEST(CVQString, CountsBytesAndCharacters) {
     EXPECT_EQ(0xE4, text[0]);
 }
 
-TEST(CVQString, CutsOffAndLogsWhatIsNoUtf8) {
+TEST(CVQString, Kept_TheReportOfInvalidTextHasItsOddWording) {  // string-invalid-message
     Reports reports;
     const CVQString text("\x61\xC3");
     EXPECT_EQ("a", bytesOf(text));

@@ -188,10 +188,13 @@ public:
 
     void trim() {
         const auto white = [](char c) { return c == ' ' || (c >= 9 && c <= 13); };
+        std::size_t removed = bytes.size();
         while (!bytes.empty() && white(bytes.back()))
-            bytes.pop_back(), --characters;
+            bytes.pop_back();
         while (!bytes.empty() && white(bytes.front()))
-            bytes.erase(0, 1), --characters;
+            bytes.erase(0, 1);
+        removed -= bytes.size();
+        characters -= std::min(characters, removed);
     }
 
     Text left(std::size_t count) const { return part(0, measure(bytes, 0, std::min(count, characters))); }
@@ -227,7 +230,7 @@ private:
     Text part(std::size_t at, Extent extent) const {
         Text text;
         text.bytes = bytes.substr(at, extent.bytes);
-        text.characters = extent.characters;
+        text.characters = std::min(extent.characters, extent.bytes);
         return text;
     }
 
@@ -235,8 +238,7 @@ private:
         const Text copy = coming;
         bytes.replace(at, going.bytes, copy.bytes);
         characters = characters - std::min(characters, going.characters) + copy.characters;
-        if (bytes.empty())
-            characters = 0;
+        characters = std::min(characters, bytes.size());
     }
 };
 
