@@ -45,10 +45,10 @@ doubles::NoErrorTexts::~NoErrorTexts() {
 #pragma GCC visibility push(default)
 extern "C" {
 
-int bt_init_accessor(bt_accessor_t* accessor, bt_acc_type_t type, ...) {
+int bt_init_accessor(bt_accessor_t* accessor, int type, ...) {
     // The one form in use, BT_SELF, has no further arguments.
     return sStack != nullptr ? sStack->initResult
-                             : real<int(bt_accessor_t*, bt_acc_type_t, ...)>("bt_init_accessor")(accessor, type);
+                             : real<int(bt_accessor_t*, int, ...)>("bt_init_accessor")(accessor, type);
 }
 
 int bt_load_memmap(bt_accessor_t* accessor, bt_memmap_t* map) {
