@@ -18,7 +18,8 @@
 //   Position one outside the text, or inside a character, changes nothing and yields nothing. Iterators carry no
 //            owner and are valid until the string's buffer is replaced; those of another string are taken for
 //            positions outside the text. A modifying operation that is given a position moves it along. Stepping
-//            ends at the text's ends; back before the beginning it stays (for texts below 2^24 characters).
+//            ends at the text's ends; back before the beginning it stays (for texts below 2^24 characters). Where a
+//            text has zero bytes, a step back may stay at one of them as well.
 //   Threads  strings that share a buffer may be used, changed and destroyed on different threads; the count is
 //            atomic and the last owner alone frees the block. One string object: one thread at a time. One buffer
 //            counts up to 2^32 - 1 owners.

@@ -98,7 +98,7 @@ struct SEarlyAndLate {
     SEarlyAndLate() : totalBefore(total()), block(new char[1234]), totalWith(total()) {}
     ~SEarlyAndLate() {
         const unsigned before = total();
-        char* const late = new char[50];
+        char* volatile late = new char[50];  // volatile, or the compiler leaves out the pair of calls
         const unsigned with = total();
         delete[] late;
         const unsigned without = total();
