@@ -1,0 +1,66 @@
+// VQStringUtilities: splitting a text at delimiters, and upper and lower case.
+//   Units    characters are code points.
+//   Rules    case mapping goes character by character, without regard to what stands beside it or to a language: the
+//            final sigma and the Turkish i are mapped like others. One character may become up to three.
+//   Errors   none. Bytes that form no character stay as they are.
+//   Threads  any thread; the text or vector that is written: one thread at a time.
+//   Source   Unicode Character Database, the mappings of Unicode 4.0 for letters below U+10000
+//            (tools/unicode/generate_case_mappings.py).
+#pragma once
+
+#include <CVQString.h>
+#include <VQExport.h>
+
+template <class T>
+class TVQVector;
+
+namespace VQStringUtilities {
+
+/// The case mappings of one half of the code space. Each kind is sorted by code.
+template <class Code>
+struct TVQCaseMappings {
+    struct SSingle {
+        Code mCode;
+        Code mMapped;
+    };
+    /// `mLength` codes from `mFirst` on become those from `mFirstMapped` on.
+    struct SRange {
+        Code mFirst;
+        Code mLength;
+        Code mFirstMapped;
+    };
+    /// One code becomes `mCount` codes.
+    struct SMulti {
+        Code mCode;
+        Code mCount;
+        const Code* mMapped;
+    };
+
+    unsigned mSingleCount;
+    const SSingle* mSingles;
+    unsigned mRangeCount;
+    const SRange* mRanges;
+    unsigned mMultiCount;
+    const SMulti* mMultis;
+};
+
+struct SVQCaseMappingTable {
+    TVQCaseMappings<unsigned short> mPlane;  ///< code points up to U+FFFF
+    TVQCaseMappings<unsigned> mAbove;        ///< those above
+};
+
+VQ_EXPORT extern const SVQCaseMappingTable sToUpperCaseMappingTable;
+VQ_EXPORT extern const SVQCaseMappingTable sToLowerCaseMappingTable;
+
+/// The tokens between the characters of `text` that are also in `delimiters`. Without `skipEmpty` k delimiters make
+/// k + 1 tokens; with it no token is empty. What `out` held goes first; it may hold `text` and `delimiters`.
+VQ_EXPORT void split(TVQVector<CVQString>& out, const CVQString& text, const CVQString& delimiters, bool skipEmpty);
+
+VQ_EXPORT void toUpper(CVQString& text);
+VQ_EXPORT void toLower(CVQString& text);
+
+/// Maps each character by the first kind that has it: single, range, multi. A text in which nothing changes keeps its
+/// buffer, shared or not.
+VQ_EXPORT void doCaseMapping(CVQString& text, const SVQCaseMappingTable& table);
+
+}  // namespace VQStringUtilities
