@@ -1,6 +1,7 @@
 // Concerns: bytes of the primitives; short reads; both skips and their limits; align; binary interface (slots, bases);
 // use from a program with run-time type information.
 #include "stream/Streams.h"
+#include "support/VirtualSlot.h"
 
 #include <CVQByteStream.h>
 #include <IVQIOStream.h>
@@ -12,6 +13,7 @@
 
 namespace {
 
+using support::slotOf;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -236,25 +238,6 @@ struct InputSlots : IVQIStream {
 struct OutputSlots : IVQOStream {
     using IVQOStream::doWrite;
 };
-
-// The place in the table that a pointer to a virtual operation names, as the Itanium C++ ABI lays it down: two words, of
-// which one holds the distance in the table; the mark "virtual" is the lowest bit of the first word, on ARM (whose
-// functions may start at odd addresses) of the second.
-template <class Operation>
-std::ptrdiff_t slotOf(Operation operation) {
-    std::ptrdiff_t words[2];
-    static_assert(sizeof operation == sizeof words);
-    std::memcpy(words, &operation, sizeof words);
-#if defined(__arm__) || defined(__aarch64__)
-    EXPECT_EQ(1, words[1] & 1) << "not virtual";
-    const std::ptrdiff_t distance = words[0];
-#else
-    EXPECT_EQ(1, words[0] & 1) << "not virtual";
-    const std::ptrdiff_t distance = words[0] - 1;
-#endif
-    EXPECT_EQ(0, distance % static_cast<std::ptrdiff_t>(sizeof(void*)));
-    return distance / static_cast<std::ptrdiff_t>(sizeof(void*));
-}
 
 // The destructor takes the places 0 and 1: one entry for objects, one for objects that `delete` frees.
 TEST(IVQIStream, HasItsOperationsInTheFixedSlots) {
