@@ -2,11 +2,12 @@
 //
 //   Units    value = raw / 65,536; from -32,768.0 to 32,767.99998 in steps of 0.000015. Angles in radians.
 //   Shape    one signed 32-bit word. Every operation but the conversions from and to `double` uses integers only.
-//   Errors   overflow and arguments outside a function's domain are assertions of the unit "CVQFix16"; the operation
-//            then goes on with the wrapped or substitute result that is stated. Nothing else is reported.
+//   Errors   overflow and arguments outside a function's domain are assertions of the unit "CVQFix16"; the
+//            operation then goes on with the wrapped or substitute result that is stated. Nothing else is reported.
 //   Threads  plain value: one thread at a time. There is no shared state.
 //   Accuracy products and quotients are cut towards zero. `sin` is within 2 steps for angles up to PI; each full
-//            turn in the angle adds up to one more. `sqrt` is within one step from 0.25 on, within 181 below.
+//            turn in the angle adds up to one more. `sqrt` is within one step from 0.25 to 181 squared, within 181
+//            below and within 1,268 above.
 //   Source   `sin`: Taylor's series, stopped where a term is less than a step; `sqrt`: the result of bisecting
 //            0 to 181.0, the whole root of the largest value.
 //   Kept     fix16-report-lines: the line numbers in reports are those that log readers know.

@@ -6,14 +6,18 @@
 //
 //                class CDisplay : public IVQRuntimeInfo {
 //                public:
-//                    static const CVQClassID sClassID;      // in its unit: const CVQClassID CDisplay::sClassID("CDisplay");
+//                    static const CVQClassID sClassID;
 //                    void* doCastToPtr(const CVQClassID& id) override {
 //                        return &id == &sClassID ? this : castToPtr(id);
 //                    }
 //                };
+//                const CVQClassID CDisplay::sClassID("CDisplay");      // in its unit
 //
-//            A class with several bases asks them in turn; the first that answers wins. The caller knows which class it
-//            named and casts to exactly that one: static_cast<CDisplay*>(object.doCastToPtr(CDisplay::sClassID)).
+//            A class with several bases asks them in turn; the first that answers wins. The caller knows which
+//            class it named and casts to exactly that one:
+//
+//                static_cast<CDisplay*>(object.doCastToPtr(CDisplay::sClassID))
+//
 //            examples/runtimeinfo is a whole hierarchy.
 //   Shape    no data; virtual operations in slot order: destructor, doCastToPtr.
 //   Errors   none: null for a class that the object is not.

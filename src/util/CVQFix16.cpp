@@ -41,8 +41,8 @@ struct SRootTable {
 };
 constexpr SRootTable kRootTable;
 
-// The whole part of the root of value * 2^16; `value` is not 0. Each of the two steps of Newton's method doubles the
-// correct bits; what it gives is never too small and here at most one too large.
+// The whole part of the root of value * 2^16; `value` is not 0. Each of the two steps of Newton's method doubles
+// the correct bits; what it gives is never too small and here at most one too large.
 unsigned wholeRoot(unsigned value) {
     const int shift = __builtin_clz(value) & ~1;
     const unsigned scaled = value << shift;
@@ -55,8 +55,8 @@ unsigned wholeRoot(unsigned value) {
            (static_cast<unsigned long long>(root) * root > static_cast<unsigned long long>(value) << 16 ? 1 : 0);
 }
 
-// A root that is no number of steps lies between two: which of them does the bisection try last? 0 for the lower one,
-// 1 for the upper one, by the lower one's place in its block.
+// A root that is no number of steps lies between two: which of them does the bisection try last? 0 for the lower
+// one, 1 for the upper one, by the lower one's place in its block.
 struct SLastTried {
     constexpr SLastTried() : upper() {
         for (unsigned place = 0; place != kBlock; ++place) {
@@ -74,8 +74,8 @@ struct SLastTried {
 };
 constexpr SLastTried kLastTried;
 
-// Below 0.25 a range of numbers may have the same square: the bisection ends at the first of them that it tries. The
-// block comes first; only its two ends can have been tried before, and only one of them can be right.
+// Below 0.25 a range of numbers may have the same square: the bisection ends at the first of them that it tries.
+// The block comes first; only its two ends can have been tried before, and only one of them can be right.
 unsigned bisectBlock(unsigned low, int square) {
     unsigned high = low + kBlock;
     if (squareOf(low) == square) {
@@ -163,8 +163,8 @@ CVQFix16 CVQFix16::sin(const CVQFix16& x) {
     }
 
     // Every product and quotient is cut towards zero, so that the terms can be followed without their signs. The
-    // fifth term after the angle is less than a step for every angle that is left: the series always ends there, and
-    // the report of one with more than sixteen terms (line 267) has nothing to report.
+    // fifth term after the angle is less than a step for every angle that is left: the series always ends there,
+    // and the report of one with more than sixteen terms (line 267) has nothing to report.
     const auto times = [](unsigned a, unsigned b) {
         return static_cast<unsigned>(static_cast<unsigned long long>(a) * b >> kFractionBits);
     };

@@ -1,6 +1,6 @@
 // CVQFix16: every operation against a restatement in 64-bit numbers that follows each step as it is defined and
-// notes each report; over all pairs of boundary values, over random ones, and where a function has one argument over
-// every value or nearly so. Then the reports themselves, line by line.
+// notes each report; over all pairs of boundary values, over random ones, and where a function has one argument
+// over every value or nearly so. Then the reports themselves, line by line.
 #include <CVQFix16.h>
 
 #include <CVQAsserter.h>
@@ -506,6 +506,15 @@ TEST_F(CVQFix16Test, SquareRootsAreWithinAStepFromAQuarterOn) {
         ASSERT_NEAR(CVQFix16::sqrt(raw(x)).getRaw(), exact, 1.0) << x;
     }
     EXPECT_NEAR(CVQFix16::sqrt(CVQFix16(4)).getRaw(), 2 * kOne, 2);
+}
+
+TEST_F(CVQFix16Test, SquareRootsAreWithin181StepsBelowAQuarterAndWithin1268AboveTheLargestSquare) {
+    for (long long x = 0; x < kOne / 4; ++x) {
+        ASSERT_NEAR(CVQFix16::sqrt(raw(x)).getRaw(), std::sqrt(static_cast<double>(x) * kOne), 181.0) << x;
+    }
+    for (const long long x : {181 * 181 * kOne + 1, 32'765 * kOne, kHighest}) {
+        ASSERT_NEAR(CVQFix16::sqrt(raw(x)).getRaw(), std::sqrt(static_cast<double>(x) * kOne), 1'268.0) << x;
+    }
 }
 
 TEST_F(CVQFix16Test, SinesAreWithinTwoStepsUpToPi) {

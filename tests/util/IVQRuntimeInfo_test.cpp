@@ -1,9 +1,10 @@
 // IVQRuntimeInfo and CVQClassID: identity by address, casts through a hierarchy with several bases, and both before
-// main and after exit has begun. This unit is compiled with the compiler's own run-time type information, which must
-// agree.
+// main and after exit has begun. This unit is compiled with the compiler's own run-time type information, which
+// must agree.
 #include <IVQRuntimeInfo.h>
 
 #include "support/ChildProcess.h"
+#include "support/VirtualSlot.h"
 
 #include <gtest/gtest.h>
 
@@ -64,15 +65,34 @@ public:
     }
 };
 
-const CVQClassID CSource::sClassID("CSource");
-const CVQClassID CSink::sClassID("CSink");
-const CVQClassID CPipe::sClassID("CPipe");
-const CVQClassID CNamedPipe::sClassID("CNamedPipe");
-
 template <class Class>
 Class* castTo(IVQRuntimeInfo& object) {
     return static_cast<Class*>(object.doCastToPtr(Class::sClassID));
 }
+
+/// Stands before the identifiers of this unit, and so is destroyed after them: asks then, where a test wants it to.
+struct LateQuestion {
+    ~LateQuestion() {
+        if (!isWanted) {
+            return;
+        }
+        CPipe pipe;
+        IVQRuntimeInfo& object = static_cast<CSink&>(pipe);
+        const bool hasNameOfSource = CSource::sClassID.getName() != nullptr;
+        std::printf("%d%d%d %d %s\n", castTo<CPipe>(object) == &pipe ? 1 : 0,
+                    castTo<CSource>(object) == &pipe ? 1 : 0,
+                    castTo<IVQRuntimeInfo>(object) == static_cast<CSource*>(&pipe) ? 1 : 0, hasNameOfSource ? 1 : 0,
+                    IVQRuntimeInfo::sClassID.getName());
+        std::fflush(stdout);
+    }
+    bool isWanted = false;
+};
+LateQuestion lateQuestion;
+
+const CVQClassID CSource::sClassID("CSource");
+const CVQClassID CSink::sClassID("CSink");
+const CVQClassID CPipe::sClassID("CPipe");
+const CVQClassID CNamedPipe::sClassID("CNamedPipe");
 
 /// Asks while static objects are still being built, of this unit and of others.
 struct EarlyQuestion {
@@ -165,6 +185,11 @@ TEST(IVQRuntimeInfo, AgreesWithTheCompilersOwnTypeInformation) {
     EXPECT_EQ(typeid(object), typeid(CPipe));
 }
 
+// The destructor takes the places 0 and 1: one entry for objects, one for objects that `delete` frees.
+TEST(IVQRuntimeInfo, HasItsOperationInTheFixedSlot) {
+    EXPECT_EQ(support::slotOf(&IVQRuntimeInfo::doCastToPtr), 2);
+}
+
 TEST(IVQRuntimeInfo, IsDestroyedThroughTheInterface) {
     static int destroyed = 0;
     struct Counted : CSource {
@@ -180,21 +205,11 @@ TEST(IVQRuntimeInfo, AnswersBeforeMain) {
     EXPECT_TRUE(earlyQuestion.hadName);
 }
 
-TEST(IVQRuntimeInfo, AnswersWhileExitTakesTheProcessDown) {
+TEST(IVQRuntimeInfo, AnswersDuringExitForIdentifiersThatAreDestroyedToo) {
     const support::ChildResult child = support::runInChild([] {
-        // Built in this order, so destroyed after the identifiers of this unit would be.
-        struct LateQuestion {
-            ~LateQuestion() {
-                CSource source;
-                IVQRuntimeInfo& object = source;
-                std::printf("%d %s\n", castTo<IVQRuntimeInfo>(object) == &object ? 1 : 0,
-                            IVQRuntimeInfo::sClassID.getName());
-                std::fflush(stdout);
-            }
-        };
-        static LateQuestion question;
+        lateQuestion.isWanted = true;
         std::exit(0);
     });
     EXPECT_TRUE(child.exitedWith(0)) << child;
-    EXPECT_EQ(child.out, "1 IVQRuntimeInfo\n");
+    EXPECT_EQ(child.out, "111 0 IVQRuntimeInfo\n");
 }
