@@ -1,8 +1,8 @@
 // CVQDateAndTime: a point in time, with a calendar view and an 8-byte serialised form.
 //
-//   Units    microseconds since 1970-01-01 00:00:00 in an unsigned 64-bit count; every day has 86,400 seconds. There
-//            is no time zone: a shift is an explicit number of whole hours, which may be negative. Summer time
-//            and leap seconds are unknown here.
+//   Units    microseconds since 1970-01-01 00:00:00 in an unsigned 64-bit count; every day has 86,400 seconds.
+//            There is no time zone: a shift is an explicit number of whole hours, which may be negative. Summer
+//            time and leap seconds are unknown here.
 //   Shape    one unsigned 64-bit word. A stream carries exactly its 8 bytes, in the host's byte order. `SVQDate`
 //            (year, month, day) and `SVQTime` (hour, minute, second, microsecond) are plain records of 4 and 8
 //            bytes. All three are copied freely.
@@ -15,17 +15,22 @@
 //   Kept     date-cycles-1970: day numbers count 400-, 100- and 4-year cycles from 1970, and a century always has
 //            36,524 days. Up to 2069-12-31 they are the true count of days; later they may be one lower. Stored and
 //            transmitted values hold such day numbers.
-//            date-twin-days: December 31st of 2069, 2169, ... 2969 shares its day number with the day after it, and
-//            the number converts to January 1st. Every other date up to 3000-12-31 converts back to itself.
-//            date-month-13: seven day numbers up to the year 3000 (47846, 84370, 120894, 193943, 230467, 266991 and
-//            340040) would be the 366th day of a year of 365. They convert to the first of a month 13, which
-//            isDateValid rejects.
+//            date-twin-days: the day number of December 31st of 2069, 2169, ... 2969 converts to January 1st. It is
+//            that day's number too, but in 2369 and 2769 the one before it. Every other date up to 3000-12-31
+//            converts back to itself.
+//            date-month-13: seven day numbers below that of 3000-12-31 (47846, 84370, 120894, 193943, 230467,
+//            266991 and 340040) would be the 366th day of a year of 365. They convert to the first of a month 13,
+//            which isDateValid rejects.
 //            date-base-1971: setMicrosecondsFromUnixBaseTime shifts by 365 days, and its overflow message says
 //            "occured".
-//            date-offset-after-day: getTime adds its offset to the time of day, so that hour 25 comes out.
+//            date-offset-after-day: getTime adds its offset to the time of day, so that hour 25 comes out, and
+//            before midnight a time without meaning.
 //            date-offset-8-bit: setTime adds its offset to an 8-bit hour.
 //            date-two-sums: getMicroSecFromTime reads hour + offset as signed, getMicrosFromTime as unsigned.
-//            date-seconds-32: `now` and the constructor from std::tm keep 32 bits of seconds (docs/kept.md).
+//            date-seconds-32: `now` and the constructor from std::tm keep 32 bits of seconds; a time that `mktime`
+//            rejects is the last of them.
+//            date-weekday-local: getDayOfWeek(date) asks for midnight in local standard time. Where clocks go back
+//            from it in winter (Ireland), that is in the day before (docs/kept.md).
 #pragma once
 
 #include <CVQTimeSpan.h>
@@ -153,12 +158,13 @@ public:
     /// 0 is Sunday. Follows the day numbers, one-day deviations included.
     static unsigned int getDayOfWeek(unsigned int dayNumber);
     /// 0 is Sunday. Asks the platform's `mktime`, and where that cannot tell, the true Gregorian calendar.
+    /// Kept: date-weekday-local.
     static unsigned int getDayOfWeek(const SVQDate& date);
 
     /// Microseconds since midnight, modulo 2^64. Kept: date-two-sums.
     static unsigned long long getMicroSecFromTime(const SVQTime& time, int hourOffset);
     static unsigned long long getMicrosFromTime(const SVQTime& time, int hourOffset);
-    /// Hours are not reduced to a day, but cut to 8 bits.
+    /// Modulo 2^64, then whole seconds are cut to 32 bits. Hours are not reduced to a day, but cut to 8 bits.
     static void getTimeFromMicros(unsigned long long micros, SVQTime& time, int hourOffset);
 
     /// A day that exists, from 1970-01-01 to 3000-12-31.
@@ -171,5 +177,6 @@ private:
 
 /// 8 bytes: the microseconds.
 VQ_EXPORT IVQOStream& operator<<(IVQOStream& stream, const CVQDateAndTime& dateAndTime);
-/// Bytes that do not come leave those of the old value; a byte stream fills up with zeros.
+/// Bytes that do not come leave those of the old value. A byte stream that ends within the 8 bytes fills up with
+/// zeros; one that has ended before leaves the value alone.
 VQ_EXPORT const IVQIStream& operator>>(const IVQIStream& stream, CVQDateAndTime& dateAndTime);

@@ -33,6 +33,7 @@ public:
 
         /// Equal in all six fields. Kept: timespan-negative-zero.
         constexpr bool operator==(const Span& other) const {
+            // Kept: timespan-negative-zero. The flag counts like any other field, whatever the others hold.
             return negative == other.negative && hours == other.hours && minutes == other.minutes &&
                    seconds == other.seconds && days == other.days && microseconds == other.microseconds;
         }

@@ -244,6 +244,7 @@ unsigned int CVQDateAndTime::getDayOfWeek(unsigned int dayNumber) {
 }
 
 unsigned int CVQDateAndTime::getDayOfWeek(const SVQDate& date) {
+    // Kept: date-weekday-local. The cleared flag says standard time, which need not be the one that is in force.
     std::tm time = {};
     time.tm_mday = date.day;
     time.tm_mon = date.month - 1;

@@ -1,5 +1,5 @@
-// CVQDateAndTime: the calendar on every day from 1970 to 3000 and on every kind of number beyond, both times of day,
-// hour offsets, wrap-around, texts, the overflow message and the 8 bytes.
+// CVQDateAndTime: the calendar on every day from 1970 to 3000 and on every kind of number beyond, both times of
+// day, hour offsets, wrap-around, texts, the overflow message and the 8 bytes.
 #include <CVQDateAndTime.h>
 
 #include <CVQByteStream.h>
@@ -144,6 +144,14 @@ static void PrintTo(const SVQDate& date, std::ostream* out) {
 
 static void PrintTo(const SVQTime& time, std::ostream* out) {
     *out << time.toString().c_str() << " and " << time.microsecond << " us";
+}
+
+TEST(CVQDateAndTime, ItsConstantsAreObjectsOfTheLibrary) {
+    // Read through pointers that the compiler cannot see through: the library must have them as data.
+    const Micros* volatile microsInADay = &CVQDateAndTime::msMicrosIn1Day;
+    const Micros* volatile secondsInAYear = &CVQDateAndTime::msSecondsIn1Year;
+    EXPECT_EQ(*microsInADay, 86'400'000'000U);
+    EXPECT_EQ(*secondsInAYear, 31'536'000U);
 }
 
 TEST(CVQDateAndTime, StartsAt1970) {
@@ -394,6 +402,20 @@ TEST(CVQDateAndTime, Kept_TenLastDaysOfAYearConvertBackToTheNextDay) {  // id: d
     EXPECT_EQ(daysOf(SVQDate(2069, 12, 31)), 36'524U);
     EXPECT_EQ(daysOf(SVQDate(2070, 1, 1)), 36'524U);
     EXPECT_EQ(dateOf(36'524), SVQDate(2070, 1, 1));
+
+    // Where a cycle of 400 years ends, the two days have a number each; both convert to the later one.
+    std::set<unsigned> yearsOfTwoNumbers;
+    for (const unsigned year : yearsOfTwins) {
+        const unsigned lastDay = daysOf(SVQDate(static_cast<unsigned short>(year), 12, 31));
+        const unsigned nextDay = daysOf(SVQDate(static_cast<unsigned short>(year + 1), 1, 1));
+        if (lastDay != nextDay) {
+            EXPECT_EQ(lastDay + 1, nextDay) << year;
+            EXPECT_EQ(dateOf(lastDay), dateOf(nextDay)) << year;
+            yearsOfTwoNumbers.insert(year);
+        }
+    }
+    EXPECT_THAT(yearsOfTwoNumbers, ElementsAre(2369, 2769));
+    EXPECT_EQ(daysOf(SVQDate(2369, 12, 31)), 146'096U);
 }
 
 TEST(CVQDateAndTime, Kept_SevenDayNumbersAreTheFirstOfAMonth13) {  // id: date-month-13
@@ -431,7 +453,7 @@ TEST(CVQDateAndTime, EveryDayNumberConvertsAsThePlainAlgorithmSays) {
     EXPECT_EQ(compare(0, 430'000, 9'973), 0U);
 }
 
-TEST(CVQDateAndTime, EveryDateOfEveryYearIsNumberedAsThePlainAlgorithmSays) {
+TEST(CVQDateAndTime, EveryYearIsNumberedAsThePlainAlgorithmSays) {
     for (unsigned year = 0; year <= 65535; ++year) {
         for (unsigned month = 1; month <= 13; month += year % 100 < 3 ? 1 : 6) {
             for (const unsigned day : {0U, 1U, 31U, 255U}) {
@@ -486,6 +508,22 @@ TEST(CVQDateAndTime, Kept_FromDayNumbersTheDayOfTheWeekMayBeOneEarly) {  // id: 
     const SVQDate date(2070, 1, 1);
     EXPECT_EQ(CVQDateAndTime::getDayOfWeek(daysOf(date)), 2U);
     EXPECT_EQ(CVQDateAndTime::getDayOfWeek(date), 3U);
+}
+
+TEST(CVQDateAndTime, Kept_TheDayOfTheWeekIsThatOfMidnightInLocalStandardTime) {  // id: date-weekday-local
+    const support::ScopedEnvironment zone("TZ", "IST-1GMT0,M10.5.0,M3.5.0/1");   // standard time is that of summer
+    EXPECT_EQ(CVQDateAndTime::getDayOfWeek(SVQDate(2009, 7, 1)), 3U);            // a Wednesday
+    EXPECT_EQ(CVQDateAndTime::getDayOfWeek(SVQDate(2009, 1, 1)), 3U);            // a Thursday, the 31st at 23:00
+}
+
+TEST(CVQDateAndTime, TheUsualSummerTimeLeavesTheDayOfTheWeekAlone) {
+    for (const char* name :
+         {"UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT,M3.2.0,M11.1.0", "BRT3BRST,M10.3.0/0,M2.3.0/0"}) {
+        const support::ScopedEnvironment zone("TZ", name);
+        for (unsigned number = 0; number <= 24'000; ++number) {  // to 2035
+            ASSERT_EQ(CVQDateAndTime::getDayOfWeek(dateOf(number)), (number + 4) % 7) << name << ' ' << number;
+        }
+    }
 }
 
 TEST(CVQDateAndTime, SplitsATimeOfDay) {
@@ -568,6 +606,8 @@ TEST(CVQDateAndTime, Kept_GetTimeAddsItsOffsetAfterTheDay) {  // id: date-offset
     EXPECT_EQ(time, SVQTime(25, 30, 0, 5));
     value.getTime(time, -24);  // wraps: -1,800 s modulo 2^64 microseconds, seconds cut to 32 bits
     EXPECT_EQ(time, timeOf(kHighest - 30 * 60 * kSecond + 6));
+    at(kDay).getTime(time, -1);
+    EXPECT_EQ(time, SVQTime(236, 4, 45, 551'616));
 }
 
 TEST(CVQDateAndTime, GetDateAndTimeAddsItsOffsetBeforeTheDay) {
@@ -720,6 +760,13 @@ TEST(CVQDateAndTime, TravelsAsEightBytes) {
     CVQDateAndTime value;
     stream >> value;
     EXPECT_EQ(value.getMicroseconds(), 0xEFCDAB8967452301);
+
+    CVQDateAndTime first;
+    CVQDateAndTime second;
+    stream << at(1) << at(kHighest);
+    stream >> first >> second;
+    EXPECT_EQ(first.compareTo(at(1)), 0);
+    EXPECT_EQ(second.compareTo(at(kHighest)), 0);
 }
 
 TEST(CVQDateAndTime, BytesThatDoNotComeLeaveTheOldValuesInPlace) {
@@ -738,6 +785,9 @@ TEST(CVQDateAndTime, AByteStreamFillsUpWithZeros) {
     stream >> value;
     EXPECT_EQ(value.getMicroseconds(), 0x030201U);
     EXPECT_TRUE(stream.isEndOfData());
+    value = at(0x1111111111111111);
+    stream >> value;
+    EXPECT_EQ(value.getMicroseconds(), 0x1111111111111111U);
 }
 
 TEST(CVQDateAndTime, Kept_SecondsOfThePlatformAreCutTo32Bits) {  // id: date-seconds-32
@@ -757,4 +807,9 @@ TEST(CVQDateAndTime, Kept_SecondsOfThePlatformAreCutTo32Bits) {  // id: date-sec
     // A platform whose seconds have 32 bits rejects that time with -1.
     const Micros expected = sizeof(std::time_t) > 4 ? 1 : UINT_MAX;
     EXPECT_EQ(CVQDateAndTime(local, 0).getMicroseconds(), expected * kSecond);
+
+    local.tm_year = INT_MAX;
+    local.tm_mon = 12;  // in the year after, which no platform's record can hold
+    EXPECT_EQ(CVQDateAndTime(local, 0).getMicroseconds(), UINT_MAX * kSecond);
+    EXPECT_EQ(CVQDateAndTime(local, 1).getMicroseconds(), UINT_MAX * kSecond + kHour);
 }
