@@ -40,6 +40,7 @@ public:
     /// Shares the block.
     CVQRCMemoryBuffer(const CVQRCMemoryBuffer& other) noexcept : mBlock(other.mBlock) { addRef(); }
 
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): a handle has its own block, whichever handle it is
     CVQRCMemoryBuffer& operator=(const CVQRCMemoryBuffer& other) noexcept {
         if (mBlock != other.mBlock) {
             removeRef();

@@ -10,6 +10,12 @@
 
 #define BT_MEMMAP_MAX 64
 
+#pragma GCC visibility push(default)
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// NOLINTBEGIN(modernize-use-using): a header for C as well
 typedef uintptr_t bt_addr_t;
 
 typedef enum { BT_SELF, BT_THREAD, BT_PROCESS } bt_acc_type_t;
@@ -30,11 +36,7 @@ typedef struct {
     int count;
     __bt_object_t __objects[BT_MEMMAP_MAX];
 } bt_memmap_t;
-
-#pragma GCC visibility push(default)
-#ifdef __cplusplus
-extern "C" {
-#endif
+// NOLINTEND(modernize-use-using)
 
 extern bt_accessor_t bt_acc_self;
 

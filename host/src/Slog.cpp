@@ -168,7 +168,7 @@ int slogi(int opcode, int severity, int nargs, ...) {
     const Deadline armed = takeTimeout(kCovered);
     if (nargs < 0 || static_cast<unsigned>(nargs) > kSlogIntsMax)
         return failed(EINVAL);
-    int values[kSlogIntsMax];
+    int values[kSlogIntsMax] = {};
     va_list arguments;
     va_start(arguments, nargs);
     for (int i = 0; i < nargs; ++i)

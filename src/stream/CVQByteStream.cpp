@@ -217,6 +217,7 @@ const IVQIStream& CVQByteStream::fromQRVStream(const IVQIStream& stream, CVQByte
 
 IVQOStream& operator<<(IVQOStream& stream, const CVQByteStream& value) {
     // A handle of our own: a stream may be written into itself, and grow meanwhile.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const CVQByteStream kept(value);
     const unsigned int length = kept.getLength();
     const unsigned int held = std::min(length, kept.getCapacity());

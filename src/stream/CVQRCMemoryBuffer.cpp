@@ -102,6 +102,7 @@ bool CVQRCMemoryBuffer::operator==(const CVQRCMemoryBuffer& other) const noexcep
 
 IVQOStream& operator<<(IVQOStream& stream, const CVQRCMemoryBuffer& buffer) {
     // A handle of our own: the stream may be the very one whose storage this is, and grow meanwhile.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const CVQRCMemoryBuffer kept(buffer);
     const unsigned int size = kept.getSize();
     stream << size;

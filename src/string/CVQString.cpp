@@ -139,7 +139,7 @@ void advance(const char** position, long long steps) {
 
 }  // namespace
 
-VQ_CONSTINIT const SVQStringData CVQString::nullData{2, 0, 0, 0, '\0', {}};
+alignas(8) VQ_CONSTINIT const SVQStringData CVQString::nullData{2, 0, 0, 0, '\0', {}};
 
 // A pointer that is looked at as the string that it makes up: a string object would be destroyed at exit.
 const CVQString& CVQString::null = reinterpret_cast<const CVQString&>(kNullHandle);
