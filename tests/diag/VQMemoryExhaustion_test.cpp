@@ -120,6 +120,7 @@ TEST_F(VQMemoryExhaustion, AnExceptionIsNeverThrown) {
     const support::ChildResult r = run([] {
         try {
             std::vector<char> tooLarge(vUnavailable - 1);
+            look(tooLarge.data());
         } catch (...) {
             std::_Exit(55);
         }

@@ -267,6 +267,10 @@ TEST_F(VQMemoryOperators, ObjectsOfTheStandardLibraryAreCounted) {
         const auto shared = std::make_shared<std::vector<char>>(500);
         const auto line = std::make_unique<SCacheLine>();
         const std::pmr::vector<int> pooled(100, std::pmr::new_delete_resource());
+        for (const void* const block :
+             {static_cast<const void*>(text.data()), static_cast<const void*>(numbers.data()),
+              static_cast<const void*>(shared->data()), static_cast<const void*>(pooled.data())})
+            look(block);
         ASSERT_TRUE(isAligned(line.get(), 64));
         with = total() - before;
     }
