@@ -39,7 +39,8 @@ public:
 
     /// CRC16_CCITT_FALSE.
     CVQCRC() noexcept : CVQCRC(CRC16_CCITT_FALSE) {}
-    explicit CVQCRC(eType type) noexcept : mType(static_cast<eType>(type & 3U)), mValue(mInitialValue[mType]) {}
+    explicit CVQCRC(eType type) noexcept
+        : mType(static_cast<eType>(static_cast<unsigned int>(type) & 3U)), mValue(mInitialValue[mType]) {}
 
     unsigned int getWidth() const noexcept { return mWidth[mType]; }
     unsigned int getInitialValue() const noexcept { return mInitialValue[mType]; }

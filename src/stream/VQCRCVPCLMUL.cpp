@@ -1,0 +1,49 @@
+#include "VQCRCVPCLMUL.h"
+
+#include "VQCRCFolding.h"
+
+namespace VQCRC {
+namespace {
+
+struct SVectorOfFour {
+    using Vector = __m512i;
+    static constexpr std::size_t kBytes = sizeof(Vector);
+
+    static Vector load(const unsigned char* from) { return _mm512_loadu_si512(from); }
+    static Vector fromBlock(Block block) { return _mm512_zextsi128_si512(block); }
+    static Vector everywhere(Block block) { return _mm512_broadcast_i32x4(block); }
+    static Vector zero() { return _mm512_setzero_si512(); }
+    static Vector reversed(Vector x) {
+        return _mm512_shuffle_epi8(x,
+                                   everywhere(_mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15)));
+    }
+    static Vector either(Vector a, Vector b) { return _mm512_xor_si512(a, b); }
+    static Vector fold(Vector x, Vector constants, Vector summand) {
+        constexpr int kAddAll = 0x96;
+        return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(x, constants, 0x00),
+                                         _mm512_clmulepi64_epi128(x, constants, 0x11), summand, kAddAll);
+    }
+    template <class Divisor>
+    static Block toBlock(Vector x) {
+        constexpr SHalves kThree = Divisor::forward(3 * 128);
+        constexpr SHalves kTwo = Divisor::forward(2 * 128);
+        constexpr SHalves kOne = Divisor::forward(128);
+        Vector forward = _mm512_zextsi128_si512(kThree.block());
+        forward = _mm512_inserti32x4(forward, kTwo.block(), 1);
+        forward = _mm512_inserti32x4(forward, kOne.block(), 2);
+        // Zeros for the last block, which is where the others go.
+        const Vector moved = fold(x, forward, zero());
+        const __m256i two = _mm256_xor_si256(_mm512_castsi512_si256(moved), _mm512_extracti64x4_epi64(moved, 1));
+        return add(add(_mm256_castsi256_si128(two), _mm256_extracti128_si256(two, 1)),
+                   _mm512_extracti32x4_epi32(x, 3));
+    }
+};
+
+template <class Kind>
+using TPass = TFolding<Kind, SVectorOfFour>;
+
+}  // namespace
+
+constexpr SPasses kPassesVPCLMUL = kPassesOf<TPass>;
+
+}  // namespace VQCRC
