@@ -154,7 +154,7 @@ public:
     template <class T, std::enable_if_t<std::is_integral_v<T> && (sizeof(T) > sizeof(unsigned)), int> = 0>
     explicit CVQString(T capacity)
         : CVQString(static_cast<unsigned long long>(capacity) < ~0U ? static_cast<unsigned>(capacity) : ~0U) {}
-    /// From code points up to a terminating 0.
+    /// From code points up to a terminating 0; null gives the empty string.
     CVQString(const unsigned* ucs4);
     /// From the code points in [begin, end).
     CVQString(const unsigned* begin, const unsigned* end);
@@ -258,7 +258,9 @@ public:
     /// doFormat through the caller's buffer.
     bool strprintf(char* buffer, std::size_t size, const char* format, ...) VQ_PRINTF(4, 5);
 
-    /// Replace the text by the given code points or code units.
+    /// Replace the text by the given code points or code units; each becomes one character, 0 and surrogates too.
+    /// Code points above U+10FFFF become U+FFFD and are an assertion, raised once. So are null with a count and a
+    /// range that ends before it begins: like null units, which are none, they give the empty text.
     void fromUCS4Sequence(const unsigned* codePoints, std::size_t count);
     void fromUCS2Sequence(const unsigned short* units, std::size_t count);
     void fromWCharSequence(const unsigned* begin, const unsigned* end);
@@ -303,6 +305,10 @@ protected:
     /// Appends without validation: the caller vouches for the bytes. Characters are counted by their lead bytes.
     void internalAppend(const char* text, std::size_t bytes);
 
+    /// Makes the buffer unshared with room for a text of `bytes`; false, after a report, when no string may be that
+    /// long.
+    bool makeRoom(unsigned long long bytes);
+
     bool isShared() const noexcept { return VQAtomic::load(mData->mReferences) > 1; }
 
     SVQStringData* mData;
@@ -323,7 +329,6 @@ private:
     void moveToBlock(std::size_t capacity);
     void releaseBlock(unsigned owners) noexcept;
     void adopt(SVQStringData* block) noexcept;
-    bool makeRoom(unsigned long long bytes);
     void construct(const char* text, std::size_t bytes, std::size_t atByte, std::size_t asciiBytes);
     bool splice(std::size_t at, std::size_t bytes, std::size_t characters, const CVQString& inserted);
     void keep(std::size_t at, std::size_t bytes, std::size_t characters, std::size_t capacity);

@@ -15,17 +15,17 @@ VQ_EXPORT int doVsnprintf(char* buffer, int size, const char* format, std::va_li
 
 }  // namespace VQFormatStringHelper
 
-template <int N>
+template <unsigned N>
 class TVQFormatString {
 public:
-    static_assert(N > 0, "the terminating zero byte needs a place");
+    static_assert(N > 0 && N <= 0x7FFFFFFF, "a place for the terminating zero byte; an int's range");
 
     explicit TVQFormatString(const char* format, ...) VQ_PRINTF(2, 3) {
         int result = -1;
         if (format != nullptr) {
             std::va_list arguments;
             va_start(arguments, format);
-            result = VQFormatStringHelper::doVsnprintf(mText, N, format, arguments);
+            result = VQFormatStringHelper::doVsnprintf(mText, static_cast<int>(N), format, arguments);
             va_end(arguments);
         }
         mText[result < 0 ? 0 : N - 1] = '\0';

@@ -234,7 +234,6 @@ void CVQString::adopt(SVQStringData* block) noexcept {
     mData = block;
 }
 
-/// Makes the buffer unshared with room for a text of `bytes`; false when no string may be that long.
 bool CVQString::makeRoom(unsigned long long bytes) {
     if (VQ_UNLIKELY(bytes > kMaxTextBytes)) {
         reportCapacity(kLineAddReference, "addReference", bytes);

@@ -3,36 +3,28 @@
 #include "VQUtf8Vectors.h"
 
 #if defined(__x86_64__)
+#include "TVQPassesChoice.h"
 #include "VQUtf8AVX2.h"
-#endif
 
 #include <VQExport.h>
+#endif
 
-#include <atomic>
 #include <cstring>
 
 namespace VQUtf8 {
 namespace {
 
-const SPasses& choosePasses() {
 #if defined(__x86_64__)
-    __builtin_cpu_init();  // text is built before main, perhaps before the compiler's own initialiser ran
-    return __builtin_cpu_supports("avx2") != 0 ? kPassesAVX2 : kPassesOver<SVector16>;
-#else
-    return kPassesOver<SVectorWord>;
-#endif
-}
-
-VQ_CONSTINIT std::atomic<const SPasses*> sPasses{nullptr};
+VQ_CONSTINIT TVQPassesChoice<SPasses> sChoice{kPassesOver<SVector16>, kPassesAVX2};
 
 const SPasses& passes() {
-    const SPasses* chosen = sPasses.load(std::memory_order_relaxed);
-    if (chosen == nullptr) {
-        chosen = &choosePasses();
-        sPasses.store(chosen, std::memory_order_relaxed);
-    }
-    return *chosen;
+    return sChoice.get();
 }
+#else
+const SPasses& passes() {
+    return kPassesOver<SVectorWord>;
+}
+#endif
 
 }  // namespace
 

@@ -1,19 +1,18 @@
 // VQUtf8Passes: the passes of VQUtf8, written once over a vector type.
 //
 // A vector type V has kBytes bytes, a `Vector`, `load` and `loadAligned`, and views of a vector of which only the top
-// bit of each byte counts: `high` (top bit set), `atLeastC0`, `atLeastE0`, `atLeastF0`, `atLeastF8`, `continuation`,
-// `equal` (bytewise) and `outsideAscii` (zero or top bit set); they combine with `either` and `differ`. `marks` turns
-// the top bits into an integer with kMarkBits bits for each byte, the first byte lowest. `plainGroup` says whether
-// kGroup aligned vectors hold nothing outsideAscii. `Tally` counts the bytes of a view.
+// bit of each byte counts: `atLeast90` and `atLeastA0` (of bytes from 80 on), `atLeastC0` to `atLeastF8`,
+// `continuation`, `equal` (bytewise) and `outsideAscii` (zero or top bit set); they combine with `either`, `both` and
+// `differ`. `marks` turns the top bits into an integer with kMarkBits bits for each byte, the first byte lowest.
+// `plainGroup` says whether kGroup aligned vectors hold nothing outsideAscii. `Tally` counts the bytes of a view.
+// `widen` makes a 16-bit unit of each byte. `narrow` makes bytes of kBytes units and says how many of them, from the
+// first on, are 1 to 7F; what it writes behind these is of no use.
 //
 // Everything here has internal linkage and uses no function of the standard library that a compiler may place
 // elsewhere: the same code built for other processors must never be merged with it.
 #pragma once
 
-#include "VQUtf8.h"
-
-#include <cstdint>
-#include <cstring>
+#include "VQCodePoint.h"
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "marks count from the lowest byte");
 
@@ -43,10 +42,6 @@ constexpr std::size_t smaller(std::size_t a, std::size_t b) {
 template <class T>
 constexpr std::size_t toSize(T value) {
     return static_cast<std::size_t>(value);
-}
-
-constexpr unsigned asByte(char c) {
-    return static_cast<unsigned char>(c);
 }
 
 /// The first marked byte.
@@ -82,32 +77,16 @@ VQ_UNSANITIZED std::size_t asciiPrefix(const char* text, std::size_t maxBytes) {
     return smaller(done + firstOf<V>(stops), maxBytes);
 }
 
-/// Length of the valid character at `text`; 0 when there is none within `bytes`.
-inline std::size_t characterAt(const char* text, std::size_t bytes) {
-    const std::size_t length = kSequenceLength[asByte(*text)];
-    if (length == kNoLead || length > bytes) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if (asByte(text[i]) < 0x80) {
-            return 0;
-        }
-    }
-    return length;
-}
-
 /// ASCII bytes at `at`, each of them a character: eight, or the last `room` when they are fewer, or 0 when another byte
 /// is among them or none can be told. Short texts are made of these; they hold no whole vector.
 inline std::size_t plainRun(const char* text, std::size_t at, std::size_t room) {
     constexpr std::size_t kWord = sizeof(std::uint64_t);
-    constexpr std::uint64_t kTops = 0x8080808080808080U;
     const std::size_t run = smaller(room, kWord);
     if (at + run < kWord) {
         return 0;
     }
-    std::uint64_t word;
-    std::memcpy(&word, text + at + run - kWord, kWord);
-    return ((word & kTops) >> (8 * (kWord - run))) == 0 ? run : 0;
+    const std::uint64_t word = loadWord(text + at + run - kWord);
+    return ((word & kTopBits) >> (8 * (kWord - run))) == 0 ? run : 0;
 }
 
 /// How many bytes before `place` belong to a character that announces more bytes than stand there: 0 between

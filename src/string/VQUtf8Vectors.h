@@ -24,9 +24,12 @@ struct SVector16 {
     static Vector splat(char c) { return _mm_set1_epi8(c); }
 
     // A saturating difference keeps the top bit of just the bytes from the bound on.
+    static Vector atLeast90(Vector x) { return _mm_subs_epu8(x, splat(0x90 - 0x80)); }
+    static Vector atLeastA0(Vector x) { return _mm_subs_epu8(x, splat(0xA0 - 0x80)); }
     static Vector atLeastC0(Vector x) { return _mm_subs_epu8(x, splat(0xC0 - 0x80)); }
     static Vector atLeastE0(Vector x) { return _mm_subs_epu8(x, splat(0xE0 - 0x80)); }
     static Vector atLeastF0(Vector x) { return _mm_subs_epu8(x, splat(0xF0 - 0x80)); }
+    static Vector atLeastF5(Vector x) { return _mm_subs_epu8(x, splat(0xF5 - 0x80)); }
     static Vector atLeastF8(Vector x) { return _mm_subs_epu8(x, splat(0xF8 - 0x80)); }
     // As signed bytes, 80 to BF are the lowest.
     static Vector continuation(Vector x) { return _mm_cmpgt_epi8(splat(-0x40), x); }
@@ -36,6 +39,18 @@ struct SVector16 {
     static Vector either(Vector a, Vector b) { return _mm_or_si128(a, b); }
     static Vector both(Vector a, Vector b) { return _mm_and_si128(a, b); }
     static Vector differ(Vector a, Vector b) { return _mm_xor_si128(a, b); }
+    static void widen(Vector x, unsigned short* out) {
+        auto* const to = static_cast<Vector*>(static_cast<void*>(out));
+        _mm_storeu_si128(to, _mm_unpacklo_epi8(x, _mm_setzero_si128()));
+        _mm_storeu_si128(to + 1, _mm_unpackhi_epi8(x, _mm_setzero_si128()));
+    }
+    static std::size_t narrow(const unsigned short* units, char* out) {
+        const auto* const from = static_cast<const Vector*>(static_cast<const void*>(units));
+        // Saturation makes a zero or a byte from 80 on of every unit that is not ASCII.
+        const Vector x = _mm_packus_epi16(_mm_loadu_si128(from), _mm_loadu_si128(from + 1));
+        _mm_storeu_si128(static_cast<Vector*>(static_cast<void*>(out)), x);
+        return toSize(__builtin_ctz(marks(outsideAscii(x)) | 1U << kBytes));
+    }
     static Marks marks(Vector x) { return static_cast<Marks>(_mm_movemask_epi8(x)); }
 
     static bool plainGroup(const char* p) {
@@ -70,8 +85,8 @@ struct SVectorWord {
     using Marks = std::uint64_t;
     static constexpr std::size_t kBytes = sizeof(Vector);
     static constexpr std::size_t kMarkBits = 8;
-    static constexpr Vector kTop = 0x8080808080808080U;
-    static constexpr Vector kLow = 0x0101010101010101U;
+    static constexpr Vector kTop = kTopBits;
+    static constexpr Vector kLow = kLowBits;
     using AliasedVector __attribute__((may_alias)) = Vector;
 
     static Vector load(const char* p) {
@@ -85,9 +100,12 @@ struct SVectorWord {
     static Vector splat(char c) { return asByte(c) * kLow; }
 
     // A bound is a run of top bits: shifting puts each of them under the top bit of its own byte.
+    static Vector atLeast90(Vector x) { return x & (x << 1 | x << 2 | x << 3); }
+    static Vector atLeastA0(Vector x) { return x & (x << 1 | x << 2); }
     static Vector atLeastC0(Vector x) { return x & (x << 1); }
     static Vector atLeastE0(Vector x) { return atLeastC0(x) & (x << 2); }
     static Vector atLeastF0(Vector x) { return atLeastE0(x) & (x << 3); }
+    static Vector atLeastF5(Vector x) { return atLeastF0(x) & (x << 4 | (x << 5 & (x << 6 | x << 7))); }
     static Vector atLeastF8(Vector x) { return atLeastF0(x) & (x << 4); }
     static Vector continuation(Vector x) { return x & ~(x << 1); }
     static Vector isZero(Vector x) { return ~(((x & ~kTop) + ~kTop) | x); }
@@ -97,6 +115,18 @@ struct SVectorWord {
     static Vector either(Vector a, Vector b) { return a | b; }
     static Vector both(Vector a, Vector b) { return a & b; }
     static Vector differ(Vector a, Vector b) { return a ^ b; }
+    static void widen(Vector x, unsigned short* out) {
+        for (std::size_t i = 0; i < kBytes; ++i) {
+            out[i] = static_cast<unsigned char>(x >> (8 * i));
+        }
+    }
+    static std::size_t narrow(const unsigned short* units, char* out) {
+        std::size_t done = 0;
+        for (; done < kBytes && units[done] - 1U < 0x7F; ++done) {
+            out[done] = static_cast<char>(units[done]);
+        }
+        return done;
+    }
     static Marks marks(Vector x) { return x & kTop; }
 
     static bool plainGroup(const char* p) {

@@ -1,0 +1,29 @@
+// VQUtf16: the passes of the conversions between UTF-8 and UTF-16: how long is the result, and write it.
+//   Speed    built and chosen like the passes of VQUtf8.
+//   Threads  any thread, before main as well.
+#pragma once
+
+#include <cstddef>
+
+namespace VQUtf16 {
+
+constexpr std::size_t kMalformed = ~std::size_t{0};
+
+/// The units that well-formed UTF-8 takes in UTF-16, or kMalformed.
+std::size_t measure(const char* text, std::size_t bytes);
+
+/// Writes these units: `text` is well-formed, and `units` is what `measure` said.
+void fromUtf8(const char* text, std::size_t bytes, unsigned short* out, std::size_t units);
+
+struct SUtf8Extent {
+    unsigned long long bytes;
+    unsigned long long characters;
+};
+
+/// What UTF-16 takes in UTF-8. Zero units are left out, lone surrogates are characters of three bytes.
+SUtf8Extent measureUtf8(const unsigned short* units, std::size_t count);
+
+/// Writes that form: `bytes` is what `measureUtf8` said.
+void toUtf8(const unsigned short* units, std::size_t count, char* out, std::size_t bytes);
+
+}  // namespace VQUtf16
