@@ -31,6 +31,7 @@
 #include <VQExport.h>
 
 #include <cstddef>
+#include <cstdint>
 
 class VQ_EXPORT CVQVectorBase {
 public:
@@ -139,7 +140,11 @@ public:
     friend VQ_EXPORT void swap(CVQVectorBase& left, CVQVectorBase& right) noexcept;
 
 private:
-    bool isOlderForm() const noexcept;
+    /// Set in the word of an object of the older form, whose other bits are its capacity; blocks are aligned.
+    static constexpr std::uintptr_t kOlderFormMark = 1;
+
+    bool isOlderForm() const noexcept { return (reinterpret_cast<std::uintptr_t>(mData) & kOlderFormMark) != 0; }
+    void dropOlderForm() noexcept;
 
     SVectorData* mData;
 };

@@ -1,0 +1,155 @@
+// TVQElementOps: the functions that the vector engine gets for elements of type T; the one place that knows T.
+//   Kinds    an element that may be moved by copying its bytes (TVQIsRelocatable) is never constructed or destroyed
+//            by growing, inserting or erasing. Others are moved by their move constructor, one at a time.
+//   Errors   what T does must not throw; the program ends where it does.
+//   Threads  any thread.
+#pragma once
+
+#include <CVQVectorBase.h>
+#include <VQExport.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+class CVQBuffer;
+class CVQRCMemoryBuffer;
+class CVQString;
+
+/// Whether an object of type T may be moved by copying its bytes and forgetting the original: true for what is
+/// trivially copyable, and for types that say so here. Such a type must not hold a pointer to itself, nor may anybody
+/// else hold one that must follow.
+template <class T>
+struct TVQIsRelocatable : std::is_trivially_copyable<T> {};
+
+template <>
+struct TVQIsRelocatable<CVQString> : std::true_type {};
+template <>
+struct TVQIsRelocatable<CVQBuffer> : std::true_type {};
+template <>
+struct TVQIsRelocatable<CVQRCMemoryBuffer> : std::true_type {};
+
+template <class First, class Second>
+struct TVQIsRelocatable<std::pair<First, Second>>
+    : std::bool_constant<TVQIsRelocatable<First>::value && TVQIsRelocatable<Second>::value> {};
+
+template <class T>
+struct TVQElementOps {
+    static_assert(sizeof(T) <= INT_MAX, "the engine counts an element's bytes in int");
+    static_assert(alignof(T) <= alignof(std::max_align_t), "slots are aligned as the heap aligns");
+
+    static constexpr int kSize = static_cast<int>(sizeof(T));
+
+    /// The first slot; null without a block.
+    static T* slots(CVQVectorBase& base) noexcept {
+        CVQVectorBase::SVectorData* const block = base.internal_block();
+        return block == nullptr ? nullptr : static_cast<T*>(block->slots());
+    }
+    static const T* slots(const CVQVectorBase& base) noexcept {
+        const CVQVectorBase::SVectorData* const block = base.internal_block();
+        return block == nullptr ? nullptr : static_cast<const T*>(block->slots());
+    }
+
+    /// Appends a copy of an lvalue, or what an rvalue gives away: in line where there is a slot and nobody counts.
+    template <class Item>
+    static void pushBack(CVQVectorBase& base, Item&& item) {
+        CVQVectorBase::SVectorData* const block = base.internal_block();
+        if (VQ_LIKELY(block != nullptr && block->size < block->capacity && block->watch == nullptr)) {
+            new (static_cast<void*>(static_cast<T*>(block->slots()) + block->size)) T(std::forward<Item>(item));
+            ++block->size;
+            return;
+        }
+        if constexpr (std::is_lvalue_reference_v<Item>) {
+            base.internal_push_back(kSize, std::addressof(item), &copy, destroyer(), &relocate);
+        } else {
+            base.internal_push_back(kSize, std::addressof(item), &take, destroyer(), &relocate);
+        }
+    }
+
+    static bool copy(void* to, const void* from, int count) noexcept {
+        std::uninitialized_copy_n(static_cast<const T*>(from), count, static_cast<T*>(to));
+        return std::is_trivially_copyable_v<T>;
+    }
+
+    /// Of a single item that the caller gives away.
+    static bool take(void* to, const void* from, int /*count*/) noexcept {
+        new (to) T(std::move(*static_cast<T*>(const_cast<void*>(from))));
+        return false;
+    }
+
+    static bool relocate(void* to, const void* from, int count) noexcept {
+        if constexpr (TVQIsRelocatable<T>::value) {
+            if (count > 0) {
+                std::memmove(to, from, static_cast<std::size_t>(count) * sizeof(T));
+            }
+        } else {
+            T* const target = static_cast<T*>(to);
+            T* const source = static_cast<T*>(const_cast<void*>(from));
+            if (target < source) {
+                for (int i = 0; i < count; ++i) {
+                    relocateOne(target + i, source + i);
+                }
+            } else {
+                for (int i = count - 1; i >= 0; --i) {
+                    relocateOne(target + i, source + i);
+                }
+            }
+        }
+        return true;
+    }
+
+    /// Null where there is nothing to destroy.
+    static constexpr auto destroyer() noexcept -> void (*)(void*, int) {
+        if constexpr (std::is_trivially_destructible_v<T>) {
+            return nullptr;
+        } else {
+            return &destroy;
+        }
+    }
+
+    static void assign(void* to, const void* from, int count) noexcept {
+        const T* const source = static_cast<const T*>(from);
+        T* const target = static_cast<T*>(to);
+        if (target < source) {
+            std::copy(source, source + count, target);
+        } else {
+            std::copy_backward(source, source + count, target + count);
+        }
+    }
+
+    static bool equal(const void* mine, const void* theirs, int count) noexcept {
+        const T* const first = static_cast<const T*>(mine);
+        return std::equal(first, first + count, static_cast<const T*>(theirs));
+    }
+
+private:
+    static void relocateOne(T* to, T* from) noexcept {
+        new (static_cast<void*>(to)) T(std::move(*from));
+        from->~T();
+    }
+
+    static void destroy(void* elements, int count) noexcept { std::destroy_n(static_cast<T*>(elements), count); }
+};
+
+namespace VQPrivate {
+
+/// What a reference to an element leads to when the index is out of range: a fresh `T()`, one for each thread.
+template <class T>
+T& neutralElement() {
+    struct SHolder {
+        alignas(T) unsigned char bytes[sizeof(T)];
+        T* element = new (bytes) T();
+        ~SHolder() { element->~T(); }
+    };
+    static thread_local SHolder holder;
+    holder.element->~T();
+    holder.element = new (holder.bytes) T();
+    return *holder.element;
+}
+
+}  // namespace VQPrivate

@@ -1,0 +1,93 @@
+// TVQMap: values by key, in an array of entries that is sorted by key.
+//   Units    sizes, capacities and positions count entries, in int.
+//   Order    `Before` says which of two keys comes first. Two of which neither does are the same key.
+//   Shape    a TVQVector of entries, key and value side by side. For some hundred entries, or for maps that are
+//            filled once and searched often; filling takes time that grows with the square of the size.
+//   Cost     finding takes log2(size) comparisons; inserting and erasing moves the entries behind as well.
+//   Errors   `at` reports an index out of range as TVQVector does, and then leads to an entry of `K()` and `V()`.
+//   Invalid  pointers, references and iterators as in TVQVector: `insert` and `erase` may end all of them.
+//   Threads  one thread at a time.
+#pragma once
+
+#include <TVQVector.h>
+#include <VQAlgorithm.h>
+
+template <class K, class V, class Before = TVQBefore<K>>
+class TVQMap {
+public:
+    struct SEntry {
+        const K key{};
+        V value{};
+        bool operator==(const SEntry& other) const { return key == other.key && value == other.value; }
+    };
+
+    using value_type = SEntry;
+    using iterator = SEntry*;
+    using const_iterator = const SEntry*;
+
+    constexpr TVQMap() noexcept = default;
+    explicit TVQMap(int initialCapacity, CVQVectorBase::Growth growth = nullptr)
+        : mEntries(initialCapacity, growth) {}
+
+    int size() const noexcept { return mEntries.size(); }
+    int capacity() const noexcept { return mEntries.capacity(); }
+    bool isEmpty() const noexcept { return mEntries.isEmpty(); }
+    void reserve(int slots) { mEntries.reserve(slots); }
+    void clear() { mEntries.clear(); }
+
+    /// In the order of the keys.
+    iterator begin() noexcept { return mEntries.begin(); }
+    iterator end() noexcept { return mEntries.end(); }
+    const_iterator begin() const noexcept { return mEntries.begin(); }
+    const_iterator end() const noexcept { return mEntries.end(); }
+    SEntry& at(int index) { return mEntries[index]; }
+    const SEntry& at(int index) const { return mEntries[index]; }
+
+    /// False, and nothing changes, when the key is there.
+    bool insert(const K& key, const V& value) {
+        const int position = lowerBound(key);
+        if (isAt(position, key)) {
+            return false;
+        }
+        mEntries.insert(position, SEntry{key, value});
+        return true;
+    }
+
+    /// The value, or null.
+    V* find(const K& key) {
+        const int position = lowerBound(key);
+        return isAt(position, key) ? &mEntries.data()[position].value : nullptr;
+    }
+    const V* find(const K& key) const { return const_cast<TVQMap*>(this)->find(key); }
+
+    /// False when there is no such key. `key` may be that of the entry.
+    bool erase(const K& key) {
+        const int position = lowerBound(key);
+        if (!isAt(position, key)) {
+            return false;
+        }
+        mEntries.erase(position);
+        return true;
+    }
+
+    /// Whether both have equal values under equal keys.
+    bool operator==(const TVQMap& other) const { return mEntries == other.mEntries; }
+    bool operator!=(const TVQMap& other) const { return !(*this == other); }
+
+    void swap(TVQMap& other) noexcept { mEntries.swap(other.mEntries); }
+    friend void swap(TVQMap& left, TVQMap& right) noexcept { left.swap(right); }
+
+private:
+    int lowerBound(const K& key) const {
+        const auto isBefore = [](const SEntry& entry, const K& sought) { return Before()(entry.key, sought); };
+        return static_cast<int>(VQAlgorithm::lowerBound(begin(), end(), key, isBefore) - begin());
+    }
+    bool isAt(int position, const K& key) const {
+        return position < size() && !Before()(key, mEntries.data()[position].key);
+    }
+
+    TVQVector<SEntry> mEntries;
+};
+
+template <class K, class V, class Before>
+struct TVQIsRelocatable<TVQMap<K, V, Before>> : std::true_type {};

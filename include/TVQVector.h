@@ -1,0 +1,178 @@
+// TVQVector: a growable array of T, over the engine in CVQVectorBase.
+//   Units    sizes, capacities and positions count elements, in int.
+//   Shape    one pointer; see CVQVectorBase for its block and its growth.
+//   Errors   misuse is reported as "TVQVector", after which nothing changes and the result is null, false or -1;
+//            `operator[]` then leads to a `T()` of the calling thread, which is good until its next such use. Without
+//            memory the process ends.
+//   Invalid  pointers, references and iterators to elements are good until their element moves or goes: until an
+//            operation that may grow the vector (`push_back`, `insert`, `resize`, `reserve`), an insertion or erasure
+//            at their position or before it, `clear`, assignment or the end of the vector. `swap` and moving from the
+//            vector take them along. `end()` is good only until the next change.
+//   Self     an argument may be an element of the vector.
+//   T        must be copyable where elements are copied; its operations must not throw. See TVQElementOps for which
+//            elements are moved byte by byte.
+//   Threads  one thread at a time.
+//   Kept     vector-get-parameter: an index out of range is reported as an invalid parameter (docs/kept.md).
+#pragma once
+
+#include <CVQVectorBase.h>
+#include <TVQElementOps.h>
+
+template <class T>
+class TVQVector {
+    using Ops = TVQElementOps<T>;
+
+public:
+    using value_type = T;
+    using iterator = T*;
+    using const_iterator = const T*;
+
+    constexpr TVQVector() noexcept = default;
+    /// Empty, with exactly `initialCapacity` slots. `growth` says the capacity whenever the vector must grow; a
+    /// vector with one always has a block, of 4 slots at least.
+    explicit TVQVector(int initialCapacity, CVQVectorBase::Growth growth = nullptr)
+        : mBase(initialCapacity, growth, Ops::kSize) {}
+
+    /// A copy has exactly the capacity for its elements, and the growth function of `other`.
+    TVQVector(const TVQVector& other) : mBase(other.mBase.internal_block(), Ops::kSize) {
+        if (!other.isEmpty()) {
+            Ops::copy(data(), other.data(), other.size());
+        }
+    }
+    /// Leaves `other` empty, without a block.
+    TVQVector(TVQVector&& other) noexcept : mBase(std::move(other.mBase)) {}
+    TVQVector& operator=(const TVQVector& other) {
+        if (this != &other) {
+            TVQVector copy(other);
+            swap(copy);
+        }
+        return *this;
+    }
+    /// Leaves `other` empty, without a block.
+    TVQVector& operator=(TVQVector&& other) noexcept {
+        TVQVector taken(std::move(other));
+        swap(taken);
+        return *this;
+    }
+    ~TVQVector() { CVQVectorBase::internal_destruct(mBase.internal_block(), Ops::destroyer()); }
+
+    int size() const noexcept {
+        const CVQVectorBase::SVectorData* const block = mBase.internal_block();
+        return block == nullptr ? 0 : block->size;
+    }
+    int capacity() const noexcept { return mBase.getCapacity(); }
+    bool isEmpty() const noexcept { return size() == 0; }
+
+    /// The first element, the others behind it. Null while there is no block.
+    T* data() noexcept { return Ops::slots(mBase); }
+    const T* data() const noexcept { return Ops::slots(mBase); }
+
+    iterator begin() noexcept { return data(); }
+    iterator end() noexcept { return data() + size(); }
+    const_iterator begin() const noexcept { return data(); }
+    const_iterator end() const noexcept { return data() + size(); }
+
+    /// Null, and a report, for an index out of range.
+    T* get(int index) {
+        return has(index) ? data() + index : static_cast<T*>(mBase.internal_get(index, Ops::kSize));
+    }
+    const T* get(int index) const {
+        return has(index) ? data() + index : static_cast<const T*>(mBase.internal_get(index, Ops::kSize));
+    }
+
+    T& operator[](int index) {
+        T* const element = get(index);
+        return VQ_LIKELY(element != nullptr) ? *element : VQPrivate::neutralElement<T>();
+    }
+    const T& operator[](int index) const {
+        const T* const element = get(index);
+        return VQ_LIKELY(element != nullptr) ? *element : VQPrivate::neutralElement<T>();
+    }
+
+    void push_back(const T& item) { Ops::pushBack(mBase, item); }
+    void push_back(T&& item) { Ops::pushBack(mBase, std::move(item)); }
+
+    /// False when there is none.
+    bool pop_back() {
+        if (!mBase.internal_pop_back()) {
+            return false;
+        }
+        end()->~T();
+        return true;
+    }
+
+    void insert(int pos, const T& item) { insert(pos, 1, std::addressof(item)); }
+    void insert(int pos, T&& item) {
+        mBase.internal_insert(pos, 1, std::addressof(item), Ops::kSize, nullptr, &Ops::take, &Ops::relocate);
+    }
+    /// `items` may be null when `n` is 0.
+    void insert(int pos, int n, const T* items) {
+        mBase.internal_insert(pos, n, items, Ops::kSize, nullptr, &Ops::copy, &Ops::relocate);
+    }
+
+    void erase(int index) { erase(index, index); }
+    /// Erases `last`, too.
+    void erase(int first, int last) {
+        mBase.internal_erase(first, last, Ops::kSize, nullptr, Ops::destroyer(), &Ops::relocate);
+    }
+
+    /// Assigns `n` elements from `pos` on. False, and a report, when they are not all there; false for none.
+    bool replace(int pos, int n, const T* items) {
+        if (!mBase.internal_replace(pos, n, items)) {
+            return false;
+        }
+        Ops::assign(data() + pos, items, n);
+        return true;
+    }
+
+    /// New elements are copies of `fill`. The capacity never becomes less.
+    void resize(int newSize, const T& fill = T()) {
+        mBase.internal_resize(newSize, Ops::kSize, std::addressof(fill), &Ops::copy, Ops::destroyer(),
+                              &Ops::relocate);
+    }
+
+    /// Provides exactly `slots` slots, unless there are as many.
+    void reserve(int slots) {
+        if (slots > capacity()) {
+            mBase.internal_reserve(slots, Ops::kSize, /*exact*/ true, &Ops::relocate);
+        }
+    }
+
+    /// The capacity stays.
+    void clear() {
+        if (!isEmpty()) {
+            erase(0, size() - 1);
+        }
+    }
+
+    /// The first (last) element that equals `key`, or -1.
+    template <class Key>
+    int find(const Key& key) const {
+        const T* const found = std::find(begin(), end(), key);
+        return found == end() ? -1 : static_cast<int>(found - begin());
+    }
+    template <class Key>
+    int rfind(const Key& key) const {
+        int index = size() - 1;
+        while (index >= 0 && !(data()[index] == key)) {
+            --index;
+        }
+        return index;
+    }
+
+    /// Whether both have equal elements in the same order.
+    bool operator==(const TVQVector& other) const { return mBase.internal_compare(other.mBase, &Ops::equal); }
+    bool operator!=(const TVQVector& other) const { return !(*this == other); }
+
+    void swap(TVQVector& other) noexcept { ::swap(mBase, other.mBase); }
+    friend void swap(TVQVector& left, TVQVector& right) noexcept { left.swap(right); }
+
+private:
+    bool has(int index) const noexcept { return VQ_LIKELY(index >= 0 && index < size()); }
+
+    CVQVectorBase mBase;
+};
+
+/// Nobody points at a vector's word.
+template <class T>
+struct TVQIsRelocatable<TVQVector<T>> : std::true_type {};
