@@ -106,8 +106,8 @@ private:
     /// changed, when no block can have that size.
     bool takeOwnBlock(std::size_t size);
 
-    /// The same for a size above the present one. A private block is lengthened where it lies, if it can be: large
-    /// ones then grow without a copy.
+    /// The same for a shared block. A private one that is long enough stays as it is; otherwise it is lengthened
+    /// where it lies, if it can be: large ones then grow without a copy.
     bool growBlock(std::size_t size);
 
     void exchange(CVQRCMemoryBuffer& other) noexcept {

@@ -70,10 +70,14 @@ bool CVQRCMemoryBuffer::growBlock(std::size_t size) {
     if (mBlock == &sNullBuffer || isShared()) {
         return takeOwnBlock(size);
     }
+    const std::size_t kept = getSize();
+    // Asked for less when the caller still saw another owner, who has let go of the block since.
+    if (size <= kept) {
+        return true;
+    }
     if (size > kMaxSize) {
         return false;
     }
-    const std::size_t kept = getSize();
     mBlock = placeHeader(VQMemory::reallocChecked(mBlock, allocationOf(size)), size);
     std::memset(mBlock->data + kept, 0, size - kept);
     return true;

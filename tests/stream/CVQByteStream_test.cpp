@@ -9,6 +9,7 @@
 #include <CVQByteStream.h>
 #include <CVQString.h>
 
+#include <atomic>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
@@ -962,6 +963,52 @@ TEST(CVQByteStream, SharesItsBlockWithStreamsOfOtherThreads) {
         thread.join();
     EXPECT_EQ(Bytes(64, 0x11), bytesIn(original));
     EXPECT_EQ(64u, original.getLength());
+}
+
+// The writer comes later after each round that it was too early in, and the other way round: so the other owner keeps
+// letting go between the two looks that a write takes at the count.
+TEST(CVQByteStream, KeepsALongEnoughBlockThatTheOtherOwnerLetsGoOfDuringAWrite) {
+    constexpr unsigned kCapacity = 4096, kRounds = 20000;
+    CVQByteStream share;
+    std::atomic<unsigned> given{0}, dropped{0};
+    const auto waitFor = [](const std::atomic<unsigned>& value, unsigned round) {
+        for (unsigned tries = 0; value != round; ++tries) {
+            if (tries > 1000)
+                std::this_thread::yield();
+        }
+    };
+    const auto spin = [](unsigned turns) {
+        for (std::atomic<unsigned> turn{0}; turn < turns;)
+            ++turn;
+    };
+    std::thread owner([&] {
+        for (unsigned round = 1; round <= kRounds; ++round) {
+            waitFor(given, round);
+            share = CVQBuffer();
+            dropped = round;
+        }
+    });
+    unsigned wrong = 0, delay = 0;
+    for (unsigned round = 1; round <= kRounds; ++round) {
+        CVQByteStream stream(kCapacity);
+        stream << round;
+        share = stream;
+        given = round;
+        spin(delay);
+        stream << ~round;
+        // The block as it was, or a private copy of just the used bytes.
+        const unsigned capacity = stream.getCapacity();
+        if (capacity == 8)
+            ++delay;
+        else if (delay > 0)
+            --delay;
+        unsigned first = 0, second = 0;
+        stream >> first >> second;
+        wrong += first == round && second == ~round && (capacity == kCapacity || capacity == 8) ? 0 : 1;
+        waitFor(dropped, round);
+    }
+    owner.join();
+    EXPECT_EQ(0u, wrong);
 }
 
 TEST(CVQByteStream, AgreesWithAPlainModelOverRandomOperations) {
