@@ -19,6 +19,9 @@ public:
     bool hasRoomOfItsOwn(unsigned long long bytes) const noexcept {
         return !isShared() && mData->mCapacity >= bytes;
     }
+    /// One more owner of the buffer.
+    CVQString share() const noexcept { return *this; }
+
     using CVQString::getByteLength;
     using CVQString::getCapacity;
     using CVQString::getCharacterCount;

@@ -66,6 +66,21 @@ inline unsigned decode(const char* text, std::size_t length) {
     return code;
 }
 
+struct SCharacter {
+    unsigned code;
+    std::size_t bytes;
+};
+
+/// The character at `text`, of `bytes` bytes. A byte that starts none stands for itself, with the sign-extended value
+/// that iterators give it: no code point.
+inline SCharacter nextCharacter(const char* text, std::size_t bytes) {
+    const std::size_t length = characterAt(text, bytes);
+    if (length == 0) {
+        return {static_cast<unsigned>(static_cast<signed char>(*text)), 1};
+    }
+    return {decode(text, length), length};
+}
+
 /// Bytes of a code point up to kLastCodePoint.
 constexpr std::size_t encodedLength(unsigned code) {
     return code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
