@@ -11,6 +11,8 @@
 #define VQ_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
 /// Marks functions that only report: the code that leads to a call of one is moved out of the way.
 #define VQ_COLD __attribute__((cold))
+/// Marks a type whose objects may be read and written where an object of another type lies.
+#define VQ_MAY_ALIAS __attribute__((may_alias))
 #else
 #error "Only GCC and Clang, and compilers that understand their attributes, can build sys_marlix"
 #endif

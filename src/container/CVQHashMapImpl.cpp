@@ -1,0 +1,275 @@
+#include <CVQHashMapImpl.h>
+
+#include <CVQAsserter.h>
+#include <VQMemory.h>
+#include <container/BucketCount.h>
+#include <stream/toLength.h>
+
+#include <initializer_list>
+
+namespace {
+
+constexpr char kUnit[] = "CVQHashMapImpl";
+constexpr unsigned kLineInsertKeyZero = 1;
+constexpr unsigned kLineAccessKeyZero = 2;
+constexpr unsigned kLineTooManyBuckets = 3;
+
+constexpr char kKeyZero[] = "Key 0 cannot be stored";
+
+constexpr std::size_t cellsFor(std::size_t buckets) {
+    return buckets + buckets / 2;
+}
+
+}  // namespace
+
+static_assert(cellsFor(CVQHashMapImpl::kMaxBuckets) <= (~std::size_t{0} - 64) / sizeof(CVQHashMapItem), "its size");
+
+CVQHashMapImpl::CVQHashMapImpl(std::size_t n) : CVQHashMapImpl() {
+    initTable(n);
+    mInitialBucketCount = mTable.mBucketCount;
+}
+
+CVQHashMapImpl::CVQHashMapImpl(const CVQHashMapImpl& source) : CVQHashMapImpl() {
+    // Kept: hashmap-copy-128.
+    mInitialBucketCount = kInitialBucketsOfCopy;
+    transfer(source);
+}
+
+CVQHashMapImpl& CVQHashMapImpl::operator=(const CVQHashMapImpl& source) {
+    if (this != &source) {
+        clearEntries();
+        transfer(source);
+    }
+    return *this;
+}
+
+/// The values of a former array are forgotten.
+void CVQHashMapImpl::transfer(const CVQHashMapImpl& source) {
+    releaseStorage();
+    if (!source.hasArray()) {
+        return;
+    }
+    initTable(source.mTable.mBucketCount);
+    for (CVQHashMapItem* item = source.firstItem(); item != nullptr; item = source.nextItem(item)) {
+        CVQHashMapItem::Content value = source.homeOf(item)->mValue;
+        source.duplicateValue(&value);
+        insert(item->mKey, value);
+    }
+}
+
+void CVQHashMapImpl::initTable(std::size_t n) {
+    releaseStorage();
+    takeBuckets(bucketCountFor(n, 2, kMaxBuckets));
+}
+
+/// What a former array held is in other hands.
+void CVQHashMapImpl::takeBuckets(std::size_t n) {
+    if (VQ_UNLIKELY(n > kMaxBuckets)) {
+        doFatalError(kLineTooManyBuckets, kUnit, "Too many buckets");
+    }
+    const std::size_t count = cellsFor(n);
+    auto* const cells = static_cast<CVQHashMapItem*>(VQMemory::allocChecked(count * sizeof(CVQHashMapItem)));
+    mTable = {cells, cells + count, cells + n, toLength(n), toLength(n - 1)};
+    for (CVQHashMapItem* bucket = cells; bucket != mTable.mNextFree; ++bucket) {
+        bucket->mKey = mEmptyKey;
+        bucket->mNext = &mSentinel;
+    }
+    cells->mKey = mReservedKey;
+    cells->mValue = nullptr;
+    if (mPrevious.mCells == &mSentinel) {
+        mPrevious = {};
+    }
+}
+
+void CVQHashMapImpl::insert(unsigned int key, void* value) {
+    if (VQ_UNLIKELY(key == kEmptyKey)) {
+        doAssert(kLineInsertKeyZero, kUnit, kKeyZero);
+        return;
+    }
+    if (!hasArray()) {
+        takeBuckets(mInitialBucketCount);
+    }
+    // Kept: hashmap-second-key.
+    claim(key)->mValue = value;
+}
+
+/// A cell for a new entry of `key`, its value null.
+CVQHashMapItem* CVQHashMapImpl::claim(unsigned int key) {
+    CVQHashMapItem* bucket = hash(key);
+    if (bucket->mKey != kEmptyKey && mTable.mNextFree == mTable.mEnd) {
+        rehash();
+        bucket = hash(key);
+    }
+    CVQHashMapItem* cell = bucket;
+    if (bucket->mKey != kEmptyKey) {
+        cell = mTable.mNextFree++;
+        cell->mNext = bucket->mNext;
+        bucket->mNext = cell;
+    }
+    cell->mKey = key;
+    cell->mValue = nullptr;
+    return cell;
+}
+
+void*& CVQHashMapImpl::create(CVQHashMapItem* bucket, unsigned int key) {
+    if (VQ_UNLIKELY(key == kEmptyKey)) {
+        return refuse();
+    }
+    const bool bucketWasFree = bucket->mKey == kEmptyKey;
+    CVQHashMapItem* const cell = claim(key);
+    if (bucketWasFree) {
+        // Kept: hashmap-construct-empty-key.
+        constructValue(&cell->mValue, kEmptyKey);
+        mLastKey = key;
+    } else {
+        constructValue(&cell->mValue, key);
+    }
+    return cell->mValue;
+}
+
+/// Bucket 0's cell is no entry's, so its value can stand in for one.
+void*& CVQHashMapImpl::refuse() {
+    doAssert(kLineAccessKeyZero, kUnit, kKeyZero);
+    dropRefused();
+    constructValue(&mTable.mCells->mValue, kEmptyKey);
+    return mTable.mCells->mValue;
+}
+
+void CVQHashMapImpl::dropRefused() {
+    CVQHashMapItem* const standIn = mTable.mCells;
+    if (standIn->mValue != nullptr) {
+        destroyValue(&standIn->mValue, kEmptyKey);
+        standIn->mValue = nullptr;
+    }
+}
+
+void CVQHashMapImpl::rehash() {
+    if (VQ_UNLIKELY(mPrevious.mCells != nullptr)) {
+        settle();
+    }
+    const STable old = mTable;
+    mPrevious = old;
+    takeBuckets(std::size_t{2} * old.mBucketCount);
+    mTable.mCells->mValue = old.mCells->mValue;
+    // Two old buckets never share a new one, so each first key finds its new bucket free.
+    CVQHashMapItem* const overflow = old.mCells + old.mBucketCount;
+    for (CVQHashMapItem* cell = old.mCells + 1; cell != overflow; ++cell) {
+        if (cell->mKey != kEmptyKey) {
+            CVQHashMapItem* const bucket = hash(cell->mKey);
+            bucket->mKey = cell->mKey;
+            bucket->mValue = cell->mValue;
+        }
+    }
+    for (CVQHashMapItem* cell = overflow; cell != old.mNextFree; ++cell) {
+        insert(cell->mKey, cell->mValue);
+    }
+    // Whether the newest entry was written to later shows against what it holds now.
+    const CVQHashMapItem* const newest = newestOf(old);
+    old.mCells->mValue = newest != nullptr ? newest->mValue : nullptr;
+}
+
+/// The entry that took the last overflow cell. A reference to it is not covered by the last key, which an access that
+/// creates an entry in a chain leaves alone.
+CVQHashMapItem* CVQHashMapImpl::newestOf(const STable& table) {
+    return table.mNextFree != table.mCells + table.mBucketCount ? table.mNextFree - 1 : nullptr;
+}
+
+/// The entry of the last key in the previous array.
+CVQHashMapItem* CVQHashMapImpl::findKept(unsigned int key) const {
+    if (key == kEmptyKey) {
+        return nullptr;
+    }
+    CVQHashMapItem* const item = walk(mPrevious.mCells + (key & mPrevious.mMask), key);
+    return item != &mSentinel ? item : nullptr;
+}
+
+CVQHashMapItem* CVQHashMapImpl::homeKept(CVQHashMapItem* item) const {
+    CVQHashMapItem* const newest = newestOf(mPrevious);
+    if (newest != nullptr && newest->mKey == item->mKey) {
+        return newest;
+    }
+    CVQHashMapItem* const last = item->mKey == mLastKey ? findKept(mLastKey) : nullptr;
+    return last != nullptr ? last : item;
+}
+
+void CVQHashMapImpl::deleteOldTable() {
+    if (mPrevious.mCells == nullptr || !hasArray()) {
+        return;
+    }
+    // Kept: hashmap-carry-overwrites.
+    if (const CVQHashMapItem* const last = findKept(mLastKey); last != nullptr) {
+        walk(hash(mLastKey), mLastKey)->mValue = last->mValue;
+    }
+    const CVQHashMapItem* const newest = newestOf(mPrevious);
+    if (newest != nullptr && newest->mValue != mPrevious.mCells->mValue) {
+        walk(hash(newest->mKey), newest->mKey)->mValue = newest->mValue;
+    }
+    VQMemory::release(mPrevious.mCells);
+    mPrevious = {};
+}
+
+/// For a keyed access that finds a previous array, or that there is none at all yet.
+void CVQHashMapImpl::settle() {
+    if (hasArray()) {
+        deleteOldTable();
+    } else {
+        takeBuckets(mInitialBucketCount);
+    }
+}
+
+void CVQHashMapImpl::clear() {
+    clearEntries();
+    initTable(mInitialBucketCount);
+}
+
+void CVQHashMapImpl::clearEntries() {
+    for (CVQHashMapItem* item = firstItem(); item != nullptr; item = nextItem(item)) {
+        destroyValue(&homeOf(item)->mValue, item->mKey);
+    }
+    if (hasArray()) {
+        dropRefused();
+    }
+}
+
+unsigned int CVQHashMapImpl::size() const {
+    unsigned int count = 0;
+    for (CVQHashMapItem* item = firstItem(); item != nullptr; item = nextItem(item)) {
+        ++count;
+    }
+    return count;
+}
+
+void CVQHashMapImpl::take(CVQHashMapImpl& other) noexcept {
+    releaseStorage();
+    mInitialBucketCount = other.mInitialBucketCount;
+    if (!other.hasArray()) {
+        return;
+    }
+    mTable = other.mTable;
+    mPrevious = other.mPrevious;
+    mLastKey = other.mLastKey;
+    for (const STable& table : {mTable, mPrevious}) {
+        for (CVQHashMapItem* cell = table.mCells; cell != table.mNextFree; ++cell) {
+            if (cell->mNext == &other.mSentinel) {
+                cell->mNext = &mSentinel;
+            }
+        }
+    }
+    other.forgetArrays();
+}
+
+/// The end marker does for an array: look-ups end at once, and walks have nothing to go through. It stands for the
+/// previous array as well, so that the next access settles what there is before it looks at any bucket.
+void CVQHashMapImpl::forgetArrays() noexcept {
+    mTable = {&mSentinel, &mSentinel + 1, &mSentinel + 1, 0, 0};
+    mPrevious = mTable;
+    mLastKey = kEmptyKey;
+}
+
+void CVQHashMapImpl::releaseStorage() noexcept {
+    if (hasArray()) {
+        VQMemory::release(mTable.mCells);
+        VQMemory::release(mPrevious.mCells);
+    }
+    forgetArrays();
+}
