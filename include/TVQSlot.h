@@ -5,20 +5,11 @@
 //   Threads  one thread at a time.
 #pragma once
 
-#include <VQExport.h>
+#include <TVQIsRelocatable.h>
 
 #include <cstring>
 #include <new>
 #include <type_traits>
-
-class CVQString;
-
-/// Whether a `T` is as good in another place once its bytes are there and the old ones are forgotten. Specialise it
-/// for types that are, but whose copies are not mere bytes.
-template <class T>
-struct TVQIsRelocatable : std::is_trivially_copyable<T> {};
-template <>
-struct TVQIsRelocatable<CVQString> : std::true_type {};
 
 template <class T>
 class TVQSlot {
