@@ -38,7 +38,7 @@ VQ_EXPORT void encode(const unsigned char* source, std::size_t length, char* des
 /// How many bytes `text` decodes to when it has no line breaks and nothing else from outside the alphabet.
 VQ_EXPORT unsigned int calcDecodeLength(const char* text);
 
-/// Reads `text`; returns the number of bytes. Bytes of a group's padding may be written behind them, as zeros. A
+/// Reads `text`; returns the number of bytes. Up to two bytes behind them may have been written as well. A
 /// destination of more than 32 bits is refused like one of 0 bytes.
 VQ_EXPORT unsigned int decode(const char* text, unsigned char* destination, std::size_t destinationSize);
 
