@@ -30,6 +30,7 @@ public:
 
     /// Copies up to `count` bytes and moves behind them. Returns how many; 0 at the end and for counts of 2^31 and
     /// more; -1 with EINVAL for a null destination, unless `count` is 0. The third argument is not used.
+    /// `destination` may lie in the bytes that are read, as when a caller moves up what it has not used yet.
     int read(void* destination, std::size_t count, int);
 
 private:

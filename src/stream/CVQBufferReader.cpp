@@ -72,7 +72,7 @@ int CVQBufferReader::read(void* destination, std::size_t count, int /*unused*/) 
     }
     const std::size_t copied = std::min<std::size_t>(count, mSize - tell());
     if (copied != 0) {
-        std::memcpy(destination, mPosition, copied);
+        std::memmove(destination, mPosition, copied);
         mPosition += copied;
     }
     return static_cast<int>(copied);

@@ -1,5 +1,5 @@
 // Concerns: each seek from both sides of each limit; directions outside the table; every special argument of read, in
-// their order; readers over nothing.
+// their order; destinations among the bytes that are read; readers over nothing.
 #include "stream/Streams.h"
 #include "support/AssertionLog.h"
 
@@ -121,6 +121,24 @@ TEST(CVQBufferReader, ReadsEverythingForTheLargestCount) {
     CVQBufferReader reader(kTen, sizeof kTen);
     unsigned char target[16];
     EXPECT_EQ(10, reader.read(target, INT_MAX, 0));
+}
+
+TEST(CVQBufferReader, ReadsIntoTheBytesThatItReads) {
+    Bytes bytes(600);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<unsigned char>(i % 251);
+    for (const int from : {1, 40, 500}) {
+        SCOPED_TRACE(from);
+        Bytes compacted = bytes, movedOn = bytes;
+        CVQBufferReader compacting(compacted.data(), compacted.size());
+        ASSERT_TRUE(compacting.seek(from, CVQBufferReader::SEEK_DIR_SET));
+        EXPECT_EQ(600 - from, compacting.read(compacted.data(), 600, 0));
+        EXPECT_EQ(Bytes(bytes.begin() + from, bytes.end()),
+                  bytesOf(compacted.data(), compacted.size() - static_cast<unsigned>(from)));
+        CVQBufferReader movingOn(movedOn.data(), movedOn.size());
+        EXPECT_EQ(600 - from, movingOn.read(movedOn.data() + from, 600 - static_cast<unsigned>(from), 0));
+        EXPECT_EQ(Bytes(bytes.begin(), bytes.end() - from), Bytes(movedOn.begin() + from, movedOn.end()));
+    }
 }
 
 TEST(CVQBufferReader, ReportsThatThereIsNothingToReadAndIsBuiltAllTheSame) {
