@@ -12,7 +12,7 @@
 // A type that travels in messages between processes offers two static members beside its operators,
 //     static IVQOStream& toQRVStream(IVQOStream& stream, const T& value);
 //     static const IVQIStream& fromQRVStream(const IVQIStream& stream, T& value);
-// which call `align(4)` and then move the bytes of the operator.
+// which call `align(4)` and then move the bytes of the operator. CVQString and CVQByteStream differ, see there.
 //
 // The order of the virtual operations is binary interface. All of them are pure or inline, so that a class
 // derived from this one, with run-time type information or without, finds the table and the type in its own

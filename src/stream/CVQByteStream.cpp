@@ -225,8 +225,10 @@ IVQOStream& operator<<(IVQOStream& stream, const CVQByteStream& value) {
     if (held != 0) {
         stream.write(kept.getData(), held);
     }
-    if (held < length) {
-        stream.writeSkip(length - held);
+    // In pieces, as writeSkip takes 2^31 bytes and more for none at all.
+    constexpr unsigned int kMostSkipped = 0x40000000U;
+    for (unsigned int left = length - held; left != 0; left -= std::min(left, kMostSkipped)) {
+        stream.writeSkip(std::min(left, kMostSkipped));
     }
     return stream;
 }

@@ -10,6 +10,7 @@
 #include <CVQString.h>
 
 #include <atomic>
+#include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
@@ -689,6 +690,30 @@ TEST(CVQByteStream, WritesZerosForTheBytesThatTheBlockLacks) {
     EXPECT_THAT(sink.bytes, ElementsAre(5, 0, 0, 0, 7, 8, 0, 0, 0));
 }
 
+// Counts and forgets.
+class Counter : public IVQOStream {
+public:
+    void flush() override {}
+    bool waitToWrite(int) override { return true; }
+
+    std::uint64_t taken = 0;
+
+protected:
+    unsigned doWrite(const void*, unsigned count) override {
+        taken += count;
+        return count;
+    }
+};
+
+TEST(CVQByteStream, WritesAsManyBytesAsItAnnouncesWhateverTheBlockLacks) {
+    for (const unsigned length : {0x7FFFFFFFU, 0x80000001U, 0x80000002U, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(length);
+        Counter counter;
+        counter << CVQByteStream(blockOf({7, 8}), length);
+        EXPECT_EQ(4 + std::uint64_t{length}, counter.taken);
+    }
+}
+
 TEST(CVQByteStream, ReadsLengthAndBytes) {
     CVQByteStream stream = streamOf({1, 2, 3, 4, 5, 6, 7, 8});
     stream.readSkip(100);
@@ -965,8 +990,8 @@ TEST(CVQByteStream, SharesItsBlockWithStreamsOfOtherThreads) {
     EXPECT_EQ(64u, original.getLength());
 }
 
-// The writer comes later after each round that it was too early in, and the other way round: so the other owner keeps
-// letting go between the two looks that a write takes at the count.
+// The writer comes later after each round that it was too early in, and the other way round: so the other owner
+// keeps letting go between the two looks that a write takes at the count.
 TEST(CVQByteStream, KeepsALongEnoughBlockThatTheOtherOwnerLetsGoOfDuringAWrite) {
     constexpr unsigned kCapacity = 4096, kRounds = 20000;
     CVQByteStream share;
