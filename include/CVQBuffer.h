@@ -27,7 +27,8 @@ public:
     CVQBuffer& operator=(const CVQBuffer&) = default;
     ~CVQBuffer() = default;
 
-    /// The used bytes of the stream, in a block of their own; the read position does not matter.
+    /// The used bytes of the stream, in a block of their own; the read position does not matter. Empty when the
+    /// stream has a length that no block can have.
     CVQBuffer(const CVQByteStream& stream);
     CVQBuffer& operator=(const CVQByteStream& stream);
 

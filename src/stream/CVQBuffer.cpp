@@ -16,12 +16,13 @@ constexpr unsigned kLineTruncate = 79;
 
 CVQBuffer::CVQBuffer(const CVQByteStream& stream) : mMemory(stream.getMemoryBuffer()) {
     resize(stream.getLength(), mMemory.isShared());
+    if (getSize() != stream.getLength()) {
+        mMemory.removeRef();
+    }
 }
 
 CVQBuffer& CVQBuffer::operator=(const CVQByteStream& stream) {
-    mMemory = stream.getMemoryBuffer();
-    resize(stream.getLength(), mMemory.isShared());
-    return *this;
+    return *this = CVQBuffer(stream);
 }
 
 void CVQBuffer::resize(std::size_t size, bool force) {

@@ -242,6 +242,20 @@ TEST(CVQBuffer, TakesZerosForTheBytesThatAByteStreamLacks) {
     EXPECT_THAT(bytesIn(CVQBuffer(stream)), ElementsAre(1, 2, 0, 0));
 }
 
+TEST(CVQBuffer, IsEmptyForAByteStreamOfALengthThatNoBlockCanHave) {
+    const CVQBuffer storage = bufferOf({1, 2});
+    for (const unsigned length : {CVQRCMemoryBuffer::kMaxSize + 1, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(length);
+        const CVQByteStream stream(storage.getMemoryBuffer(), length);
+        EXPECT_EQ(nullptr, CVQBuffer(stream).getData());
+        CVQBuffer assigned = bufferOf({3});
+        assigned = stream;
+        EXPECT_EQ(0u, assigned.getSize());
+        EXPECT_EQ(nullptr, assigned.getData());
+    }
+    EXPECT_THAT(bytesIn(storage), ElementsAre(1, 2));
+}
+
 TEST(CVQBuffer, ComparesBytes) {
     const CVQBuffer buffer = bufferOf({1, 2});
     EXPECT_TRUE(buffer == buffer);
