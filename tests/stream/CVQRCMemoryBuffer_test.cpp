@@ -1,21 +1,28 @@
-// Concerns: empty and refused sizes; sharing and its end; comparison; the stream form to the byte, whole and cut off at
-// every length; hostile sources and sinks; handles on many threads; use before constructors have run.
+// Concerns: empty and refused sizes; how long a block is; sharing and its end; comparison; the stream form to the
+// byte, whole and cut off at every length; hostile sources and sinks; handles on many threads; use before
+// constructors have run.
 #include "stream/Streams.h"
 #include "support/AssertionLog.h"
+#include "support/ChildProcess.h"
+#include "support/SlogCapture.h"
 
 #include <CVQByteStream.h>
 #include <CVQRCMemoryBuffer.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <new>
+#include <sys/resource.h>
 #include <thread>
 
 namespace {
 
 using support::AssertionLog;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 CVQRCMemoryBuffer bufferOf(const Bytes& bytes) {
@@ -64,6 +71,34 @@ TEST(CVQRCMemoryBuffer, HasTheSizeAskedForAndAlignedBytes) {
         EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(buffer.getData()) % 8);
         std::memset(buffer.getBuffer(), 0x5A, size);
         EXPECT_EQ(Bytes(size, 0x5A), bytesIn(buffer));
+    }
+}
+
+// The report of an allocation that fails says how long a block is: a header of 16 bytes and the size in units of 8.
+TEST(CVQRCMemoryBuffer, AsksForAHeaderAndItsSizeRoundedUpTo8Bytes) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the address space cannot be limited here";
+#endif
+    if (support::isEmulated())
+        GTEST_SKIP() << "the address space cannot be limited here";
+    const struct {
+        unsigned size;
+        const char* report;
+    } kRows[] = {
+        {0x70000000, "failed to allocate 1879048208 bytes"},
+        {0x70000001, "failed to allocate 1879048216 bytes"},
+        {0x70000008, "failed to allocate 1879048216 bytes"},
+        {0x70000009, "failed to allocate 1879048224 bytes"},
+    };
+    for (const auto& row : kRows) {
+        support::SlogCapture log;
+        const auto child = support::runInChild([&row] {
+            const rlimit limit{1U << 30, 1U << 30};
+            EXPECT_EQ(0, setrlimit(RLIMIT_AS, &limit));
+            const CVQRCMemoryBuffer buffer(row.size);
+        });
+        EXPECT_TRUE(child.exitedWith(EXIT_FAILURE)) << child;
+        EXPECT_THAT(log.texts(), Contains(HasSubstr(row.report)));
     }
 }
 
