@@ -3,8 +3,10 @@
 //            The logger's opcode is code | subCode << 20; the forms without a code use 10000.
 //   Errors   none to the caller. Without a logger (ENOENT) a line is lost in silence; when the logger refuses it,
 //            or when the message cannot be formatted, one line on standard error says so. errno is left as it was.
+//            A logger that reports an interruption (EINTR) has refused the line like any other: it is handed over
+//            once, as it may have arrived.
 //   Threads  any thread, at any time: before main, during exit, in a forked child. The line is built on the
-//            caller's stack; nothing is allocated and nothing locked.
+//            caller's stack. A line that is logged allocates nothing and locks nothing.
 //   Kept     syslog-two-prefixes: a logged line starts with "pid %d: ", the report on standard error with
 //            "pid: %d: ".
 #pragma once

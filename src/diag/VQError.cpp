@@ -2,12 +2,12 @@
 
 #include <VQExport.h>
 #include <VQOperatingSystem.h>
+#include <diag/ErrorText.h>
 #include <os/CErrnoKeeper.h>
 
 #include <atomic>
 #include <cstdarg>
 #include <cstdlib>
-#include <cstring>
 
 namespace {
 
@@ -22,11 +22,6 @@ VQ_CONSTINIT std::atomic<bool> sExiting{false};
 void install(VQError::ErrorHandler handler, void* data) {
     sErrorHandler.data.store(data, std::memory_order_relaxed);
     sErrorHandler.handler.store(handler, std::memory_order_release);
-}
-
-const char* errorText(int error) {
-    const char* const text = std::strerror(error);
-    return text != nullptr ? text : "unknown";
 }
 
 }  // namespace

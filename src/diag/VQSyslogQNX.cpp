@@ -1,13 +1,13 @@
 #include <VQSyslog.h>
 
 #include <VQOperatingSystem.h>
+#include <diag/ErrorText.h>
 #include <os/CErrnoKeeper.h>
 
 #include <sys/slog.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
@@ -18,7 +18,7 @@ constexpr std::size_t kLineSize = 1025;  // 1024 bytes and the terminator
 void reportUnwritable(int error) {
     // Kept: syslog-two-prefixes. This prefix has a colon more than a logged line's.
     std::fprintf(stderr, "pid: %d: cannot write to syslog: %s\n", VQOperatingSystem::getCurrentPID(),
-                 std::strerror(error));
+                 errorText(error));
 }
 
 }  // namespace

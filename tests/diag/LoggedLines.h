@@ -8,6 +8,7 @@
 
 #include <sys/types.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,11 @@ inline std::string wholeLine(unsigned opcode, int severity, const std::string& t
 /// The line that the process `pid` logs for `message` with the short forms' code and sub-code 0.
 inline std::string loggedLine(pid_t pid, VQSyslog::Severity severity, const std::string& message) {
     return wholeLine(10000, severity, "pid " + std::to_string(pid) + ": " + message);
+}
+
+/// What the process `pid` writes to standard error for a line that the logger refuses.
+inline std::string unwritable(pid_t pid, int error) {
+    return "pid: " + std::to_string(pid) + ": cannot write to syslog: " + std::strerror(error) + "\n";
 }
 
 inline std::vector<std::string> loggedLines(support::SlogCapture& log) {

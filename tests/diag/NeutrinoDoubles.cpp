@@ -1,5 +1,6 @@
 #include "NeutrinoDoubles.h"
 
+#include <sys/slog.h>
 #include <sys/trace.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@ namespace {
 
 doubles::ScriptedStack* sStack = nullptr;
 doubles::TraceRecorder* sTrace = nullptr;
+doubles::RefusingLogger* sLogger = nullptr;
 bool sNoErrorTexts = false;
 
 /// The definition that this program's own hides.
@@ -33,6 +35,12 @@ doubles::TraceRecorder::TraceRecorder() {
 }
 doubles::TraceRecorder::~TraceRecorder() {
     sTrace = nullptr;
+}
+doubles::RefusingLogger::RefusingLogger() {
+    sLogger = this;
+}
+doubles::RefusingLogger::~RefusingLogger() {
+    sLogger = nullptr;
 }
 doubles::NoErrorTexts::NoErrorTexts() {
     sNoErrorTexts = true;
@@ -112,6 +120,19 @@ int TraceEvent(int command, ...) {
     if (command == _NTO_TRACE_INSERTCUSEREVENT)
         return realTraceEvent(command, call.event, call.data, call.length);
     return realTraceEvent(command, call.event, call.text);
+}
+
+int slogf(int opcode, int severity, const char* format, ...) {
+    if (sLogger != nullptr) {
+        ++sLogger->lines;
+        errno = sLogger->error;
+        return -1;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = vslogf(opcode, severity, format, arguments);
+    va_end(arguments);
+    return result;
 }
 
 char* strerror(int error) noexcept {

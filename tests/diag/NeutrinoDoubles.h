@@ -5,6 +5,7 @@
 
 #include <backtrace.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -53,6 +54,18 @@ public:
     int result = 0;
     int error = 0;  // put into errno when it is not 0
     std::vector<TraceCall> calls;
+};
+
+/// A logger that takes no line.
+class RefusingLogger {
+public:
+    RefusingLogger();
+    ~RefusingLogger();
+    RefusingLogger(const RefusingLogger&) = delete;
+    RefusingLogger& operator=(const RefusingLogger&) = delete;
+
+    int error = EACCES;
+    int lines = 0;  // how many it was asked to take
 };
 
 /// Makes strerror answer null.

@@ -2,6 +2,7 @@
 #include <VQSyslog.h>
 
 #include "LoggedLines.h"
+#include "NeutrinoDoubles.h"
 #include "support/ChildProcess.h"
 #include "support/ScopedEnvironment.h"
 #include "support/SlogCapture.h"
@@ -30,10 +31,6 @@ namespace {
 
 std::string prefix() {
     return "pid " + std::to_string(getpid()) + ": ";
-}
-
-std::string unwritable(pid_t pid, int error) {
-    return "pid: " + std::to_string(pid) + ": cannot write to syslog: " + std::strerror(error) + "\n";
 }
 
 VQ_PRINTF(4, 5) void callLongForm(int code, int subCode, VQSyslog::Severity severity, const char* format, ...) {
@@ -275,6 +272,29 @@ TEST(VQSyslog, ReportsThatNoDescriptorIsLeft) {
     });
     EXPECT_TRUE(result.exitedWith(0)) << result;
     EXPECT_EQ(result.err, unwritable(result.pid, EMFILE));
+}
+
+TEST(VQSyslog, HandsALineOverOnceAndReportsWhateverTheLoggerAnswersButThatThereIsNone) {
+    for (const int error : {EINTR, EACCES, EBUSY, ENOENT}) {
+        const auto result = support::runInChild([error] {
+            doubles::RefusingLogger logger;
+            logger.error = error;
+            VQSyslog::logMsg(0, VQSyslog::ERROR, "refused");
+            EXPECT_EQ(logger.lines, 1);
+        });
+        EXPECT_TRUE(result.exitedWith(0)) << result;
+        EXPECT_EQ(result.err, error == ENOENT ? "" : unwritable(result.pid, error));
+    }
+}
+
+TEST(VQSyslog, SaysUnknownWhereThePlatformHasNoTextForTheRefusal) {
+    const auto result = support::runInChild([] {
+        const doubles::NoErrorTexts noTexts;
+        doubles::RefusingLogger logger;
+        VQSyslog::logMsg(0, VQSyslog::ERROR, "refused");
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ(result.err, "pid: " + std::to_string(result.pid) + ": cannot write to syslog: unknown\n");
 }
 
 TEST(VQSyslog, SurvivesAClosedStandardError) {
