@@ -47,49 +47,25 @@ int backtraceLimit() {
     return static_cast<int>(limit);
 }
 
-/// Marks the calling thread as one that reports an assertion, so that an assertion which the report itself raises
-/// is recognised.
+/// callingThread() while the thread reports an assertion, so that an assertion which the report itself raises is
+/// recognised; in a child forked meanwhile it is nobody's number. The model is the one that allocates nothing on a
+/// thread's first access.
+VQ_CONSTINIT thread_local std::uint64_t sReporting __attribute__((tls_model("initial-exec"))) = 0;
+
 class CReporting {
 public:
-    CReporting() : mThread(callingThread()) {
-        for (const std::atomic<std::uint64_t>& mark : sMarks) {
-            if (mark.load(std::memory_order_relaxed) == mThread) {
-                return;
-            }
-        }
-        for (std::atomic<std::uint64_t>& mark : sMarks) {
-            // Marks of another process came along with the fork; nobody will take them off here.
-            std::uint64_t old = mark.load(std::memory_order_relaxed);
-            if ((old == 0 || !areOfOneProcess(old, mThread)) &&
-                mark.compare_exchange_strong(old, mThread, std::memory_order_relaxed)) {
-                mMark = &mark;
-                return;
-            }
-        }
-    }
-
-    ~CReporting() {
-        if (mMark != nullptr) {
-            // In a child forked in between, the mark may be another thread's by now.
-            std::uint64_t own = mThread;
-            mMark->compare_exchange_strong(own, 0, std::memory_order_relaxed);
-        }
-    }
-
+    CReporting() : mBefore(sReporting), mThread(callingThread()) { sReporting = mThread; }
+    ~CReporting() { sReporting = mBefore; }
     CReporting(const CReporting&) = delete;
     CReporting& operator=(const CReporting&) = delete;
 
-    /// False inside another report of the same thread, and when more threads report at once than there are marks.
-    bool isFirst() const { return mMark != nullptr; }
+    /// False inside another report of the same thread.
+    bool isFirst() const { return mBefore != mThread; }
 
 private:
-    static std::atomic<std::uint64_t> sMarks[64];
-
+    const std::uint64_t mBefore;
     const std::uint64_t mThread;
-    std::atomic<std::uint64_t>* mMark = nullptr;
 };
-
-VQ_CONSTINIT std::atomic<std::uint64_t> CReporting::sMarks[64] = {};
 
 }  // namespace
 

@@ -1,5 +1,4 @@
-// CallingThread: who is calling, for telling whether a thread is already inside a report. Thread-local storage
-// would tell as well, but may allocate on a thread's first access to it.
+// CallingThread: who is calling, for telling whether a thread is already inside a report.
 #pragma once
 
 #include <VQOperatingSystem.h>
@@ -11,9 +10,4 @@
 inline std::uint64_t callingThread() {
     return static_cast<std::uint64_t>(static_cast<unsigned>(VQOperatingSystem::getCurrentPID())) << 32 |
            static_cast<unsigned>(VQOperatingSystem::getCurrentTID());
-}
-
-/// True when both numbers belong to threads of one process.
-constexpr bool areOfOneProcess(std::uint64_t thread, std::uint64_t other) {
-    return thread >> 32 == other >> 32;
 }

@@ -18,11 +18,14 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <mutex>
 #include <pthread.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -157,6 +160,34 @@ TEST_F(CVQAsserterTest, AbortsAfterAllThreeLinesAndWithoutAFileWhenAskedTo) {
                         loggedLine(result.pid, VQSyslog::CRITICAL, "ASSERTION \"a < b\" failed in Unit 7")));
         EXPECT_EQ(result.err, "\nUnit:7: ASSERTION \"a < b\" failed\n");
         EXPECT_THAT(mFolder.list(), IsEmpty());
+    }
+}
+
+TEST_F(CVQAsserterTest, LooksForTheAbortVariableOnEveryAssertion) {
+    const auto result = run([] {
+        doCheapAssert(1, "Unit");
+        setenv("VQ_ENABLE_ABORT_ON_ASSERTION", "", 1);
+        doCheapAssert(2, "Unit");
+        std::_Exit(1);
+    });
+    EXPECT_TRUE(result.killedBy(SIGABRT)) << result;
+    EXPECT_EQ(mLog.records().size(), 4U);
+    EXPECT_EQ(recordsOf(result), 1U);
+}
+
+TEST_F(CVQAsserterTest, WritesTheFirstLogLineThenStandardErrorThenTheOtherLogLines) {
+    // A log line that is refused shows its place on standard error.
+    const Environment refusingLog = {{"NTO_SLOG", mFolder.write("file", "") + "/socket"}};
+    const struct {
+        const char* text;
+        std::string shown;
+    } kRows[] = {{nullptr, ""}, {"a < b", " \"a < b\""}};
+    for (const auto& row : kRows) {
+        const auto assertion = run([&row] { doAssert(7, "Unit", row.text); }, refusingLog);
+        const std::string refused = unwritable(assertion.pid, ENOTDIR);
+        EXPECT_EQ(assertion.err, refused + "\nUnit:7: ASSERTION" + row.shown + " failed\n" + refused);
+        const auto fatal = run([&row] { CVQAsserter::logFatalError(7, "Unit", row.text); }, refusingLog);
+        EXPECT_EQ(fatal.err, unwritable(fatal.pid, ENOTDIR) + "\nUnit:7: FATAL ERROR" + row.shown + " occured\n");
     }
 }
 
@@ -575,8 +606,8 @@ TEST_F(CVQAsserterTest, ChildrenForkedWhileOtherThreadsAssertCanAssertToo) {
     EXPECT_TRUE(result.exitedWith(0)) << result;
 }
 
-TEST_F(CVQAsserterTest, MoreThreadsMayReportAtOnceThanAreRemembered) {
-    // All wait in the info function's lock; each must be reported, whether or not its file is written.
+TEST_F(CVQAsserterTest, EveryOneOfManyThreadsThatReportAtOnceWritesItsBacktrace) {
+    // The first one waits in the info function until all have begun, the others for the first.
     constexpr unsigned kThreads = 80;
     static std::atomic<unsigned> started{0};
     const auto result = run([] {
@@ -584,6 +615,8 @@ TEST_F(CVQAsserterTest, MoreThreadsMayReportAtOnceThanAreRemembered) {
             while (started < kThreads) {
                 std::this_thread::yield();
             }
+            static std::once_flag sFirst;
+            std::call_once(sFirst, [] { std::this_thread::sleep_for(std::chrono::milliseconds(50)); });
             baseName = "base";
             return CVQString("infos");
         });
@@ -603,8 +636,37 @@ TEST_F(CVQAsserterTest, MoreThreadsMayReportAtOnceThanAreRemembered) {
         doCheapAssert(1000, "Unit");
     });
     EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ(countOf("\n[QNX backtrace] INFO - ", support::readFile(mFolder / "base.ass")), kThreads);
     EXPECT_THAT(fileOf(result), HasSubstr("failed in Unit 1000\n"));
     EXPECT_EQ(countOf("\nUnit:", result.err), kThreads + 1);
+}
+
+TEST_F(CVQAsserterTest, AChildForkedByTheInfoFunctionReportsOnItsOwn) {
+    static pid_t child;
+    const auto result = run([] {
+        child = -1;
+        VQBacktrace::setInfos([](CVQString& baseName) {
+            if (child == -1) {
+                child = fork();
+                if (child == 0) {
+                    doCheapAssert(2, "Child");
+                    std::_Exit(0);
+                }
+                int status = 0;
+                waitpid(child, &status, 0);
+                EXPECT_EQ(status, 0);
+            }
+            baseName = "base";
+            return CVQString("infos");
+        });
+        doCheapAssert(1, "Parent");
+        doCheapAssert(3, "Parent");
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    const std::string text = support::readFile(mFolder / "base.ass");
+    EXPECT_THAT(text, HasSubstr("failed in Child 2\n"));
+    EXPECT_THAT(text, HasSubstr("failed in Parent 1\n"));
+    EXPECT_THAT(text, HasSubstr("failed in Parent 3\n"));
 }
 
 TEST_F(CVQAsserterTest, FitsTheDefaultStackOfAThread) {
