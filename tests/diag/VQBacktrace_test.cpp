@@ -16,12 +16,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cinttypes>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sstream>
 #include <sys/resource.h>
@@ -376,6 +378,20 @@ TEST_F(VQBacktraceTest, Kept_DoesNotShortenAFileThatItDoesNotAppendTo) {
     EXPECT_EQ(text, shorter + longer.substr(shorter.size()));
 }
 
+TEST_F(VQBacktraceTest, Kept_TheStringFreeEntryDoesNotShortenAFileEither) {
+    // id: backtrace-no-truncate
+    const std::string text = fileOf(
+        [this] {
+            EmptyStack stack;
+            VQBacktrace::doBacktraceNoAlloc("one two three", folder(), "ext", false);
+            VQBacktrace::doBacktraceNoAlloc("one", folder(), "ext", false);
+        },
+        "PID#.ext");
+    const std::string infos = ownInfos(mResult.pid, mResult.pid);
+    const std::string shorter = record("one", infos);
+    EXPECT_EQ(text, shorter + record("one two three", infos).substr(shorter.size()));
+}
+
 TEST_F(VQBacktraceTest, MakesTheFileForEverybodyAsFarAsTheMaskAllows) {
     fileOf([this] {
         EmptyStack stack;
@@ -702,7 +718,61 @@ TEST_F(VQBacktraceTest, RecordsOfManyThreadsFollowEachOtherWhole) {
     }
 }
 
-TEST_F(VQBacktraceTest, GoesWithoutAMapWhenThereIsNoMemoryForIt) {
+TEST_F(VQBacktraceTest, OneThreadWritesAtATime) {
+    constexpr int kThreads = 8;
+    constexpr int kRecords = 20;
+    static std::atomic<int> inside{0};
+    static std::atomic<int> most{0};
+    const std::string text = fileOf([this] {
+        EmptyStack stack;
+        VQBacktrace::setInfos([](CVQString& baseName) {
+            const int together = ++inside;
+            most = std::max(most.load(), together);
+            std::this_thread::yield();
+            --inside;
+            return namedInfos(baseName);
+        });
+        std::atomic<int> arrived{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([this, &arrived] {
+                ++arrived;
+                while (arrived < kThreads) {
+                    std::this_thread::yield();
+                }
+                for (int j = 0; j < kRecords; ++j) {
+                    VQBacktrace::doBacktrace("message", folder(), "ext", true);
+                }
+            });
+        }
+        for (auto& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(most, 1);
+    });
+    EXPECT_EQ(text.size(), kThreads * kRecords * record("message", "the one").size());
+}
+
+TEST_F(VQBacktraceTest, GivesTheHeapBlockOfALongMapBack) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers' heaps tell nothing of what is in use";
+#endif
+    fileOf(
+        [this] {
+            doubles::ScriptedStack stack;
+            stack.mapCount = 28;
+            VQBacktrace::doBacktraceNoAlloc("first", folder(), "ext", true);
+            EXPECT_EQ(stack.printedSize, 28U * 150U);
+            const std::size_t before = mallinfo2().uordblks;
+            for (int i = 0; i < 10; ++i) {
+                VQBacktrace::doBacktraceNoAlloc("message", folder(), "ext", true);
+            }
+            EXPECT_EQ(mallinfo2().uordblks, before);
+        },
+        "PID#.ext");
+}
+
+TEST_F(VQBacktraceTest, NeedsNoMemoryForAMapOf27EntriesAndGoesWithoutALongerOne) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers need the address space that this test takes away";
 #endif
@@ -712,10 +782,8 @@ TEST_F(VQBacktraceTest, GoesWithoutAMapWhenThereIsNoMemoryForIt) {
         [this] {
             doubles::ScriptedStack stack;
             stack.addresses = {1};
-            stack.mapCount = 50;
             VQBacktrace::doBacktraceNoAlloc("warm", folder(), "tmp", true);
             unlink((mFolder / ("PID" + std::to_string(getpid()) + ".tmp")).c_str());
-            stack.printedCount = -1;
             const rlimit none{1, 1};
             ASSERT_EQ(setrlimit(RLIMIT_AS, &none), 0);
             for (std::size_t size = 1 << 20; size >= 16; size /= 2) {
@@ -724,9 +792,13 @@ TEST_F(VQBacktraceTest, GoesWithoutAMapWhenThereIsNoMemoryForIt) {
                     block = std::malloc(size);
                 } while (block != nullptr);
             }
-            VQBacktrace::doBacktraceNoAlloc("message", folder(), "ext", true);
-            std::_Exit(stack.printedCount == -1 ? 0 : 1);
+            for (const int count : {27, 28}) {
+                stack.mapCount = count;
+                VQBacktrace::doBacktraceNoAlloc("message", folder(), "ext", true);
+            }
+            std::_Exit(stack.printedCount == 27 ? 0 : 1);
         },
         "PID#.ext");
-    EXPECT_EQ(text, record("message", ownInfos(mResult.pid, mResult.pid)) + "\n" + hex(1));
+    const std::string withoutMap = record("message", ownInfos(mResult.pid, mResult.pid)) + "\n" + hex(1);
+    EXPECT_EQ(text, withoutMap + "\n\nmap\n\n\n" + withoutMap);
 }

@@ -86,6 +86,35 @@ TEST(VQError, ReportsTheLastErrorWhereNoneIsGiven) {
                 ElementsAre(loggedLine(getpid(), VQSyslog::ERROR, "Failed to open " + osText(EACCES))));
 }
 
+TEST(VQError, EveryFormPutsItsSubCodeIntoTheOpcode) {
+    support::SlogCapture log;
+    VQError::reportOSError(1, VQSyslog::ERROR, EACCES, "one");
+    errno = ENOENT;
+    VQError::reportOSError(2, VQSyslog::ERROR, "two");
+    const auto three = support::runInChild([] { VQError::fatalOSError(3, EBADF, "three"); });
+    const auto four = support::runInChild([] {
+        errno = EPERM;
+        VQError::fatalOSError(4, "four");
+    });
+    const auto five = support::runInChild([] { VQError::fatalError(5, "five"); });
+    const auto six = support::runInChild([] {
+        VQError::setErrorHandler(&logAndReturn, kData);
+        VQError::criticalError(6, "%s", "six");
+    });
+    const auto line = [](unsigned subCode, VQSyslog::Severity severity, pid_t pid, const std::string& message) {
+        return wholeLine(subCode << 20 | 10000, severity, "pid " + std::to_string(pid) + ": " + message);
+    };
+    const std::string aborting = " - aborting process";
+    EXPECT_THAT(loggedLines(log),
+                ElementsAre(line(1, VQSyslog::ERROR, getpid(), "one " + osText(EACCES)),
+                            line(2, VQSyslog::ERROR, getpid(), "two " + osText(ENOENT)),
+                            line(3, VQSyslog::CRITICAL, three.pid, "three " + osText(EBADF) + aborting),
+                            line(4, VQSyslog::CRITICAL, four.pid, "four " + osText(EPERM) + aborting),
+                            line(5, VQSyslog::CRITICAL, five.pid, "five" + aborting),
+                            line(6, VQSyslog::CRITICAL, six.pid, "six"),
+                            loggedLine(six.pid, VQSyslog::DEBUG1, "handler data")));
+}
+
 TEST(VQError, SaysUnknownWhereThePlatformHasNoText) {
     support::SlogCapture log;
     {
