@@ -6,6 +6,7 @@
 //   Threads  any thread. The words of an element are read by `dumpWatches` while their owner changes them, and the
 //            dummy belongs to everybody: change them atomically.
 //   Kept     ramwatch-packed-dump: a dump packs thread and instances into one word (docs/kept.md).
+//            ramwatch-count-past-table: a dump counts the indices given out, also those that are past the table.
 #pragma once
 
 #include <VQExport.h>
@@ -27,14 +28,17 @@ public:
     static bool isEnabled();
     /// Looks for "ENABLE_RAMWATCH" and, if it is present, allocates the tables unless they are there.
     static bool evalIsEnabled();
-    /// Takes the next free index of the table: 0, 1, ... and on past its end.
+    /// Takes the next free index of the table: 0, 1, ... and on past its end; it stays at the last number.
     static unsigned getNewIndex();
     /// The element for `key` in the calling thread, with one more instance; or the dummy element, uncounted.
     static sElement* getElement(unsigned key);
-    /// Copies the first `count` elements, or as many as there are, and sets `count` to how many. The first word of
-    /// a copy is instances + thread id * 100000, modulo 2^32.
+    /// Writes the first `count` rows, or as many as indices were given out, and sets `count` to how many. A row is a
+    /// copy of its element, with instances + thread id * 100000, modulo 2^32, as the first word; rows without an
+    /// element (past the table, or all while there is no table) are zero.
     static void dumpWatches(sElement* out, unsigned& count);
-    /// Gives the tables back, if enabled. From now on everybody gets the dummy element.
+    /// Gives the tables back, if enabled. From now on everybody gets the dummy element. Tables with elements in use
+    /// (instances left, or a call under way in another thread) stay allocated, and come back with their content at
+    /// the next `evalIsEnabled`.
     static void releaseElements();
 
     static std::atomic<sElement*> elements;

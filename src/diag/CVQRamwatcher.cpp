@@ -75,17 +75,32 @@ Word* allocateZeroed() {
     return static_cast<Word*>(table);
 }
 
-void provideTables() {
+/// Puts tables in use unless some are: the parked ones, else `spare`, which is empty then. False when there are none.
+bool putInUse(STables& spare) {
     const std::lock_guard<CVQProcessLock> guard(sTablesLock);
     if (CVQRamwatcher::elements.load() != nullptr) {
+        return true;
+    }
+    STables& tables = sParked.elements != nullptr ? sParked : spare;
+    if (tables.elements == nullptr) {
+        return false;
+    }
+    sThreadIds.store(tables.threadIds);
+    CVQRamwatcher::elements.store(tables.elements);
+    tables = {nullptr, nullptr};
+    return true;
+}
+
+void provideTables() {
+    STables made{nullptr, nullptr};
+    if (putInUse(made)) {
         return;
     }
-    if (sParked.elements == nullptr) {
-        sParked = {allocateZeroed<sElement>(), allocateZeroed<unsigned>()};
-    }
-    sThreadIds.store(sParked.threadIds);
-    CVQRamwatcher::elements.store(sParked.elements);
-    sParked = {nullptr, nullptr};
+    // Without the lock: where there is no memory, the process ends here, and what runs at exit may want the tables.
+    made = {allocateZeroed<sElement>(), allocateZeroed<unsigned>()};
+    putInUse(made);
+    VQMemory::release(made.elements);
+    VQMemory::release(made.threadIds);
 }
 
 bool isAnyElementInUse(const sElement* table) {
@@ -157,6 +172,7 @@ void CVQRamwatcher::dumpWatches(sElement* out, unsigned& count) {
         doCheapAssert(kLineDump, kUnit);
         return;
     }
+    // Kept: ramwatch-count-past-table. The count may be higher than there are elements.
     count = std::min(mIndex.load(), count);
     const CVisit visit;
     const unsigned filled = visit.areTablesThere() ? std::min(count, kTableSize) : 0;

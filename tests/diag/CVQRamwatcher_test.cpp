@@ -13,6 +13,7 @@
 #include <VQOperatingSystem.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
@@ -223,6 +224,22 @@ TEST(CVQRamwatcher, Kept_ADumpPacksThreadAndInstancesIntoOneWord) {  // id: ramw
     });
 }
 
+TEST(CVQRamwatcher, ADumpNamesTheThreadThatOwnsTheElement) {
+    expectInChild([] {
+        CVQRamwatcher::evalIsEnabled();
+        unsigned expected = 0;
+        std::thread([&expected] {
+            CVQRamwatcher::getElement(16);
+            expected = own(1);
+        }).join();
+        sElement out[1] = {};
+        unsigned count = 1;
+        CVQRamwatcher::dumpWatches(out, count);
+        EXPECT_EQ(expected, out[0].instances);
+        EXPECT_NE(own(1), out[0].instances);
+    });
+}
+
 TEST(CVQRamwatcher, ADumpHasNoMoreRowsThanAskedFor) {
     expectInChild([] {
         CVQRamwatcher::evalIsEnabled();
@@ -240,7 +257,7 @@ TEST(CVQRamwatcher, ADumpHasNoMoreRowsThanAskedFor) {
     });
 }
 
-TEST(CVQRamwatcher, RowsPastTheTableAreEmpty) {
+TEST(CVQRamwatcher, Kept_ADumpCountsRowsPastTheTableWhichAreEmpty) {  // id: ramwatch-count-past-table
     expectInChild([] {
         CVQRamwatcher::evalIsEnabled();
         for (unsigned key = 0; key < kTableSize + 50; ++key) {
@@ -317,6 +334,44 @@ TEST(CVQRamwatcher, AnElementInUseOutlivesTheReleaseAndComesBackWithTheTables) {
         CVQRamwatcher::releaseElements();
         EXPECT_EQ(nullptr, CVQRamwatcher::elements.load());
     });
+}
+
+TEST(CVQRamwatcher, TablesThatStayedAllocatedComeBackWithoutMemory) {
+    if (kIsSanitized || support::isEmulated()) {
+        GTEST_SKIP() << "a sanitizer or an emulator needs the address space itself";
+    }
+    expectInChild([] {
+        CVQRamwatcher::evalIsEnabled();
+        sElement* const element = CVQRamwatcher::getElement(5);
+        CVQRamwatcher::releaseElements();
+        emptyHeap();
+        CVQRamwatcher::evalIsEnabled();
+        std::_Exit(CVQRamwatcher::getElement(5) == element ? 0 : 1);
+    });
+}
+
+TEST(CVQRamwatcher, WithoutMemoryForTheTablesTheProcessExitsThoughItReleasesThemAtExit) {
+    if (kIsSanitized || support::isEmulated()) {
+        GTEST_SKIP() << "a sanitizer or an emulator needs the address space itself";
+    }
+    support::SlogCapture log;
+    support::ChildOptions options;
+    options.deadline = std::chrono::seconds(5);
+    options.environment = {{"ENABLE_RAMWATCH", ""},
+                           {"VQ_ASSERTION_BACKTRACE_DIR", "/nowhere"},
+                           {"VQ_ENABLE_ABORT_ON_FAILED_MEMORY_ALLOCATION", std::nullopt}};
+    const support::ChildResult r = support::runInChild(
+        [] {
+            std::atexit([] { CVQRamwatcher::releaseElements(); });
+            emptyHeap();
+            CVQRamwatcher::evalIsEnabled();
+        },
+        options);
+    EXPECT_TRUE(r.exitedWith(EXIT_FAILURE)) << r;
+    EXPECT_THAT(loggedLines(log),
+                ElementsAre(loggedLine(r.pid, VQSyslog::CRITICAL,
+                                       "failed to allocate 8192 bytes (err: " + std::to_string(ENOMEM) + ")"),
+                            loggedLine(r.pid, VQSyslog::INFO, "terminating process using exit(EXIT_FAILURE)")));
 }
 
 TEST(CVQRamwatcher, ThreadsUseElementsWhileOthersGiveTheTablesBackAndDump) {

@@ -8,7 +8,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <string>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace memorytest {
 
@@ -62,6 +65,19 @@ inline unsigned total() {
 /// What `size` requested bytes add to the total.
 inline unsigned counted(std::size_t size) {
     return isTraced() ? static_cast<unsigned>(size) : 0;
+}
+
+/// Takes all the memory there is. Cannot be done under a sanitizer or the emulator, which need it themselves.
+inline void emptyHeap() {
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;  // its buffer is given back before the heap is emptied
+    const rlim_t limit = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (32 << 20);
+    const rlimit addressSpace{limit, limit};
+    setrlimit(RLIMIT_AS, &addressSpace);
+    for (std::size_t size = 1 << 20; size >= 64; size /= 2) {
+        while (VQMemory::alloc(size) != nullptr) {
+        }
+    }
 }
 
 inline bool isAligned(const void* block, std::size_t alignment) {

@@ -18,10 +18,8 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
 #include <new>
 #include <string>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -195,16 +193,7 @@ TEST_F(VQMemoryExhaustion, AHeapThatIsReallyEmptyIsReportedTheSameWay) {
         mLog.clear();
         const support::ChildResult r = run(
             [] {
-                std::ifstream statm("/proc/self/statm");
-                rlim_t pages = 0;
-                statm >> pages;
-                const rlim_t limit = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (32 << 20);
-                const rlimit addressSpace{limit, limit};
-                setrlimit(RLIMIT_AS, &addressSpace);
-                for (std::size_t size = 1 << 20; size >= 64; size /= 2) {
-                    while (VQMemory::alloc(size) != nullptr) {
-                    }
-                }
+                emptyHeap();
                 VQMemory::allocChecked(64);
             },
             aborting);
