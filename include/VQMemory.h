@@ -8,13 +8,15 @@
 //            operators never return null for a non-zero size: on exhaustion they append to the process's
 //            backtrace file ("VQ_ASSERTION_BACKTRACE_DIR", default "/dev/shmem") and end it through
 //            `VQError::criticalError`, or log and `abort()` when "VQ_ENABLE_ABORT_ON_FAILED_MEMORY_ALLOCATION" is
-//            set. Nothing is ever thrown.
+//            set. A thread that runs out a third time on that way (in the error handler, or in what runs at exit)
+//            logs and aborts at once, without backtrace and handler. Nothing is ever thrown.
 //   Threads  any thread, before `main` and after `exit` began too. The mode is settled once, by the first
 //            allocation of the process.
 //   Kept     alloc-zero-null: size 0 gives null from every entry, `operator new` included (docs/kept.md).
 //            alloc-eight-longer: the 8 bytes at the end stay when nothing is traced.
 //            alloc-clears-errno: every allocation first sets `errno` to 0.
-//            realloc-drift: a traced `realloc` that fails has already taken the block's size off the total.
+//            realloc-drift: a traced `realloc` that the C heap refuses has already taken the block's size off the
+//            total.
 //
 // A program that links the library has all its `new` and `delete` replaced: plain, array, nothrow, sized and
 // aligned. A block of an aligned `new` goes back through the matching `delete` only; all others may be mixed freely
