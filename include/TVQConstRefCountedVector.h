@@ -63,14 +63,14 @@ public:
     const_iterator end() const noexcept { return data() + size(); }
 
     /// Null, and a report, for an index out of range.
-    const T* get(int index) const {
+    const T* get(CVQIndex index) const {
         if (VQ_LIKELY(index >= 0 && index < size())) {
             return data() + index;
         }
         VQConstRefCountedVectorAssertions::doAssert(VQContainerAssertions::INVALID_PARAMETER, kLineGet);
         return nullptr;
     }
-    const T& operator[](int index) const {
+    const T& operator[](CVQIndex index) const {
         const T* const element = get(index);
         return VQ_LIKELY(element != nullptr) ? *element : VQPrivate::neutralElement<T>();
     }

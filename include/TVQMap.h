@@ -26,13 +26,13 @@ public:
     using const_iterator = const SEntry*;
 
     constexpr TVQMap() noexcept = default;
-    explicit TVQMap(int initialCapacity, CVQVectorBase::Growth growth = nullptr)
+    explicit TVQMap(CVQIndex initialCapacity, CVQVectorBase::Growth growth = nullptr)
         : mEntries(initialCapacity, growth) {}
 
     int size() const noexcept { return mEntries.size(); }
     int capacity() const noexcept { return mEntries.capacity(); }
     bool isEmpty() const noexcept { return mEntries.isEmpty(); }
-    void reserve(int slots) { mEntries.reserve(slots); }
+    void reserve(CVQIndex slots) { mEntries.reserve(slots); }
     void clear() { mEntries.clear(); }
 
     /// In the order of the keys.
@@ -40,8 +40,8 @@ public:
     iterator end() noexcept { return mEntries.end(); }
     const_iterator begin() const noexcept { return mEntries.begin(); }
     const_iterator end() const noexcept { return mEntries.end(); }
-    SEntry& at(int index) { return mEntries[index]; }
-    const SEntry& at(int index) const { return mEntries[index]; }
+    SEntry& at(CVQIndex index) { return mEntries[index]; }
+    const SEntry& at(CVQIndex index) const { return mEntries[index]; }
 
     /// False, and nothing changes, when the key is there.
     bool insert(const K& key, const V& value) {

@@ -39,14 +39,14 @@ public:
     using Base::size;
 
     /// The stored pointer; null, and a report, for an index out of range.
-    T* get(int index) const {
+    T* get(CVQIndex index) const {
         if (VQ_LIKELY(index >= 0 && index < size())) {
             return data()[index];
         }
         VQPtrVectorAssertions::doAssert(VQContainerAssertions::INVALID_PARAMETER, kLineGet);
         return nullptr;
     }
-    T* operator[](int index) const { return get(index); }
+    T* operator[](CVQIndex index) const { return get(index); }
 
     bool operator==(const TVQPtrVector& other) const { return Base::operator==(other); }
     bool operator!=(const TVQPtrVector& other) const { return !(*this == other); }

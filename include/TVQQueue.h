@@ -12,6 +12,7 @@
 //   Threads  one thread at a time.
 #pragma once
 
+#include <CVQIndex.h>
 #include <CVQVectorBase.h>
 #include <TVQElementOps.h>
 #include <VQContainerAssertions.h>
@@ -64,8 +65,8 @@ public:
     const T* front() const noexcept { return isEmpty() ? nullptr : begin(); }
 
     /// The index-th element from the front. Null, and a report, for an index out of range.
-    T* get(int index) { return const_cast<T*>(std::as_const(*this).get(index)); }
-    const T* get(int index) const {
+    T* get(CVQIndex index) { return const_cast<T*>(std::as_const(*this).get(index)); }
+    const T* get(CVQIndex index) const {
         if (VQ_LIKELY(index >= 0 && index < size())) {
             return begin() + index;
         }

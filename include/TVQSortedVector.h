@@ -19,19 +19,19 @@ public:
     using iterator = const_iterator;
 
     constexpr TVQSortedVector() noexcept = default;
-    explicit TVQSortedVector(int initialCapacity, CVQVectorBase::Growth growth = nullptr)
+    explicit TVQSortedVector(CVQIndex initialCapacity, CVQVectorBase::Growth growth = nullptr)
         : mElements(initialCapacity, growth) {}
 
     int size() const noexcept { return mElements.size(); }
     int capacity() const noexcept { return mElements.capacity(); }
     bool isEmpty() const noexcept { return mElements.isEmpty(); }
-    void reserve(int slots) { mElements.reserve(slots); }
+    void reserve(CVQIndex slots) { mElements.reserve(slots); }
     void clear() { mElements.clear(); }
 
     const_iterator begin() const noexcept { return mElements.begin(); }
     const_iterator end() const noexcept { return mElements.end(); }
-    const T* get(int index) const { return mElements.get(index); }
-    const T& operator[](int index) const { return mElements[index]; }
+    const T* get(CVQIndex index) const { return mElements.get(index); }
+    const T& operator[](CVQIndex index) const { return mElements[index]; }
 
     /// False, and nothing changes, when there is an equal element.
     bool insert(const T& item) {

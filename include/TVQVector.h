@@ -1,5 +1,5 @@
 // TVQVector: a growable array of T, over the engine in CVQVectorBase.
-//   Units    sizes, capacities and positions count elements, in int.
+//   Units    sizes, capacities and positions count elements, in int. Callers may pass any integer type (CVQIndex).
 //   Shape    one pointer; see CVQVectorBase for its block and its growth.
 //   Errors   misuse is reported as "TVQVector", after which nothing changes and the result is null, false or -1;
 //            `operator[]` then leads to a `T()` of the calling thread, which is good until its next such use. Without
@@ -15,12 +15,15 @@
 //   Kept     vector-get-parameter: an index out of range is reported as an invalid parameter (docs/kept.md).
 #pragma once
 
+#include <CVQIndex.h>
 #include <CVQVectorBase.h>
 #include <TVQElementOps.h>
+#include <VQContainerAssertions.h>
 
 template <class T>
 class TVQVector {
     using Ops = TVQElementOps<T>;
+    static constexpr unsigned kLineReserve = 128;
 
 public:
     using value_type = T;
@@ -30,7 +33,7 @@ public:
     constexpr TVQVector() noexcept = default;
     /// Empty, with exactly `initialCapacity` slots. `growth` says the capacity whenever the vector must grow; a
     /// vector with one always has a block, of 4 slots at least.
-    explicit TVQVector(int initialCapacity, CVQVectorBase::Growth growth = nullptr)
+    explicit TVQVector(CVQIndex initialCapacity, CVQVectorBase::Growth growth = nullptr)
         : mBase(initialCapacity, growth, Ops::kSize) {}
 
     /// A copy has exactly the capacity for its elements, and the growth function of `other`.
@@ -73,18 +76,18 @@ public:
     const_iterator end() const noexcept { return data() + size(); }
 
     /// Null, and a report, for an index out of range.
-    T* get(int index) {
+    T* get(CVQIndex index) {
         return has(index) ? data() + index : static_cast<T*>(mBase.internal_get(index, Ops::kSize));
     }
-    const T* get(int index) const {
+    const T* get(CVQIndex index) const {
         return has(index) ? data() + index : static_cast<const T*>(mBase.internal_get(index, Ops::kSize));
     }
 
-    T& operator[](int index) {
+    T& operator[](CVQIndex index) {
         T* const element = get(index);
         return VQ_LIKELY(element != nullptr) ? *element : VQPrivate::neutralElement<T>();
     }
-    const T& operator[](int index) const {
+    const T& operator[](CVQIndex index) const {
         const T* const element = get(index);
         return VQ_LIKELY(element != nullptr) ? *element : VQPrivate::neutralElement<T>();
     }
@@ -101,23 +104,23 @@ public:
         return true;
     }
 
-    void insert(int pos, const T& item) { insert(pos, 1, std::addressof(item)); }
-    void insert(int pos, T&& item) {
+    void insert(CVQIndex pos, const T& item) { insert(pos, 1, std::addressof(item)); }
+    void insert(CVQIndex pos, T&& item) {
         mBase.internal_insert(pos, 1, std::addressof(item), Ops::kSize, nullptr, &Ops::take, &Ops::relocate);
     }
     /// `items` may be null when `n` is 0.
-    void insert(int pos, int n, const T* items) {
+    void insert(CVQIndex pos, CVQIndex n, const T* items) {
         mBase.internal_insert(pos, n, items, Ops::kSize, nullptr, &Ops::copy, &Ops::relocate);
     }
 
-    void erase(int index) { erase(index, index); }
+    void erase(CVQIndex index) { erase(index, index); }
     /// Erases `last`, too.
-    void erase(int first, int last) {
+    void erase(CVQIndex first, CVQIndex last) {
         mBase.internal_erase(first, last, Ops::kSize, nullptr, Ops::destroyer(), &Ops::relocate);
     }
 
     /// Assigns `n` elements from `pos` on. False, and a report, when they are not all there; false for none.
-    bool replace(int pos, int n, const T* items) {
+    bool replace(CVQIndex pos, CVQIndex n, const T* items) {
         if (!mBase.internal_replace(pos, n, items)) {
             return false;
         }
@@ -126,14 +129,14 @@ public:
     }
 
     /// New elements are copies of `fill`. The capacity never becomes less.
-    void resize(int newSize, const T& fill = T()) {
+    void resize(CVQIndex newSize, const T& fill = T()) {
         mBase.internal_resize(newSize, Ops::kSize, std::addressof(fill), &Ops::copy, Ops::destroyer(),
                               &Ops::relocate);
     }
 
-    /// Provides exactly `slots` slots, unless there are as many.
-    void reserve(int slots) {
-        if (slots > capacity()) {
+    /// Provides exactly `slots` slots, unless there are as many. A negative number is reported.
+    void reserve(CVQIndex slots) {
+        if (VQVectorAssertions::checkResize(slots, kLineReserve) && slots > capacity()) {
             mBase.internal_reserve(slots, Ops::kSize, /*exact*/ true, &Ops::relocate);
         }
     }

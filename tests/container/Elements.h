@@ -1,0 +1,85 @@
+// Elements: element types that know how many of them are alive, and notice when one is lost, doubled or used after its
+// end.
+#pragma once
+
+#include <TVQElementOps.h>
+
+#include <gtest/gtest.h>
+#include <set>
+
+/// Knows its own address: it must be moved by its constructors. A moved-from one has the value -1.
+class CRooted {
+public:
+    CRooted(int value = 0) : mValue(value), mSelf(this) { ++alive(); }
+    CRooted(const CRooted& other) : CRooted(other.value()) {}
+    CRooted(CRooted&& other) noexcept : CRooted(other.value()) { other.mValue = -1; }
+    CRooted& operator=(const CRooted& other) {
+        check();
+        mValue = other.value();
+        return *this;
+    }
+    ~CRooted() {
+        check();
+        mSelf = nullptr;
+        --alive();
+    }
+
+    int value() const {
+        check();
+        return mValue;
+    }
+    bool operator==(const CRooted& other) const { return value() == other.value(); }
+    bool operator<(const CRooted& other) const { return value() < other.value(); }
+
+    static int& alive() {
+        static int count = 0;
+        return count;
+    }
+
+private:
+    void check() const { EXPECT_EQ(this, mSelf) << "an element that was moved as bytes, or is none"; }
+
+    int mValue;
+    const CRooted* mSelf;
+};
+
+/// Owns a block: it may be moved as bytes, but not doubled. A moved-from one owns nothing and has the value -1.
+class COwner {
+public:
+    COwner(int value = 0) : mValue(new int(value)) { blocks().insert(mValue); }
+    COwner(const COwner& other) : COwner(other.value()) {}
+    COwner(COwner&& other) noexcept : mValue(std::exchange(other.mValue, nullptr)) {}
+    COwner& operator=(const COwner& other) {
+        COwner copy(other);
+        std::swap(mValue, copy.mValue);
+        return *this;
+    }
+    ~COwner() {
+        if (mValue != nullptr) {
+            EXPECT_EQ(1u, blocks().erase(mValue)) << "an element that was destroyed before";
+            delete mValue;
+        }
+    }
+
+    int value() const {
+        if (mValue == nullptr)
+            return -1;
+        EXPECT_EQ(1u, blocks().count(mValue)) << "an element that is no more";
+        return *mValue;
+    }
+    bool operator==(const COwner& other) const { return value() == other.value(); }
+    bool operator<(const COwner& other) const { return value() < other.value(); }
+
+    static int alive() { return static_cast<int>(blocks().size()); }
+
+private:
+    static std::set<const int*>& blocks() {
+        static std::set<const int*> alive;
+        return alive;
+    }
+
+    int* mValue;
+};
+
+template <>
+struct TVQIsRelocatable<COwner> : std::true_type {};
