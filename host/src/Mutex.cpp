@@ -55,8 +55,9 @@ int take(_sync* mutex, unsigned self) {
         return (count & kErrorChecking) != 0 ? EDEADLK : EBUSY;
     if ((count & kDepth) == kDepth)
         return EAGAIN;
+    // In this order, and by the flag that was seen: a handler that interrupts here may lock and unlock once more.
     storeCount(mutex, count + 1);
-    if ((count & kDepth) == 0)
+    if ((owner & kNested) == 0)
         __atomic_fetch_or(&mutex->__owner, kNested, __ATOMIC_RELAXED);
     return 0;
 }
@@ -97,6 +98,17 @@ bool pollAndTake(_sync* mutex, unsigned mine, unsigned& owner) {
     }
 }
 
+/// How long a waiter sleeps at most before it looks at a shared mutex itself: a process that was killed between its
+/// wake-up and its lock has left the mutex free and nobody to wake the next.
+constexpr uint64_t kLookAfterNs = kNsPerSecond;
+
+Deadline nextLook(Deadline deadline, Sharing sharing) {
+    if (sharing == Sharing::PRIVATE)
+        return deadline;
+    const Deadline look = {nowNs(CLOCK_MONOTONIC) + kLookAfterNs};
+    return look.ns < deadline.ns ? look : deadline;
+}
+
 /// 0 or ETIMEDOUT.
 int waitAndTake(_sync* mutex, unsigned self, Deadline deadline) {
     if (deadline.isImmediate())
@@ -109,7 +121,8 @@ int waitAndTake(_sync* mutex, unsigned self, Deadline deadline) {
             return 0;
         if ((owner & kWaiters) == 0 && !changeOwner(mutex, owner, owner | kWaiters))
             continue;
-        if (futexWait(&mutex->__owner, owner | kWaiters, sharing, deadline) == ETIMEDOUT)
+        const Deadline wakeUp = nextLook(deadline, sharing);
+        if (futexWait(&mutex->__owner, owner | kWaiters, sharing, wakeUp) == ETIMEDOUT && wakeUp.ns == deadline.ns)
             return ETIMEDOUT;
         // Others may still sleep. Whoever slept itself takes the mutex with the flag, and its unlock wakes the next.
         mine = self | kWaiters;

@@ -189,4 +189,36 @@ TEST_F(MutexProcess, WaiterThatIsKilledDoesNotDisturbTheOthers) {
     EXPECT_EQ(0u, ownerOf(segment.mutex));
 }
 
+// The state that such a process leaves: the mutex free, the flag of the waiters gone, and they still asleep.
+TEST_F(MutexProcess, WaitersFindAMutexWhoseNextHolderWasKilledAsItWoke) {
+    Segment& segment = *mSegment;
+    pthread_mutex_lock(&segment.mutex);
+    support::ChildProcess waiter([&segment] {
+        segment.steps = 1;
+        EXPECT_EQ(0, pthread_mutex_lock(&segment.mutex));
+        EXPECT_EQ(0, pthread_mutex_unlock(&segment.mutex));
+    });
+    waitForStep(segment, 1);
+    while ((ownerOf(segment.mutex) & 0x80000000) == 0)
+        std::this_thread::sleep_for(1ms);
+    std::this_thread::sleep_for(20ms);  // by now the child sleeps
+    __atomic_store_n(&segment.mutex.__owner, 0u, __ATOMIC_RELEASE);
+    const auto result = waiter.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+// A wait that outlasts its own looks still ends at its deadline and not before.
+TEST_F(MutexProcess, LooksDoNotMoveTheDeadline) {
+    Segment& segment = *mSegment;
+    pthread_mutex_lock(&segment.mutex);
+    const auto result = support::runInChild([&segment] {
+        const uint64_t deadline = monotonicNs() + 1200 * kMs;
+        const timespec limit = timeAt(deadline);
+        EXPECT_EQ(ETIMEDOUT, pthread_mutex_timedlock_monotonic(&segment.mutex, &limit));
+        EXPECT_GE(monotonicNs(), deadline);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ(0, pthread_mutex_unlock(&segment.mutex));
+}
+
 }  // namespace

@@ -1,19 +1,18 @@
 // Concerns: results of every call on a free mutex, one's own and another's; attributes; time-outs and their exactness;
 // signals; contention; recursion; all-zero storage; system calls. Processes: MutexProcess_test.cpp.
 #include "HeldElsewhere.h"
+#include "SignalStorm.h"
 
 #include "support/ChildProcess.h"
 
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <gtest/gtest.h>
 #include <linux/seccomp.h>
 #include <random>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <unistd.h>
 #include <vector>
 
@@ -360,33 +359,16 @@ TEST(MutexTimedLock, IsNeverEarly) {
 
 std::atomic<int> signalCount{0};
 
-/// SIGALRM every 300 microseconds to the calling thread alone, with a handler that interrupts system calls.
-class SignalStorm {
-public:
-    SignalStorm() {
-        struct sigaction action = {};
-        action.sa_handler = [](int) { ++signalCount; };
-        sigaction(SIGALRM, &action, nullptr);
-        signalCount = 0;
-        sigevent event = {};
-        event.sigev_notify = SIGEV_THREAD_ID;
-        event.sigev_signo = SIGALRM;
-        event._sigev_un._tid = gettid();
-        timer_create(CLOCK_MONOTONIC, &event, &mTimer);
-        const itimerspec period = {{0, 300000}, {0, 300000}};
-        timer_settime(mTimer, 0, &period, nullptr);
-    }
-    ~SignalStorm() { timer_delete(mTimer); }
-
-private:
-    timer_t mTimer;
-};
+void countSignal(int) {
+    ++signalCount;
+}
 
 TEST(MutexSignals, DoNotEndAWait) {
     _sync mutex = {};
     HeldElsewhere held(mutex, 150ms);
     {
-        SignalStorm storm;
+        signalCount = 0;
+        SignalStorm storm(countSignal);
         EXPECT_EQ(0, pthread_mutex_lock(&mutex));
         EXPECT_NE(0u, held.releasedAtNs);
     }
@@ -397,12 +379,44 @@ TEST(MutexSignals, DoNotEndAWait) {
 TEST(MutexSignals, DoNotMoveTheDeadline) {
     _sync mutex = {};
     HeldElsewhere held(mutex);
-    SignalStorm storm;
+    signalCount = 0;
+    SignalStorm storm(countSignal);
     const uint64_t deadline = monotonicNs() + 100 * kMs;
     const timespec limit = timeAt(deadline);
     EXPECT_EQ(ETIMEDOUT, pthread_mutex_timedlock_monotonic(&mutex, &limit));
     EXPECT_GE(monotonicNs(), deadline);
     EXPECT_GT(signalCount, 5);
+}
+
+// A handler may lock and unlock a recursive mutex whose second lock it interrupted: counted, but not yet flagged.
+TEST(MutexSignals, MayNestAnywhereInANestedLock) {
+    _sync mutex;
+    makeRecursive(mutex);
+    pthread_mutex_lock(&mutex);
+    ++mutex.__count;
+    EXPECT_EQ(0, pthread_mutex_lock(&mutex));
+    EXPECT_EQ(0, pthread_mutex_unlock(&mutex));
+    EXPECT_EQ(static_cast<unsigned>(gettid()), ownerOf(mutex) & kOwnerId);
+}
+
+TEST(MutexSignals, DoNotUpsetTheCountOfARecursiveMutex) {
+    static _sync mutex;
+    makeRecursive(mutex);
+    signalCount = 0;
+    SignalStorm storm([](int signal) {
+        pthread_mutex_lock(&mutex);
+        pthread_mutex_lock(&mutex);
+        pthread_mutex_unlock(&mutex);
+        pthread_mutex_unlock(&mutex);
+        countSignal(signal);
+    });
+    while (signalCount < 300) {
+        ASSERT_EQ(0, pthread_mutex_lock(&mutex));
+        ASSERT_EQ(0, pthread_mutex_lock(&mutex));
+        ASSERT_EQ(0, pthread_mutex_unlock(&mutex));
+        ASSERT_EQ(0, pthread_mutex_unlock(&mutex));
+    }
+    EXPECT_EQ(0u, ownerOf(mutex));
 }
 
 // Contention
