@@ -1,8 +1,8 @@
 // <backtrace.h>: the calling thread's call stack and the objects that its addresses lie in.
 //   Host     the stack is walked by the compiler's unwinder, the objects come from the dynamic linker: neither
 //            allocates, opens a file or needs /proc. Only the calling thread can be walked; an accessor for another
-//            thread or process is refused.
-//   Threads  any thread, each with records of its own.
+//            thread or process is refused, and so is every later call with it.
+//   Threads  any thread, each with records of its own; also in a signal handler that interrupts another walk.
 #pragma once
 
 #include <stddef.h>

@@ -6,6 +6,7 @@
 #include <errno.h>
 #include <link.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -45,12 +46,26 @@ _Unwind_Reason_Code store(_Unwind_Context* frame, void* argument) {
 // forked during another thread's walk, and nothing can unlock it there. So a fork waits for the walk.
 pthread_mutex_t sWalk = PTHREAD_MUTEX_INITIALIZER;
 
+// And signals wait for it: a handler that walks as well would wait for its own thread, here or in the linker.
+sigset_t sMaskBefore;  // of the thread that holds sWalk
+
 void enterWalk() {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
     pthread_mutex_lock(&sWalk);
+    sMaskBefore = before;
 }
 
 void leaveWalk() {
+    const sigset_t before = sMaskBefore;
     pthread_mutex_unlock(&sWalk);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+bool isRefused(const bt_accessor_t* accessor) {
+    return accessor == nullptr || accessor->__type != BT_SELF;
 }
 
 int addObject(dl_phdr_info* object, size_t, void* argument) {
@@ -81,6 +96,7 @@ int bt_init_accessor(bt_accessor_t* accessor, int type, ...) {
     const pid_t pid = type == BT_PROCESS ? va_arg(arguments, pid_t) : getpid();
     const int tid = type == BT_SELF ? static_cast<int>(threadId()) : va_arg(arguments, int);
     va_end(arguments);
+    accessor->__type = static_cast<bt_acc_type_t>(type);  // stays so when refused: it names nobody's stack
     if (pid != getpid() || tid != static_cast<int>(threadId()))
         return failed(unsupported("a backtrace of another thread", EINVAL));
     accessor->__type = BT_SELF;
@@ -95,7 +111,7 @@ int bt_release_accessor(bt_accessor_t* accessor) {
 // Not inlined anywhere: its own frame is the one that the walk leaves out.
 __attribute__((noinline)) int bt_get_backtrace(bt_accessor_t* accessor, bt_addr_t* addresses, int length) {
     dropTimeout();
-    if (accessor == nullptr || addresses == nullptr || length < 0)
+    if (isRefused(accessor) || addresses == nullptr || length < 0)
         return failed(EINVAL);
     Walk walk = {addresses, length, 0};
     enterWalk();
@@ -106,7 +122,7 @@ __attribute__((noinline)) int bt_get_backtrace(bt_accessor_t* accessor, bt_addr_
 
 int bt_load_memmap(bt_accessor_t* accessor, bt_memmap_t* map) {
     dropTimeout();
-    if (accessor == nullptr || map == nullptr)
+    if (isRefused(accessor) || map == nullptr)
         return failed(EINVAL);
     map->count = 0;
     enterWalk();

@@ -3,10 +3,12 @@
 #include <backtrace.h>
 
 #include "Hostile.h"
+#include "SignalStorm.h"
 
 #include "support/ChildProcess.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -15,6 +17,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -101,6 +104,48 @@ TEST(Backtrace, WorksInASignalHandler) {
     EXPECT_EQ(handlersStack.returnAddress, handlersStack.addresses[1]);
 }
 
+std::atomic<int> walksInHandlers{0};
+
+TEST(Backtrace, WorksInASignalHandlerThatInterruptsAnother) {
+    const auto result = support::runInChild([] {
+        SignalStorm storm([](int) {
+            bt_addr_t addresses[100];
+            bt_memmap_t map;
+            if (bt_get_backtrace(&bt_acc_self, addresses, 100) > 3 && bt_load_memmap(&bt_acc_self, &map) == 0)
+                ++walksInHandlers;
+        });
+        bt_addr_t addresses[100];
+        bt_memmap_t map;
+        while (walksInHandlers < 200) {
+            ASSERT_GT(bt_get_backtrace(&bt_acc_self, addresses, 100), 3);
+            ASSERT_EQ(0, bt_load_memmap(&bt_acc_self, &map));
+        }
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(Backtrace, LeavesTheSignalMaskAsItWas) {
+    sigset_t blocked;
+    sigset_t before;
+    sigset_t after;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR2);
+    pthread_sigmask(SIG_SETMASK, &blocked, &before);
+    Stack stack;
+    takeHere(stack);
+    if (const pid_t child = fork(); child == 0) {
+        pthread_sigmask(SIG_SETMASK, nullptr, &after);
+        _exit(sigismember(&after, SIGUSR2) == 1 && sigismember(&after, SIGUSR1) == 0 ? 0 : 1);
+    } else {
+        int status = -1;
+        EXPECT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_EQ(0, status);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, &after);
+    EXPECT_EQ(1, sigismember(&after, SIGUSR2));
+    EXPECT_EQ(0, sigismember(&after, SIGUSR1));
+}
+
 TEST(Backtrace, AcceptsTheCallingThreadByAnyName) {
     bt_accessor_t accessor;
     bt_addr_t address = 0;
@@ -116,6 +161,14 @@ TEST(Backtrace, RefusesOtherThreadsAndSaysSo) {
     testing::internal::CaptureStderr();
     errno = 0;
     EXPECT_EQ(-1, bt_init_accessor(&accessor, BT_THREAD, 1));
+    EXPECT_EQ(EINVAL, errno);
+    bt_addr_t address;
+    bt_memmap_t map;
+    errno = 0;
+    EXPECT_EQ(-1, bt_get_backtrace(&accessor, &address, 1));
+    EXPECT_EQ(EINVAL, errno);
+    errno = 0;
+    EXPECT_EQ(-1, bt_load_memmap(&accessor, &map));
     EXPECT_EQ(EINVAL, errno);
     errno = 0;
     EXPECT_EQ(-1, bt_init_accessor(&accessor, BT_PROCESS, static_cast<pid_t>(1), static_cast<int>(gettid())));
