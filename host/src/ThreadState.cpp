@@ -34,6 +34,12 @@ void registerForkHandler() {
 
 pthread_once_t forkHandlerOnce = PTHREAD_ONCE_INIT;
 
+// Registering takes locks and memory, which a signal handler or an exhausted heap cannot give: done at load time if
+// nobody needed the id before. So this child handler also runs before those that the program registers.
+__attribute__((constructor(101))) void learnFirstId() {
+    threadId();
+}
+
 }  // namespace
 
 unsigned threadId() {

@@ -64,7 +64,7 @@ TEST(Arguments, CostNobodyTheEnvironment) {
 TEST(Arguments, AreThereInAProgramLinkedStatically) {
     const auto result = support::runProgram(HOST_STATIC_PROBE, {"one", "--memtrace=last"});
     EXPECT_TRUE(result.exitedWith(0)) << result;
-    EXPECT_EQ("3 --memtrace=last 0 0\n", result.out);
+    EXPECT_EQ("3 --memtrace=last 1 0 0\n", result.out);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@ namespace {
 _sync mutex;
 
 struct Early {
+    bool knowsItself = __nto_owner != 0;  // before anything was locked
     int argc = _argc;
     const char* last = _argv[_argc - 1];
     int locked = pthread_mutex_lock(&mutex);
@@ -16,5 +17,6 @@ struct Early {
 }  // namespace
 
 int main() {
-    std::printf("%d %s %d %d\n", early.argc, early.last, early.locked, pthread_mutex_unlock(&mutex));
+    std::printf("%d %s %d %d %d\n", early.argc, early.last, early.knowsItself, early.locked,
+                pthread_mutex_unlock(&mutex));
 }
