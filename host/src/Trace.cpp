@@ -4,6 +4,7 @@
 #include "Hex.h"
 #include "ThreadState.h"
 
+#include <algorithm>
 #include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -22,9 +23,9 @@ size_t lengthOf(int printed) {
 
 /// Writes the event's line and its length; 0 or the error number.
 int format(int command, va_list& arguments, char (&line)[kLineSize], size_t& length) {
-    const int event = va_arg(arguments, int);
     switch (command) {
     case _NTO_TRACE_INSERTSUSEREVENT: {
+        const int event = va_arg(arguments, int);
         const int value1 = va_arg(arguments, int);
         const int value2 = va_arg(arguments, int);
         length =
@@ -32,6 +33,7 @@ int format(int command, va_list& arguments, char (&line)[kLineSize], size_t& len
         return 0;
     }
     case _NTO_TRACE_INSERTCUSEREVENT: {
+        const int event = va_arg(arguments, int);
         const void* const data = va_arg(arguments, const void*);
         const unsigned byteCount = va_arg(arguments, unsigned);
         if (data == nullptr && byteCount != 0)
@@ -43,10 +45,12 @@ int format(int command, va_list& arguments, char (&line)[kLineSize], size_t& len
         return 0;
     }
     case _NTO_TRACE_INSERTUSRSTREVENT: {
+        const int event = va_arg(arguments, int);
         const char* const text = va_arg(arguments, const char*);
         if (text == nullptr)
             return EFAULT;
         length = lengthOf(snprintf(line, sizeof(line), "nto event=%d text=%.900s\n", event, text));
+        std::replace(line, line + length - 1, '\n', ' ');  // else the text could pass for an event of its own
         return 0;
     }
     }

@@ -98,6 +98,10 @@ TEST(TraceEvent, WritesAStringEvent) {
     withTracer([](const auto& traced) {
         EXPECT_EQ(0, TraceEvent(_NTO_TRACE_INSERTUSRSTREVENT, -5, "a text"));
         EXPECT_EQ("nto event=-5 text=a text\n", traced());
+        EXPECT_EQ(0, TraceEvent(_NTO_TRACE_INSERTUSRSTREVENT, -5, "two\nlines\n"));
+        EXPECT_EQ("nto event=-5 text=two lines \n", traced());
+        EXPECT_EQ(0, TraceEvent(_NTO_TRACE_INSERTUSRSTREVENT, -5, ""));
+        EXPECT_EQ("nto event=-5 text=\n", traced());
         const std::string longer(2000, 'x');
         EXPECT_EQ(0, TraceEvent(_NTO_TRACE_INSERTUSRSTREVENT, -5, longer.c_str()));
         EXPECT_EQ("nto event=-5 text=" + longer.substr(0, 900) + "\n", traced());
