@@ -126,7 +126,7 @@ int failed(int error) {
 
 int log(const Message& message) {
     const char* const path = getenv(kVariable);
-    const int error = path != nullptr ? sendRecord(path, message) : sendSyslog(message);
+    const int error = path != nullptr && *path != '\0' ? sendRecord(path, message) : sendSyslog(message);
     return error == 0 ? 0 : failed(error);
 }
 

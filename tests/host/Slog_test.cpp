@@ -485,6 +485,15 @@ TEST(SlogToSyslog, SendsTextWithTheFacilityUserAndTheMatchingLevel) {
     });
 }
 
+TEST(SlogToSyslog, IsWhereTheLogGoesWhenTheVariableIsEmptyToo) {
+    inPrivateDev([] {
+        Socket socket("/dev/log");
+        setenv("NTO_SLOG", "", 1);
+        EXPECT_EQ(0, slogf(10000, _SLOG_INFO, "x"));
+        EXPECT_EQ(syslogHead(14) + "x", socket.receive());
+    });
+}
+
 TEST(SlogToSyslog, SendsLongTextWhole) {
     inPrivateDev([] {
         Socket socket("/dev/log");

@@ -1,7 +1,7 @@
 // <sys/slog.h>: the system logger.
 //   Shape    an opcode is a major code in the low 20 bits and a minor code in the upper 12.
 //   Host     each message is one datagram: to the socket that the variable NTO_SLOG names, as <host/SlogRecord.h>
-//            describes it; without the variable to /dev/log in syslog form. A message is never cut in the middle of
+//            describes it; without the variable, or when it is empty, to /dev/log in syslog form. A message is never cut in the middle of
 //            a record. It waits for a logger that is behind, as Neutrino's does, but no longer than a second: a
 //            logger that stands still costs the message (EAGAIN). An armed SEND or REPLY time-out may end the wait
 //            before (ETIMEDOUT).
