@@ -5,7 +5,7 @@ target_compile_options(marlix_warnings INTERFACE
     -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wcast-align -Wcast-qual
     -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wvla -Wdouble-promotion
     -Wmissing-declarations
-    $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond -Wduplicated-branches -Wuseless-cast>)
+    $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond -Wduplicated-branches>)
 
 # Tests, examples, tools and benchmarks: errors as well, without the conversion diagnostics that test macros trip.
 add_library(marlix_user_warnings INTERFACE)

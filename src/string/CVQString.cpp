@@ -35,8 +35,7 @@ constexpr std::uintptr_t kBlockAlignment = 8;
 static_assert(offsetof(SVQStringData, mSentinel) % kBlockAlignment == 0, "isBeforeText goes by it");
 
 /// Into a header field; the value was bounded where it entered.
-template <class T>
-constexpr unsigned field(T value) {
+constexpr unsigned field(unsigned long long value) {
     return static_cast<unsigned>(value);
 }
 

@@ -397,6 +397,9 @@ TEST_F(recorder, ThePartnerSaysThatItWasLeftAlone) {
 }
 
 TEST_F(recorder, AnInterruptEndsItWithWhatIsThere) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread sanitizer puts handlers off, beyond a pselect that it does not know";
+#endif
     for (const int signal : {SIGINT, SIGTERM}) {
         SCOPED_TRACE(signal);
         RunningRecorder running(mFolder / ("fifo" + std::to_string(signal)),

@@ -163,7 +163,7 @@ TEST(CVQBufferReader, ReportsThatThereIsNothingToReadAndIsBuiltAllTheSame) {
 TEST(CVQBufferReader, RefusesMoreThan32BitsCanCount) {
     if constexpr (sizeof(std::size_t) > 4) {
         AssertionLog log;
-        CVQBufferReader reader(kTen, (std::size_t{1} << 32) + 10);
+        CVQBufferReader reader(kTen, static_cast<std::size_t>(0x1'0000'000AULL));
         EXPECT_THAT(log.takeSites(), ElementsAre("CVQBufferReader:120"));
         EXPECT_FALSE(reader.seek(1, CVQBufferReader::SEEK_DIR_SET));
     }
