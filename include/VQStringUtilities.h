@@ -9,10 +9,8 @@
 #pragma once
 
 #include <CVQString.h>
+#include <TVQVector.h>
 #include <VQExport.h>
-
-template <class T>
-class TVQVector;
 
 namespace VQStringUtilities {
 

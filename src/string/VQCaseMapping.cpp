@@ -4,6 +4,8 @@
 
 #include <VQStringUtilities.h>
 
+#include <limits>
+
 namespace VQStringUtilities {
 namespace {
 
@@ -57,7 +59,7 @@ private:
         const auto firstOf = [](const auto& range) -> unsigned { return range.mFirst; };
         const auto lengthOf = [](const auto& range) -> unsigned { return range.mLength; };
         if (const auto* const range = search(mappings.mRanges, mappings.mRangeCount, code, firstOf, lengthOf)) {
-            put(range->mFirstMapped - range->mFirst + code);
+            put((range->mFirstMapped - range->mFirst + code) & std::numeric_limits<Code>::max());
             return true;
         }
         if (const auto* const multi = search(mappings.mMultis, mappings.mMultiCount, code, codeOf, one)) {

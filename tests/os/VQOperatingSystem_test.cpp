@@ -1,14 +1,30 @@
-// VQOperatingSystem: the last error of each thread, and the ids.
+// VQOperatingSystem: the last error of each thread, the ids, and bounded formatting.
 #include <VQOperatingSystem.h>
 
+#include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
+#include <string>
 #include <thread>
 #include <unistd.h>
+
+namespace {
+
+int format(char* buffer, int size, const char* text, ...) VQ_PRINTF(3, 4);
+int format(char* buffer, int size, const char* text, ...) {
+    std::va_list arguments;
+    va_start(arguments, text);
+    const int result = VQOperatingSystem::vsnprintf(buffer, size, text, arguments);
+    va_end(arguments);
+    return result;
+}
+
+}  // namespace
 
 TEST(VQOperatingSystem, TheLastErrorIsErrno) {
     errno = EACCES;
@@ -61,4 +77,38 @@ TEST(VQOperatingSystem, TheThreadIdIsRightInAForkedChild) {
         EXPECT_NE(VQOperatingSystem::getCurrentTID(), parent);
     });
     EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(VQOperatingSystem, FormatsWithinTheSize) {
+    char buffer[8];
+    for (int length = 0; length <= 20; ++length) {
+        const std::string text(static_cast<std::size_t>(length), 'x');
+        const int result = format(buffer, sizeof buffer, "%s", text.c_str());
+        EXPECT_EQ(length > 8 ? 7 : length, result);
+        EXPECT_EQ(text.substr(0, 7), buffer);
+    }
+}
+
+TEST(VQOperatingSystem, Kept_ATextOfExactlyTheSizeIsNotCountedAsCut) {  // vsnprintf-equal-size
+    char buffer[8];
+    EXPECT_EQ(8, format(buffer, sizeof buffer, "%s", "12345678"));
+    EXPECT_STREQ("1234567", buffer);
+    EXPECT_EQ(7, format(buffer, sizeof buffer, "%s", "123456789"));
+    EXPECT_STREQ("1234567", buffer);
+}
+
+TEST(VQOperatingSystem, FormatsNothingIntoNothing) {
+    char byte = '#';
+    EXPECT_EQ(0, format(&byte, 0, "%s", "text"));
+    EXPECT_EQ(0, format(&byte, -1, "%s", "text"));
+    EXPECT_EQ('#', byte);
+    EXPECT_EQ(0, format(nullptr, 0, "%s", "text"));
+    EXPECT_EQ(1, format(&byte, 1, "%c", 'x'));
+    EXPECT_EQ('\0', byte);
+}
+
+TEST(VQOperatingSystem, ReportsANullBufferWithASize) {
+    support::AssertionLog log;
+    EXPECT_EQ(0, format(nullptr, 8, "%s", "text"));
+    EXPECT_EQ(std::vector<std::string>{"VQOperatingSystemQNX:334"}, log.takeSites());
 }

@@ -1,0 +1,364 @@
+// Concerns: splitting, with and without empty tokens, at any delimiter, into a vector that holds the arguments; the case
+// of every character of the plane, in texts of every length, in place or not, shared or not; tables of callers.
+#include "PlainConversions.h"
+#include "StringInternals.h"
+
+#include <TVQVector.h>
+#include <VQStringUtilities.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+using namespace strings;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using VQStringUtilities::SVQCaseMappingTable;
+using VQStringUtilities::TVQCaseMappings;
+
+std::vector<std::string> bytesOfAll(const TVQVector<CVQString>& strings) {
+    std::vector<std::string> all;
+    for (const CVQString& one : strings)
+        all.push_back(bytesOf(one));
+    return all;
+}
+
+std::vector<std::string> split(const CVQString& text, const CVQString& delimiters, bool skipEmpty) {
+    TVQVector<CVQString> out;
+    out.push_back(CVQString("goes"));
+    VQStringUtilities::split(out, text, delimiters, skipEmpty);
+    for (const CVQString& token : out) {
+        EXPECT_EQ(plain::measure(bytesOf(token), 0, plain::kAll).characters, token.getCharacterCount());
+        EXPECT_EQ(token.getByteLength(), token.getCapacity());
+    }
+    return bytesOfAll(out);
+}
+
+std::string upper(const CVQString& text) {
+    CVQString mapped(text);
+    VQStringUtilities::toUpper(mapped);
+    return bytesOf(mapped);
+}
+
+std::string lower(const CVQString& text) {
+    CVQString mapped(text);
+    VQStringUtilities::toLower(mapped);
+    return bytesOf(mapped);
+}
+
+// ---- what the edges are
+
+TEST(VQStringUtilities, EmptyTokensAreKeptOrSkipped) {
+    EXPECT_THAT(split("a,,b", ",", false), ElementsAre("a", "", "b"));
+    EXPECT_THAT(split("a,,b", ",", true), ElementsAre("a", "b"));
+    EXPECT_THAT(split("a,b,", ",", false), ElementsAre("a", "b", ""));
+    EXPECT_THAT(split("a,b,", ",", true), ElementsAre("a", "b"));
+}
+
+TEST(VQStringUtilities, MapsUmlautsSharpSAndNothingElse) {
+    EXPECT_EQ("\xC3\x84", upper("\xC3\xA4"));
+    EXPECT_EQ("SS", upper("\xC3\x9F"));
+    EXPECT_EQ("\xC3\xA4", lower("\xC3\x84"));
+    for (const char* const text : {"0123456789 @[`{", "\xE5\xA4\xA9\xE5\x9C\xB0", "\xF0\x9F\x98\x80"}) {
+        EXPECT_EQ(text, upper(text));
+        EXPECT_EQ(text, lower(text));
+    }
+}
+
+// ---- splitting
+
+TEST(VQStringUtilities, AnEmptyTextIsOneEmptyTokenOrNone) {
+    EXPECT_THAT(split("", ",", false), ElementsAre(""));
+    EXPECT_THAT(split("", ",", true), IsEmpty());
+    EXPECT_THAT(split("", "", false), ElementsAre(""));
+    EXPECT_THAT(split(",,,", ",", true), IsEmpty());
+    EXPECT_THAT(split(",,,", ",", false), ElementsAre("", "", "", ""));
+}
+
+TEST(VQStringUtilities, WithoutDelimitersTheTextIsOneToken) {
+    EXPECT_THAT(split("a,b", "", false), ElementsAre("a,b"));
+    EXPECT_THAT(split("a,b", ";", true), ElementsAre("a,b"));
+}
+
+TEST(VQStringUtilities, SplitsAtAnyOfTheDelimiters) {
+    EXPECT_THAT(split("a,b;c d", " ;,", false), ElementsAre("a", "b", "c", "d"));
+    EXPECT_THAT(split("a\xE2\x82\xAC"
+                      "b\xC3\xA4"
+                      "c\xF0\x9F\x98\x80"
+                      "d\xE2\x82\xAD",
+                      "\xC3\xA4\xF0\x9F\x98\x80\xE2\x82\xAC", false),
+                ElementsAre("a", "b", "c", "d\xE2\x82\xAD"));
+}
+
+TEST(VQStringUtilities, DelimitersAreComparedAsCodePoints) {
+    EXPECT_THAT(split("a\xC0\xAC"
+                      "b",
+                      ",", false),
+                ElementsAre("a", "b"));  // an overlong comma
+    EXPECT_THAT(split("a,b", "\xE0\x80\xAC", false), ElementsAre("a", "b"));
+    EXPECT_THAT(split("\xC3\xA4", "\xA4", false), ElementsAre("\xC3\xA4"));
+}
+
+TEST(VQStringUtilities, ZeroBytesDoNotEndTheText) {
+    const CVQString text = unchecked(std::string("a\0b,c\0", 6));
+    EXPECT_THAT(split(text, ",", false), ElementsAre(std::string("a\0b", 3), std::string("c\0", 2)));
+    EXPECT_THAT(split(text, unchecked(std::string(1, '\0')), false), ElementsAre("a", "b,c", ""));
+}
+
+TEST(VQStringUtilities, SplitsTextThatIsCutOrStartsInsideACharacter) {
+    for (const char* const bytes : {"\x80,a", "a,\xC3", "\xE2\x82,\xAC", "\xFF,\xFE", "\xF0\x9F,\x98\x80"}) {
+        TVQVector<CVQString> out;
+        VQStringUtilities::split(out, unchecked(bytes), ",", false);
+        EXPECT_EQ(plain::split(bytes, ",", false), bytesOfAll(out)) << testing::PrintToString(bytes);
+    }
+}
+
+TEST(VQStringUtilities, TheVectorMayHoldTheArguments) {
+    TVQVector<CVQString> out;
+    out.push_back(CVQString("a,b;c"));
+    out.push_back(CVQString(";,"));
+    VQStringUtilities::split(out, out[0], out[1], false);
+    EXPECT_THAT(bytesOfAll(out), ElementsAre("a", "b", "c"));
+}
+
+TEST(VQStringUtilities, SplitsRandomTextsLikeThePlainRule) {
+    std::mt19937 random{20120401};
+    static const char* const kPieces[] = {",", ";", "a", "bc", "\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", " "};
+    const auto some = [&](std::size_t most) {
+        std::string text;
+        for (std::size_t count = random() % (most + 1); count > 0; --count)
+            text += kPieces[random() % std::size(kPieces)];
+        return text;
+    };
+    for (int round = 0; round < 3000; ++round) {
+        const std::string text = some(20), delimiters = some(3);
+        for (const bool skipEmpty : {false, true})
+            ASSERT_EQ(plain::split(text, delimiters, skipEmpty),
+                      split(CVQString(text.c_str()), CVQString(delimiters.c_str()), skipEmpty))
+                << text << " at " << delimiters;
+    }
+}
+
+// ---- case
+
+TEST(VQStringUtilities, TheTablesHaveTheirStatedSizes) {
+    const SVQCaseMappingTable& up = VQStringUtilities::sToUpperCaseMappingTable;
+    EXPECT_EQ(386u, up.mPlane.mSingleCount);
+    EXPECT_EQ(28u, up.mPlane.mRangeCount);
+    EXPECT_EQ(102u, up.mPlane.mMultiCount);
+    const SVQCaseMappingTable& down = VQStringUtilities::sToLowerCaseMappingTable;
+    EXPECT_EQ(380u, down.mPlane.mSingleCount);
+    EXPECT_EQ(31u, down.mPlane.mRangeCount);
+    EXPECT_EQ(1u, down.mPlane.mMultiCount);
+    for (const SVQCaseMappingTable* const table : {&up, &down})
+        EXPECT_EQ(0u, table->mAbove.mSingleCount + table->mAbove.mRangeCount + table->mAbove.mMultiCount);
+}
+
+TEST(VQStringUtilities, TheTablesAreSorted) {
+    for (const SVQCaseMappingTable* const table :
+         {&VQStringUtilities::sToUpperCaseMappingTable, &VQStringUtilities::sToLowerCaseMappingTable}) {
+        const TVQCaseMappings<unsigned short>& plane = table->mPlane;
+        for (unsigned i = 1; i < plane.mSingleCount; ++i)
+            EXPECT_LT(plane.mSingles[i - 1].mCode, plane.mSingles[i].mCode);
+        for (unsigned i = 1; i < plane.mRangeCount; ++i)
+            EXPECT_LE(plane.mRanges[i - 1].mFirst + plane.mRanges[i - 1].mLength, plane.mRanges[i].mFirst);
+        for (unsigned i = 1; i < plane.mMultiCount; ++i)
+            EXPECT_LT(plane.mMultis[i - 1].mCode, plane.mMultis[i].mCode);
+    }
+}
+
+TEST(VQStringUtilities, MapsEveryCharacterOfThePlaneLikeTheOracle) {
+    ASSERT_EQ(755u, plain::upperCase().size());
+    ASSERT_EQ(672u, plain::lowerCase().size());
+    for (unsigned code = 0; code <= 0xFFFF; ++code) {
+        const std::string bytes = plain::utf8Of(code);
+        const CVQString text = unchecked(bytes);
+        ASSERT_EQ(plain::mapCase(bytes, plain::upperCase()).bytes, upper(text)) << std::hex << code;
+        ASSERT_EQ(plain::mapCase(bytes, plain::lowerCase()).bytes, lower(text)) << std::hex << code;
+    }
+    for (unsigned code = 0x10000; code <= 0x10FFFF; code += 0x11) {
+        const std::string bytes = plain::utf8Of(code);
+        ASSERT_EQ(bytes, upper(bytes.c_str()));
+        ASSERT_EQ(bytes, lower(bytes.c_str()));
+    }
+    // Letters above the plane have a case, too, but not here.
+    EXPECT_EQ("\xF0\x90\x90\x80", lower("\xF0\x90\x90\x80"));
+}
+
+TEST(VQStringUtilities, ACopyOfTheTablesMapsEveryCharacterAlike) {
+    const SVQCaseMappingTable up = VQStringUtilities::sToUpperCaseMappingTable;
+    const SVQCaseMappingTable down = VQStringUtilities::sToLowerCaseMappingTable;
+    for (unsigned code = 0; code <= 0xFFFF; ++code) {
+        const CVQString text = unchecked("x" + plain::utf8Of(code) + "Y");
+        CVQString mapped(text);
+        VQStringUtilities::doCaseMapping(mapped, up);
+        ASSERT_EQ(upper(text), bytesOf(mapped)) << std::hex << code;
+        mapped = text;
+        VQStringUtilities::doCaseMapping(mapped, down);
+        ASSERT_EQ(lower(text), bytesOf(mapped)) << std::hex << code;
+    }
+}
+
+TEST(VQStringUtilities, MapsEveryAsciiCharacterAtEveryPlace) {
+    for (std::size_t at = 0; at < 20; ++at)
+        for (unsigned code = 0; code < 0x80; ++code) {
+            std::string bytes = "Some Text, of 20 By.";
+            bytes[at] = static_cast<char>(code);
+            ASSERT_EQ(plain::mapCase(bytes, plain::upperCase()).bytes, upper(unchecked(bytes)));
+            ASSERT_EQ(plain::mapCase(bytes, plain::lowerCase()).bytes, lower(unchecked(bytes)));
+        }
+}
+
+TEST(VQStringUtilities, CountsTheCharactersThatCameOut) {
+    CVQString text("Stra\xC3\x9F"
+                   "e \xC5\x89 \xCE\x90");  // sharp s, n after an apostrophe, iota with two marks
+    VQStringUtilities::toUpper(text);
+    EXPECT_EQ("STRASSE \xCA\xBCN \xCE\x99\xCC\x88\xCC\x81", bytesOf(text));
+    EXPECT_EQ(14u, text.getCharacterCount());
+    CVQString dotted("\xC4\xB0");
+    VQStringUtilities::toLower(dotted);
+    EXPECT_EQ("i\xCC\x87", bytesOf(dotted));
+    EXPECT_EQ(2u, dotted.getCharacterCount());
+}
+
+TEST(VQStringUtilities, LeavesABufferAloneInWhichNothingChanges) {
+    const CVQString original("NOTHING TO DO \xC3\x84");
+    CVQString text(original);
+    VQStringUtilities::toUpper(text);
+    EXPECT_EQ(original.c_str(), text.c_str());
+    EXPECT_EQ(2u, ownersOf(original));
+    CVQString empty;
+    VQStringUtilities::toLower(empty);
+    EXPECT_EQ(CVQString::nullData.text(), empty.c_str());
+}
+
+TEST(VQStringUtilities, MapsABufferOfItsOwnInPlace) {
+    CVQString text("in place \xC3\xA4 \xC3\x9F");
+    text.reserve(100);
+    const char* const place = text.c_str();
+    VQStringUtilities::toUpper(text);
+    EXPECT_EQ(place, text.c_str());
+    EXPECT_EQ("IN PLACE \xC3\x84 SS", bytesOf(text));
+    EXPECT_EQ(100u, text.getCapacity());
+}
+
+TEST(VQStringUtilities, OtherOwnersKeepTheirText) {
+    const CVQString original("shared \xC3\xA4");
+    CVQString text(original);
+    VQStringUtilities::toUpper(text);
+    EXPECT_EQ("SHARED \xC3\x84", bytesOf(text));
+    EXPECT_EQ("shared \xC3\xA4", bytesOf(original));
+    EXPECT_EQ(1u, ownersOf(original));
+    EXPECT_EQ(9u, text.getCapacity());
+}
+
+TEST(VQStringUtilities, ATextThatGrowsGetsExactlyWhatItNeeds) {
+    CVQString text("\xCE\x90\xCE\x90");
+    VQStringUtilities::toUpper(text);
+    EXPECT_EQ(12u, text.getByteLength());
+    EXPECT_EQ(12u, text.getCapacity());
+    // With the room, but where what comes out would reach what has not gone in yet.
+    CVQString roomy("\xCE\x90 and behind");
+    roomy.reserve(50);
+    VQStringUtilities::toUpper(roomy);
+    EXPECT_EQ("\xCE\x99\xCC\x88\xCC\x81 AND BEHIND", bytesOf(roomy));
+    EXPECT_EQ(50u, roomy.getCapacity());
+}
+
+TEST(VQStringUtilities, ATextThatShrinksAndGrowsAgainStaysInPlace) {
+    CVQString text("\xC4\xB1\xC4\xB1\xC5\x89 \xC5\xBF");  // dotless i twice, then one byte more, long s
+    const char* const place = text.c_str();
+    VQStringUtilities::toUpper(text);
+    EXPECT_EQ("II\xCA\xBCN S", bytesOf(text));
+    EXPECT_EQ(place, text.c_str());
+    EXPECT_EQ(6u, text.getCharacterCount());
+}
+
+TEST(VQStringUtilities, LeavesWhatIsNoCharacterAsItIs) {
+    for (const std::string bytes : {"a\xE4z", "\xC3", "\x80\x80z", "a\xFF", "\xE2\x82z", "\xF0\x9F\x98z"}) {
+        EXPECT_EQ(plain::mapCase(bytes, plain::upperCase()).bytes, upper(unchecked(bytes)));
+        EXPECT_EQ(plain::mapCase(bytes, plain::lowerCase()).bytes, lower(unchecked(bytes)));
+    }
+    EXPECT_EQ(std::string("A\0B", 3), upper(unchecked(std::string("a\0b", 3))));
+    EXPECT_EQ("A", upper("\xC1\xA1"));  // an overlong a is an a
+}
+
+TEST(VQStringUtilities, MapsRandomTextsLikeThePlainRule) {
+    std::mt19937 random{20120402};
+    static const unsigned kBases[] = {0x20, 0x61, 0xE0, 0x100, 0x180, 0x370, 0x400, 0x530, 0x1E00, 0x1F00, 0xFB00};
+    for (int round = 0; round < 20000; ++round) {
+        std::string bytes;
+        for (std::size_t characters = random() % 40; characters > 0; --characters)
+            bytes += plain::utf8Of(kBases[random() % (round % 3 == 0 ? 3 : std::size(kBases))] + random() % 0x60);
+        const CVQString text = unchecked(bytes);
+        CVQString own(text.c_str(), text.getByteLength());
+        if (round % 2 == 0)
+            own.reserve(bytes.size() + random() % 40);
+        const plain::Text expected = plain::mapCase(bytes, round % 4 < 2 ? plain::upperCase() : plain::lowerCase());
+        round % 4 < 2 ? VQStringUtilities::toUpper(own) : VQStringUtilities::toLower(own);
+        ASSERT_EQ(expected.bytes, bytesOf(own));
+        ASSERT_EQ(expected.characters, own.getCharacterCount());
+        ASSERT_EQ(expected.bytes, round % 4 < 2 ? upper(text) : lower(text));
+    }
+}
+
+TEST(VQStringUtilities, SearchesTheCallersTableInItsOrder) {
+    const TVQCaseMappings<unsigned short>::SSingle singles[] = {{'a', 0xE4}, {'c', 0x20AC}};
+    const TVQCaseMappings<unsigned short>::SRange ranges[] = {{'a', 4, '1'}, {'x', 3, 0xFFFF}};
+    const unsigned short codes[] = {'d', 'o', 'g', 0};
+    const TVQCaseMappings<unsigned short>::SMulti multis[] = {{'c', 1, codes}, {'e', 3, codes}, {'f', 0, nullptr}};
+    const TVQCaseMappings<unsigned>::SSingle singlesAbove[] = {{0x10000, 'Z'}, {0x1F600, 0x1F601}};
+    const TVQCaseMappings<unsigned>::SRange rangesAbove[] = {{0x10FFFE, 2, 0x10FFFF}};
+    const unsigned codesAbove[] = {0x1F600, 'x'};
+    const TVQCaseMappings<unsigned>::SMulti multisAbove[] = {{0x1F602, 2, codesAbove}};
+    const SVQCaseMappingTable table{{2, singles, 2, ranges, 3, multis},
+                                    {2, singlesAbove, 1, rangesAbove, 1, multisAbove}};
+    const struct {
+        const char* text;
+        std::string mapped;
+    } kRows[] = {
+        {"a", "\xC3\xA4"},          // a single one, before the range
+        {"b", "2"},                 // a range
+        {"c", "\xE2\x82\xAC"},      // before the range and the multi
+        {"d", "4"},                 // the range's end
+        {"e", "dog"},               // many
+        {"f", ""},                  // none
+        {"g", "g"},                 // behind all
+        {"x", "\xEF\xBF\xBF"},      // the plane's end,
+        {"z", "\x01"},              // and beyond it: codes have 16 bits
+        {"\xF0\x90\x80\x80", "Z"},  // above the plane
+        {"\xF0\x9F\x98\x80", "\xF0\x9F\x98\x81"},
+        {"\xF0\x9F\x98\x82", "\xF0\x9F\x98\x80x"},
+        {"\xF4\x8F\xBF\xBE", "\xF4\x8F\xBF\xBF"},
+        {"\xF4\x8F\xBF\xBF", "\xEF\xBF\xBD"},  // to what is no code point
+        {"\xF0\x9F\x98\x83", "\xF0\x9F\x98\x83"},
+    };
+    std::string all, allMapped;
+    for (const auto& row : kRows) {
+        CVQString text(row.text);
+        VQStringUtilities::doCaseMapping(text, table);
+        EXPECT_EQ(row.mapped, bytesOf(text)) << row.text;
+        all += row.text;
+        allMapped += row.mapped;
+    }
+    CVQString text(all.c_str());
+    VQStringUtilities::doCaseMapping(text, table);
+    EXPECT_EQ(allMapped, bytesOf(text));
+    CVQString gone("fff");
+    VQStringUtilities::doCaseMapping(gone, table);
+    EXPECT_TRUE(gone.isEmpty());
+    EXPECT_EQ(0u, gone.getCharacterCount());
+}
+
+TEST(VQStringUtilities, AnEmptyTableChangesNothing) {
+    const SVQCaseMappingTable table{};
+    CVQString text("Text \xC3\xA4");
+    const char* const place = text.c_str();
+    VQStringUtilities::doCaseMapping(text, table);
+    EXPECT_EQ("Text \xC3\xA4", bytesOf(text));
+    EXPECT_EQ(place, text.c_str());
+}
+
+}  // namespace
