@@ -32,8 +32,8 @@ public:
     static unsigned getNewIndex();
     /// The element for `key` in the calling thread, with one more instance; or the dummy element, uncounted.
     static sElement* getElement(unsigned key);
-    /// Writes the first `count` rows, or as many as indices were given out, and sets `count` to how many. A row is a
-    /// copy of its element, with instances + thread id * 100000, modulo 2^32, as the first word; rows without an
+    /// Writes the first `count` rows, or as many as indices were given out, and sets `count` to how many. A row is
+    /// a copy of its element, with instances + thread id * 100000, modulo 2^32, as the first word; rows without an
     /// element (past the table, or all while there is no table) are zero.
     static void dumpWatches(sElement* out, unsigned& count);
     /// Gives the tables back, if enabled. From now on everybody gets the dummy element. Tables with elements in use

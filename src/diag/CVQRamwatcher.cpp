@@ -75,7 +75,8 @@ Word* allocateZeroed() {
     return static_cast<Word*>(table);
 }
 
-/// Puts tables in use unless some are: the parked ones, else `spare`, which is empty then. False when there are none.
+/// Puts tables in use unless some are: the parked ones, else `spare`, which is empty then. False when there are
+/// none.
 bool putInUse(STables& spare) {
     const std::lock_guard<CVQProcessLock> guard(sTablesLock);
     if (CVQRamwatcher::elements.load() != nullptr) {
