@@ -165,7 +165,7 @@ CVQString CVQByteStream::toString() const {
     unsigned int end = std::max(begin, heldLength());
     const void* const zero = end > begin ? std::memchr(getData() + begin, 0, end - begin) : nullptr;
     if (zero != nullptr) {
-        end = toLength(static_cast<const unsigned char*>(zero) - getData());
+        end = toLength(static_cast<std::size_t>(static_cast<const unsigned char*>(zero) - getData()));
     }
     // What ends before the length ends at a zero byte, written or missing, which is consumed as well.
     mReadPosition = end < mLength ? end + 1 : mLength;
