@@ -305,7 +305,11 @@ bool CVQString::splice(std::size_t at, std::size_t bytes, std::size_t characters
 /// Makes the `bytes` bytes from byte `at` on the whole text. An unshared buffer keeps its capacity, a shared one is
 /// exchanged for one of `capacity`.
 void CVQString::keep(std::size_t at, std::size_t bytes, std::size_t characters, std::size_t capacity) {
-    SVQStringData* const block = isShared() ? newBlock(capacity) : mData;
+    SVQStringData* block = mData;
+    if (isShared()) {
+        checkCapacity(kLineAddReference, "addReference", capacity);
+        block = newBlock(capacity);
+    }
     std::memmove(block->text(), mData->text() + at, bytes);
     setLengths(*block, bytes, characters);
     if (block != mData) {

@@ -226,6 +226,28 @@ TEST(CVQString, ReportsAnInvalidCapacityOfItsOwnBufferWhereItReplacesAndTrims) {
     EXPECT_EQ(expected, reports.lines());
 }
 
+TEST(CVQString, ReportsAnInvalidCapacityOfTheBlockThatItTakesToTrimASharedText) {
+    Reports reports;
+    const auto child = support::runInChild([] {
+        CVQString text(" abc ");
+        const CVQString copy(text);
+        blockOf(text).mCapacity = 0xFFFFFFFFu;
+        EXPECT_EQ("abc", bytesOf(text.trim()));
+        EXPECT_EQ(0xFFFFFFFDu, text.getCapacity());
+        EXPECT_EQ(" abc ", bytesOf(copy));
+    });
+    EXPECT_TRUE(child.exitedWith(k64Bit ? 0 : EXIT_FAILURE)) << child;
+    auto expected = Reports::assertion(831, "CVQString::trim: Capacity -1 not valid!");
+    for (const auto& line : Reports::assertion(1263, "CVQString::addReference: Capacity -3 not valid!"))
+        expected.push_back(line);
+    const auto lines = reports.lines();
+    ASSERT_GE(lines.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(expected[i].first, lines[i].first);
+        EXPECT_THAT(lines[i].second, testing::EndsWith(expected[i].second));
+    }
+}
+
 TEST(CVQString, Kept_ClearReportsAnInvalidCapacityInAddReferencesName) {  // string-clear-message
     Reports reports;
     const auto child = support::runInChild([] {
