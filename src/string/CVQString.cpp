@@ -733,6 +733,7 @@ bool CVQString::strprintf(char* buffer, std::size_t size, const char* format, ..
 
 bool CVQString::doFormat(char* scratch, std::size_t size, const char* format, std::va_list arguments) {
     int produced = -1;
+    std::size_t bytes = 0;
     VQUtf8::SExtent kept{0, 0};
     if (scratch != nullptr && size != 0 && format != nullptr) {
         size = smaller(size, INT_MAX);
@@ -740,14 +741,15 @@ bool CVQString::doFormat(char* scratch, std::size_t size, const char* format, st
         scratch[size - 1] = '\0';
     }
     if (produced > 0) {
-        const std::size_t bytes = smaller(static_cast<std::size_t>(produced), size - 1);
+        bytes = smaller(static_cast<std::size_t>(produced), size - 1);
         kept = VQUtf8::measure(scratch, bytes, VQUtf8::kAll);
         if (VQ_UNLIKELY(kept.bytes < bytes)) {
             reportInvalidText();
         }
     }
-    if (isShared() || mData->mCapacity < kept.bytes) {
-        adopt(newBlock(kept.bytes));
+    // Room for all of them, also for what is cut off as invalid: an appended text takes its room in the same way.
+    if (isShared() || mData->mCapacity < bytes) {
+        adopt(newBlock(bytes));
     }
     if (kept.bytes != 0) {
         std::memcpy(mData->text(), scratch, kept.bytes);

@@ -58,7 +58,7 @@ TEST(CVQString, FormatsNoPartOfACharacter) {
     CVQString text;
     EXPECT_FALSE(text.format("%s", longText.c_str()));
     EXPECT_EQ(std::string(255, 'a'), bytesOf(text));
-    EXPECT_EQ(255u, text.getCapacity());
+    EXPECT_EQ(256u, text.getCapacity());
     EXPECT_EQ(Reports::invalidText(), reports.lines());
 }
 
@@ -67,6 +67,7 @@ TEST(CVQString, CutsInvalidBytesOutOfWhatItFormats) {
     CVQString text;
     EXPECT_TRUE(text.format("ab%scd", "\xFF"));
     EXPECT_EQ("ab", bytesOf(text));
+    EXPECT_EQ(5u, text.getCapacity());
     EXPECT_EQ(Reports::invalidText(), reports.lines());
 }
 
