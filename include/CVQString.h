@@ -302,7 +302,8 @@ protected:
     /// the room; the byte length grows by what was kept. `text` may be the place itself.
     void charConstruct(const char* text, std::size_t bytes, std::size_t atByte);
 
-    /// Appends without validation: the caller vouches for the bytes. Characters are counted by their lead bytes.
+    /// Appends without validation: the caller vouches for the bytes. Characters are counted by their lead bytes:
+    /// all but 80 to BF, FE and FF.
     void internalAppend(const char* text, std::size_t bytes);
 
     /// Makes the buffer unshared with room for a text of `bytes`; false, after a report, when no string may be that

@@ -523,7 +523,7 @@ void CVQString::internalAppend(const char* text, std::size_t bytes) {
     std::memcpy(place, own ? mData->text() + offset : text, bytes);
     unsigned characters = mData->mCharacterCount;
     for (std::size_t i = 0; i < bytes; ++i) {
-        characters += VQUtf8::isContinuation(place[i]) ? 0U : 1U;
+        characters += VQUtf8::isLead(place[i]) ? 1U : 0U;
     }
     setLengths(*mData, length + bytes, characters);
 }

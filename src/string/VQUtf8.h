@@ -10,14 +10,21 @@
 
 namespace VQUtf8 {
 
-/// Bytes that a character takes, by its first byte; kNoLead for bytes that start none.
+/// Bytes that a character takes, by its first byte; kNoLead for bytes that start none: 80 to BF, FE and FF.
 extern const unsigned char kSequenceLength[256];
 constexpr unsigned char kNoLead = 255;
 
 /// "All of them", for a count that limits nothing.
 constexpr std::size_t kAll = ~std::size_t{0};
 
-/// A following byte, as iterators know it.
+/// A byte that starts a character, as the table has it.
+constexpr bool isLead(char byte) {
+    const unsigned value = static_cast<unsigned char>(byte);
+    return value < 0x80U || (value >= 0xC0U && value < 0xFEU);
+}
+
+/// A following byte, as iterators know it. FE and FF are neither lead nor following bytes: a position may stand on
+/// them, and they count for no character.
 constexpr bool isContinuation(char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
 }

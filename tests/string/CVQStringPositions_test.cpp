@@ -64,7 +64,7 @@ TEST(CVQString, Kept_AStrayByteDecodesToANegativeNumber) {  // string-signed-byt
     EXPECT_EQ(-128, *text.begin());
     EXPECT_EQ(-2, *Position(at(text, 1)));
     EXPECT_EQ(-1, *Position(at(text, 2)));
-    EXPECT_EQ(2u, text.getCharacterCount());  // lead bytes
+    EXPECT_EQ(0u, text.getCharacterCount());  // lead bytes
 }
 
 TEST(CVQString, DecodesACharacterThatTheTextCutsShort) {
@@ -248,6 +248,14 @@ TEST(CVQString, CountsLeadBytesWhereNothingIsValidated) {
     text.internalAppend(text.c_str(), text.getByteLength());
     EXPECT_EQ(18u, text.getByteLength());
     EXPECT_EQ(8u, text.getCharacterCount());
+}
+
+TEST(CVQString, CountsTheBytesThatStartACharacterByTheirRangesAlone) {
+    for (int value = 0; value < 256; ++value) {
+        const bool isLead = value < 0x80 || (value >= 0xC0 && value <= 0xFD);
+        EXPECT_EQ(isLead ? 1u : 0u, unchecked(std::string(1, static_cast<char>(value))).getCharacterCount())
+            << value;
+    }
 }
 
 TEST(CVQString, ValidatesBytesThatLieInPlaceAlready) {

@@ -291,6 +291,12 @@ TEST_P(VQUtf8Passes, SearchesTextsOfManyBytesLikeThePlainRule) {
     }
 }
 
+TEST(VQUtf8, LeadBytesAreThoseThatTheTableHasALengthFor) {
+    for (int value = 0; value < 256; ++value)
+        EXPECT_EQ(VQUtf8::kSequenceLength[value] != VQUtf8::kNoLead, VQUtf8::isLead(static_cast<char>(value)))
+            << value;
+}
+
 TEST(VQUtf8Reach, EndsAtTheFirstZeroByteOrAtTheLimit) {
     const std::string text = "ascii \xC3\xA4 and more";
     for (std::size_t limit = 0; limit < text.size() + 3; ++limit) {
