@@ -11,15 +11,18 @@
 //   Checks   text is validated where it enters from bytes. The rule is lenient: a lead byte is followed by as many
 //            bytes as it announces (up to five), each with its top bit set. What breaks the rule is logged and cut
 //            off, with all that follows. Iterators know a following byte by its top bits 10; in well-formed UTF-8
-//            both rules agree. Nothing here reads past a text, whatever bytes it holds.
+//            both rules agree. Nothing here reads past a text, whatever bytes it holds, but for one: stepping
+//            back again from the zero byte before a text of 2^24 characters or more.
 //   Errors   none are returned. A capacity of 2^32 - 20 or more is an assertion, and the block is asked for all the
-//            same. A text of 2^32 - 1 bytes or more, alone or as a sum, is the same assertion, and the string stays
-//            as it was. Without memory the process ends (VQMemory::allocChecked).
-//   Position one outside the text, or inside a character, changes nothing and yields nothing. Iterators carry no
-//            owner and are valid until the string's buffer is replaced; those of another string are taken for
-//            positions outside the text. A modifying operation that is given a position moves it along. Stepping
-//            ends at the text's ends; back before the beginning it stays (for texts below 2^24 characters). Where a
-//            text has zero bytes, a step back may stay at one of them as well.
+//            same; but the constructor leaves the empty string, and `reserve` of more than 32 bits the string as it
+//            was. So does a text of 2^32 - 1 bytes or more, alone or as a sum, which is the same assertion. Without
+//            memory the process ends (VQMemory::allocChecked).
+//   Position one outside the text, or inside a character, changes nothing and yields nothing, except that a search
+//            starts inside a character as well. Iterators carry no owner and are valid until the string's buffer
+//            is replaced; those of another string are taken for positions outside the text. A modifying operation
+//            that is given a position moves it along. Stepping ends at the text's ends; back before the beginning
+//            it stays (for texts below 2^24 characters). Where a text has zero bytes, a step back may stay at one
+//            of them as well.
 //   Threads  strings that share a buffer may be used, changed and destroyed on different threads; the count is
 //            atomic and the last owner alone frees the block. One string object: one thread at a time. One buffer
 //            counts up to 2^32 - 1 owners.

@@ -1,9 +1,9 @@
 // VQUtf8Passes: the passes of VQUtf8, written once over a vector type.
 //
-// A vector type V has kBytes bytes, a `Vector`, `load` and `loadAligned`, and views of a vector of which only the top
-// bit of each byte counts: `atLeast90` and `atLeastA0` (of bytes from 80 on), `atLeastC0` to `atLeastF8`,
-// `continuation`, `equal` (bytewise) and `outsideAscii` (zero or top bit set); they combine with `either`, `both` and
-// `differ`. `marks` turns the top bits into an integer with kMarkBits bits for each byte, the first byte lowest.
+// A vector type V has kBytes bytes, a `Vector`, `load`, `loadAligned` and `splat` (of one byte), and views of a vector
+// of which only the top bit of each byte counts: `atLeast90` and `atLeastA0` (of bytes from 80 on), `atLeastC0` to
+// `atLeastF8`, `continuation`, `equal` (bytewise) and `outsideAscii` (zero or top bit set); they combine with `either`,
+// `both` and `differ`. `marks` turns the top bits into an integer with kMarkBits bits for each byte, the first byte lowest.
 // `plainGroup` says whether kGroup aligned vectors hold nothing outsideAscii. `Tally` counts the bytes of a view.
 // `widen` makes a 16-bit unit of each byte. `narrow` makes bytes of kBytes units and says how many of them, from the
 // first on, are 1 to 7F; what it writes behind these is of no use.
