@@ -452,6 +452,20 @@ TEST(CVQString, SwapsBuffersThatNobodyElseHolds) {
     EXPECT_NE(&blockOf(third), &blockOf(other));
 }
 
+TEST(CVQString, SwapsASharedBufferForOneOfItsOwnCapacity) {
+    CVQString roomy("text"), other("other");
+    roomy.reserve(20);
+    other.reserve(30);
+    const CVQString copy(roomy), otherCopy(other);
+    roomy.swap(other);
+    EXPECT_EQ("text", bytesOf(other));
+    EXPECT_EQ(20u, other.getCapacity());
+    EXPECT_EQ("other", bytesOf(roomy));
+    EXPECT_EQ(30u, roomy.getCapacity());
+    EXPECT_EQ(1u, ownersOf(copy));
+    EXPECT_EQ(1u, ownersOf(otherCopy));
+}
+
 TEST(CVQString, SwapsWithItselfAndWithItsCopy) {
     CVQString text("text");
     text.swap(text);

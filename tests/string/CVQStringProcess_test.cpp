@@ -182,6 +182,23 @@ TEST(CVQString, EndsTheProcessWhereThereIsNoMemory) {
 
 // ---- capacities at the end of 32 bits
 
+TEST(CVQString, TakesTheLargestValidCapacityWithoutAReport) {
+    if (!k64Bit)
+        GTEST_SKIP() << "no such block here";
+    Reports reports;
+    const auto child = support::runInChild([] {
+        EXPECT_EQ(kFirstInvalid - 1, CVQString(kFirstInvalid - 1).getCapacity());
+        CVQString text("text");
+        text.reserve(kFirstInvalid - 1);
+        EXPECT_EQ(kFirstInvalid - 1, text.getCapacity());
+        const CVQString copy(text);
+        text.clear();
+        EXPECT_EQ(kFirstInvalid - 1, text.getCapacity());
+    });
+    EXPECT_TRUE(child.exitedWith(0)) << child;
+    EXPECT_THAT(reports.lines(), IsEmpty());
+}
+
 TEST(CVQString, Kept_AnInvalidCapacityIsAskedForAllTheSame) {  // string-asked-anyway
     Reports reports;
     const auto child = support::runInChild([] {

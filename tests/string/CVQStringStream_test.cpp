@@ -39,6 +39,30 @@ TEST(CVQString, WritesItsTerminatorIntoMessages) {
               stream.bytes);  // aligned to 4 in between
 }
 
+TEST(CVQString, AlignsItsLengthInMessages) {
+    MemoryStream stream("x");
+    CVQString::toQRVStream(stream, "ab");
+    EXPECT_EQ(std::string("x\0\0\0\2\0\0\0ab\0", 11), stream.bytes);
+    MemoryStream empty("x");
+    CVQString::toQRVStream(empty, CVQString());
+    EXPECT_EQ(std::string("x\0\0\0\0\0\0\0\0", 9), empty.bytes);
+    for (const MemoryStream* const source : {&stream, &empty}) {
+        source->position = 1;
+        source->calls.clear();
+        CVQString text("old");
+        CVQString::fromQRVStream(*source, text);
+        EXPECT_EQ(source == &stream ? "ab" : "", bytesOf(text));
+        EXPECT_EQ(source->bytes.size(), source->position);  // 4 + 4, then the text and its terminator
+    }
+    MemoryStream plain("x");
+    static_cast<IVQOStream&>(plain) << CVQString("ab");
+    EXPECT_EQ(std::string("x\2\0\0\0ab", 7), plain.bytes);
+    CVQString text;
+    plain.position = 1;
+    static_cast<const IVQIStream&>(plain) >> text;
+    EXPECT_EQ("ab", bytesOf(text));
+}
+
 TEST(CVQString, ReadsBackWhatItWrote) {
     for (const char* const source : {"", "a", "\xC3\xA4\xE2\x82\xAC", "a longer text"}) {
         const CVQString text(source);
