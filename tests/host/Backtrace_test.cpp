@@ -124,6 +124,18 @@ TEST(Backtrace, WorksInASignalHandlerThatInterruptsAnother) {
     EXPECT_TRUE(result.exitedWith(0)) << result;
 }
 
+TEST(Backtrace, KeepsErrnoWhenItSucceeds) {
+    errno = 4711;
+    Stack stack;
+    takeHere(stack);
+    static char text[BT_MEMMAP_MAX * 150 + 1];
+    bt_memmap_t map;
+    EXPECT_EQ(0, bt_load_memmap(&bt_acc_self, &map));
+    EXPECT_EQ(0, bt_sprn_memmap(&map, text, sizeof(text)));
+    EXPECT_EQ(0, bt_unload_memmap(&map));
+    EXPECT_EQ(4711, errno);
+}
+
 TEST(Backtrace, LeavesTheSignalMaskAsItWas) {
     sigset_t blocked;
     sigset_t before;
