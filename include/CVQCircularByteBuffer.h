@@ -119,6 +119,19 @@ private:
     friend VQ_EXPORT IVQOStream& operator<<(IVQOStream& stream, const CVQCircularByteBuffer& value);
     friend VQ_EXPORT IVQIStream& operator>>(IVQIStream& stream, CVQCircularByteBuffer& value);
 
+    /// The content, oldest first; the second piece lies behind the physical end.
+    struct SPieces {
+        const unsigned char* first;
+        std::size_t firstCount;
+        const unsigned char* second;
+        std::size_t secondCount;
+    };
+
+    void takePositions(const CVQCircularByteBuffer& other);
+    // Of a buffer that is not invalid.
+    unsigned int held() const;
+    SPieces pieces() const;
+
     unsigned int take(void* destination, unsigned int count) const;
     unsigned int put(const void* source, unsigned int count);
 
@@ -126,11 +139,11 @@ private:
 
 protected:
     // Within reach of derived classes, which may break them: that is what `isInvalid` and `explainError` are for.
-    unsigned char* m_physBegin;
-    unsigned char* m_physEnd;
-    mutable unsigned char* m_logicBegin;
-    unsigned char* m_logicEnd;
-    mutable unsigned int mFlags;
+    unsigned char* m_physBegin = nullptr;
+    unsigned char* m_physEnd = nullptr;
+    mutable unsigned char* m_logicBegin = nullptr;
+    unsigned char* m_logicEnd = nullptr;
+    mutable unsigned int mFlags = 0;
 };
 
 VQ_EXPORT IVQOStream& operator<<(IVQOStream& stream, const CVQCircularByteBuffer& value);
