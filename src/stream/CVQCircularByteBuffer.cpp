@@ -103,8 +103,8 @@ void CVQCircularByteBuffer::reset() {
 }
 
 unsigned int CVQCircularByteBuffer::held() const {
-    const long long bytes = distance(m_logicBegin, m_logicEnd);
-    return toLength(bytes >= 0 ? bytes : bytes + distance(m_physBegin, m_physEnd));
+    const SPieces content = pieces();
+    return toLength(content.firstCount + content.secondCount);
 }
 
 CVQCircularByteBuffer::SPieces CVQCircularByteBuffer::pieces() const {
@@ -133,7 +133,7 @@ unsigned int CVQCircularByteBuffer::getFreeSize() const {
 }
 
 unsigned int CVQCircularByteBuffer::getCapacity() const {
-    return isInvalid() ? 0 : toLength(distance(m_physBegin, m_physEnd) - 1);
+    return isInvalid() ? 0 : toLength(static_cast<std::size_t>(m_physEnd - m_physBegin) - 1);
 }
 
 unsigned int CVQCircularByteBuffer::put(const void* source, unsigned int count) {
@@ -381,7 +381,7 @@ CVQString CVQCircularByteBuffer::dumpString() const {
     CVQString dump(header);
     if (!isInvalid()) {
         for (unsigned long long offset = 0; offset < bytes; offset += kBytesPerLine) {
-            dump.append(dumpLine(toLength(offset))).append("\n");
+            dump.append(dumpLine(static_cast<unsigned int>(offset))).append("\n");
         }
     }
     return dump;
