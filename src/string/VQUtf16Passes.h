@@ -164,8 +164,9 @@ SUtf8Extent measureUtf8(const unsigned short* units, std::size_t count) {
         }
         unsigned pairs = 0;
         for (std::size_t i = 0; i < pairsWithin; ++i) {
-            const bool pair = VQUtf8::isHighSurrogate(at[i]) & VQUtf8::isLowSurrogate(at[i + 1]);
-            pairs += pair ? 1U : 0U;
+            const unsigned high = VQUtf8::isHighSurrogate(at[i]) ? 1U : 0U;
+            const unsigned low = VQUtf8::isLowSurrogate(at[i + 1]) ? 1U : 0U;
+            pairs += high & low;
         }
         // Of the six bytes of two surrogates a pair takes four.
         extent.bytes += characters + further - 2 * pairs;
