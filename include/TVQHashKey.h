@@ -32,7 +32,8 @@ unsigned long long hashWord(const char* bytes) noexcept {
 }
 
 inline unsigned int hashBytes(const char* bytes, std::size_t count) noexcept {
-    unsigned long long hash = count;
+    // The length goes in spread: beside the first byte it could be made up for by that.
+    unsigned long long hash = count * kHashFactor;
     for (; count > 8; count -= 8, bytes += 8) {
         hash = (hash ^ hashWord<unsigned long long>(bytes)) * kHashFactor;
         hash ^= hash >> 32U;

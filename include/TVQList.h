@@ -32,6 +32,7 @@ class TVQList {
     class TIterator;
 
 public:
+    using value_type = T;
     using iterator = TIterator<T>;
     using const_iterator = TIterator<const T>;
 

@@ -46,7 +46,8 @@ TEST(CVQHashArrayImpl, DoublesItsBucketsWhenTheItemsAreTwiceAsMany) {
     const unsigned kBucketsAfter[] = {1, 2, 2, 4, 4, 4, 4, 8, 8, 8, 8, 8, 8, 8, 8, 16};
     unsigned key = 0;
     for (const unsigned buckets : kBucketsAfter) {
-        table.add(++key, key);
+        ++key;
+        table.add(key, key);
         EXPECT_EQ(buckets, table.capacity()) << key;
         EXPECT_EQ(key, table.size());
     }
@@ -95,7 +96,8 @@ TEST(CVQHashArrayImpl, ClearLeavesTwoBuckets) {
     table.add(65, 20);
     table.takeCalls();
     table.clear();
-    EXPECT_THAT(table.takeCalls(), ElementsAre("destroyKey 1", "destroyValue 10", "destroyKey 65", "destroyValue 20"));
+    EXPECT_THAT(table.takeCalls(),
+                ElementsAre("destroyKey 1", "destroyValue 10", "destroyKey 65", "destroyValue 20"));
     EXPECT_EQ(2u, table.capacity());
     EXPECT_EQ(0u, table.size());
     EXPECT_FALSE(table.has(1));
@@ -167,8 +169,8 @@ TEST(CVQHashArrayImpl, GrowingTurnsTheNodesOfAChainRound) {
     RecordingHashArray table(4, 0, 4);
     for (unsigned key = 1; key <= 7; ++key)
         table.add(key, key);
-    EXPECT_THAT(table.items(), ElementsAre(Pair(1, 1), Pair(7, 7), Pair(6, 6), Pair(5, 5), Pair(4, 4), Pair(3, 3),
-                                           Pair(2, 2)));
+    EXPECT_THAT(table.items(),
+                ElementsAre(Pair(1, 1), Pair(7, 7), Pair(6, 6), Pair(5, 5), Pair(4, 4), Pair(3, 3), Pair(2, 2)));
     table.takeCalls();
     table.add(8, 8);
     EXPECT_EQ(8u, table.capacity());
@@ -315,8 +317,9 @@ TEST(CVQHashArrayImpl, AssignmentDestroysWhatWasThereAndInsertsByItsOwnHooks) {
 
     CVQHashArrayImpl& engine = target;
     engine = source;
-    EXPECT_THAT(target.takeCalls(), ElementsAre("destroyKey 1", "destroyValue 10", "destroyKey 2", "destroyValue 20",
-                                                "copyKey 1", "copyValue 10", "copyKey 2", "copyValue 20"));
+    EXPECT_THAT(target.takeCalls(),
+                ElementsAre("destroyKey 1", "destroyValue 10", "destroyKey 2", "destroyValue 20", "copyKey 1",
+                            "copyValue 10", "copyKey 2", "copyValue 20"));
     EXPECT_THAT(source.takeCalls(), IsEmpty());
 }
 
@@ -347,7 +350,8 @@ TEST(CVQHashArrayImpl, SeveralWalksGoOnAtATimeWithCursorsOfTheirOwn) {
     unsigned pairs = 0;
     for (auto* outer = table.firstItem(outerCursor); outer != nullptr; outer = table.nextItem(outer, outerCursor)) {
         CVQHashArrayItem* innerCursor = nullptr;
-        for (auto* inner = table.firstItem(innerCursor); inner != nullptr; inner = table.nextItem(inner, innerCursor))
+        for (auto* inner = table.firstItem(innerCursor); inner != nullptr;
+             inner = table.nextItem(inner, innerCursor))
             ++pairs;
     }
     EXPECT_EQ(144u, pairs);
@@ -372,7 +376,8 @@ TEST(CVQHashArrayImpl, ATableWithoutAnArrayIsEmptyAndTakesItems) {
     const unsigned kBucketsAfter[] = {1, 2, 2, 4};
     unsigned key = 0;
     for (const unsigned buckets : kBucketsAfter) {
-        table.add(++key, key);
+        ++key;
+        table.add(key, key);
         EXPECT_EQ(buckets, table.capacity());
     }
     EXPECT_THAT(table.items(), ElementsAre(Pair(4, 4), Pair(1, 1), Pair(2, 2), Pair(3, 3)));
@@ -532,8 +537,9 @@ void compareRandomly(unsigned seed, unsigned keys, unsigned steps, unsigned shif
         }
         ASSERT_EQ(model.size(), table.size()) << step;
         ASSERT_EQ(model.capacity(), table.capacity()) << step;
-        if (step % compareEvery == 0)
+        if (step % compareEvery == 0) {
             ASSERT_EQ(model.items(), table.items()) << step;
+        }
     }
     ASSERT_EQ(model.items(), table.items());
 }

@@ -128,9 +128,9 @@ TEST(CVQHashMapImpl, Kept_AValueInAFreeBucketIsConstructedWithTheEmptyKey) {
     map.access(8);   // grows
     map.access(17);  // overflow cell, behind key 1
     map.access(7);   // a free bucket
-    EXPECT_THAT(map.takeCalls(), ElementsAre("construct for 0", "construct for 2", "construct for 4",
-                                             "construct for 6", "construct for 8", "construct for 17",
-                                             "construct for 0"));
+    EXPECT_THAT(map.takeCalls(),
+                ElementsAre("construct for 0", "construct for 2", "construct for 4", "construct for 6",
+                            "construct for 8", "construct for 17", "construct for 0"));
 }
 
 TEST(CVQHashMapImpl, AValueThatGrowthBringsToAFreeBucketIsConstructedWithItsKey) {
@@ -350,8 +350,8 @@ TEST(CVQHashMapImpl, ClearGoesBackToTheInitialBucketsAndDestroysInArrayOrder) {
     map.rehash();
     map.takeCalls();
     map.clear();
-    EXPECT_THAT(map.takeCalls(), ElementsAre("destroy 10 of 1", "destroy 30 of 3", "destroy 50 of 5",
-                                             "destroy 90 of 9"));
+    EXPECT_THAT(map.takeCalls(),
+                ElementsAre("destroy 10 of 1", "destroy 30 of 3", "destroy 50 of 5", "destroy 90 of 9"));
     EXPECT_EQ(6u, map.capacity());
     EXPECT_EQ(0u, map.size());
     EXPECT_EQ(nullptr, map.lookup(1));

@@ -39,9 +39,7 @@ public:
     void destroyKey(CVQHashArrayItem* item) override {
         mCalls.push_back("destroyKey " + std::to_string(number(item->mKey)));
     }
-    void destroyValue(void** value) override {
-        mCalls.push_back("destroyValue " + std::to_string(number(*value)));
-    }
+    void destroyValue(void** value) override { mCalls.push_back("destroyValue " + std::to_string(number(*value))); }
     void copyKey(void** key) const override { mCalls.push_back("copyKey " + std::to_string(number(*key))); }
     void copyValue(void** value) const override {
         mCalls.push_back("copyValue " + std::to_string(number(*value)));

@@ -108,8 +108,9 @@ namespace {
 TEST(TVQHashArray, TakesKeysAndValuesOfAnyKind) {
     static int objects[3];
     keepsItems<int, double>({0, -1, 7, 2147483647}, {0.5, 1.5, 2.5, 3.5});
-    keepsItems<unsigned char, std::string>({0, 1, 255}, {"a", "b", "a text that is too long for a string's own place"});
-    keepsItems<long long, CVQString>({0, 1LL << 40, -1LL << 40}, {"a", "b", ""});
+    keepsItems<unsigned char, std::string>({0, 1, 255},
+                                           {"a", "b", "a text that is too long for a string's own place"});
+    keepsItems<long long, CVQString>({0, 1LL << 40, -(1LL << 40)}, {"a", "b", ""});
     keepsItems<int*, int*>({nullptr, &objects[0], &objects[2]}, {&objects[1], nullptr, &objects[0]});
     keepsItems<Colour, bool>({Colour::kRed, Colour::kGreen, Colour::kBlue}, {true, false, true});
     keepsItems<double, short>({0.25, -1.0, 1e300}, {short(1), short(2), short(3)});
@@ -300,7 +301,8 @@ TEST(TVQHashArray, ServesRangeForAndAlgorithms) {
         value *= 10;
     for (auto entry : table)
         entry.value += 1;
-    EXPECT_EQ(63, std::accumulate(table.begin(), table.end(), 0, [](int sum, auto entry) { return sum + entry.value; }));
+    EXPECT_EQ(
+        63, std::accumulate(table.begin(), table.end(), 0, [](int sum, auto entry) { return sum + entry.value; }));
     const TVQHashArray<CVQString, int>& constant = table;
     const auto found = std::find_if(constant.begin(), constant.end(), [](auto entry) { return entry.value == 21; });
     ASSERT_NE(constant.end(), found);
@@ -352,7 +354,8 @@ void compareRandomly(MakeKey makeKey, MakeValue makeValue) {
             const unsigned number = random() % 2500;
             const bool grows = step % 4000 < 2500;
             if (random() % 10 < (grows ? 8U : 2U)) {
-                ASSERT_EQ(model.emplace(number, step).second, table.insert(makeKey(number), makeValue(step))) << step;
+                ASSERT_EQ(model.emplace(number, step).second, table.insert(makeKey(number), makeValue(step)))
+                    << step;
             } else {
                 ASSERT_EQ(model.erase(number) != 0, table.remove(makeKey(number))) << step;
             }

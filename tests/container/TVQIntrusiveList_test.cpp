@@ -41,7 +41,8 @@ using List = TVQIntrusiveList<Element, VQIntrusive::TVQListBaseHookAccessor<Elem
 using Slist = TVQIntrusiveSlist<Element, VQIntrusive::TVQSlistBaseHookAccessor<Element>>;
 
 static_assert(sizeof(List) == sizeof(SVQListBaseHook) && sizeof(Slist) == sizeof(SVQSlistBaseHook), "the head");
-static_assert(!std::is_copy_constructible_v<List> && !std::is_copy_constructible_v<Slist>, "objects know their list");
+static_assert(!std::is_copy_constructible_v<List> && !std::is_copy_constructible_v<Slist>,
+              "objects know their list");
 
 template <class AnyList>
 std::vector<int> numbersOf(AnyList& list) {
