@@ -31,6 +31,7 @@ protected:
 
 private:
     unsigned int take(const void* source, unsigned int count);
+    unsigned int pending() const;
     void passOn();
     void flushAll();
 

@@ -22,6 +22,7 @@
 
 #include <VQExport.h>
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstring>
 #include <type_traits>
@@ -95,9 +96,11 @@ public:
 private:
     std::size_t spare() const { return static_cast<std::size_t>(mCapacityEnd - mWrite); }
     void grow(std::size_t count);
+    const char* growFor(std::size_t count, const char* text);
     void writeGrowing(const char* text, std::size_t length);
     void insertSpecial(const char* text);
     void insertEscaped(const char* text);
+    bool appendFormatted(const char* format, std::va_list arguments) VQ_PRINTF(2, 0);
     void copyFrom(const CVQOTextStream& other);
 
     char* mBegin = nullptr;
