@@ -1,6 +1,8 @@
 // TVQOptional: room for an object that is built later than its owner, or never.
 //   Shape    one byte, 0 or 1, saying whether the object exists, then `Size` bytes of storage aligned to
-//   `Alignment`. Errors   none. Threads  one thread at a time; the object in it keeps its own rules.
+//            `Alignment`.
+//   Errors   none.
+//   Threads  one thread at a time; the object in it keeps its own rules.
 //
 //   TVQOptional<CVQCriticalSection, 8u, 4u> lock;
 //   lock.reset(VQPrivate::TVQInplaceFactory_0());

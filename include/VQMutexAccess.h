@@ -1,8 +1,7 @@
 // VQMutexAccess: creates, locks and destroys a raw mutex with chosen attributes.
 //   Units    time-outs in milliseconds on the monotonic clock, so that setting the wall clock moves none of them.
 //   Shape    the mutex is one `_sync`, two 32-bit words. Created shared, it may lie in shared memory and serve
-//   every
-//            process that maps it.
+//            every process that maps it.
 //   Errors   refusals of `create` and `destroy` are logged at critical severity; a mutex that cannot be created or
 //            destroyed is also a cheap assertion (lines 76 and 102 of `VQMutexAccessQNX`), after which the call
 //            goes on. `lock` says false and logs nothing.

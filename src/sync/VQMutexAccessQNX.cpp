@@ -13,8 +13,9 @@ constexpr unsigned kLineDestroy = 102;
 }  // namespace
 
 void VQMutexAccess::create(_sync& mutex, bool unlocked, bool shared, bool recursive) {
-    // A refused attribute is reported and left at its default: a lock of the wrong kind still locks.
-    pthread_mutexattr_t attributes;
+    // A refused attribute is reported and left at its default: a lock of the wrong kind still locks. Where not even
+    // the object can be had, the steps after it see zeros and nothing that lay on the stack.
+    pthread_mutexattr_t attributes = {};
     if (const int error = pthread_mutexattr_init(&attributes); error != 0) {
         // Kept: log-tpthread. The doubled letter is in the text that log readers match.
         VQSyslog::logMsg(0, VQSyslog::CRITICAL, "Failed tpthread_mutexattr_init: error=%d", error);

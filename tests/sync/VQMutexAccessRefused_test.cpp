@@ -1,5 +1,6 @@
 // VQMutexAccess::create on a platform that refuses: each step's report, and that the steps after it are still taken.
-// The unit is compiled here a second time, under another name and against calls that fail on demand.
+// CVQMutex: what it asks for. CVQCriticalSection: the reports of what it is refused.
+// The units are compiled here a second time, under other names and against calls that fail on demand.
 #include "support/ChildProcess.h"
 #include "support/ScopedEnvironment.h"
 #include "support/SlogCapture.h"
@@ -12,6 +13,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
+#include <optional>
 #include <pthread.h>
 #include <string>
 #include <vector>
@@ -23,10 +26,13 @@ int sInit, sRecursive, sShared, sMutex, sDestroy;
 
 int attrInit(pthread_mutexattr_t* attributes) {
     sCalls += "attr ";
-    pthread_mutexattr_init(attributes);
-    return sInit;
+    return sInit != 0 ? sInit : pthread_mutexattr_init(attributes);
 }
-int setRecursive(pthread_mutexattr_t*, int value) {
+int setRecursive(pthread_mutexattr_t* attributes, int value) {
+    if (sInit != 0) {
+        static const pthread_mutexattr_t kZeros = {};
+        sCalls += std::memcmp(attributes, &kZeros, sizeof kZeros) == 0 ? "zeros " : "whatever lay there ";
+    }
     sCalls += "recursive=" + std::to_string(value) + ' ';
     return sRecursive;
 }
@@ -34,8 +40,8 @@ int setShared(pthread_mutexattr_t*, int value) {
     sCalls += "shared=" + std::to_string(value) + ' ';
     return sShared;
 }
-int mutexInit(_sync* mutex, const pthread_mutexattr_t*) {
-    sCalls += "mutex ";
+int mutexInit(_sync* mutex, const pthread_mutexattr_t* attributes) {
+    sCalls += attributes != nullptr ? "mutex " : "mutex by default ";
     *mutex = {};
     return sMutex;
 }
@@ -48,12 +54,22 @@ int mutexDestroy(_sync*) {
 }
 int attrDestroy(pthread_mutexattr_t* attributes) {
     sCalls += "end";
-    return pthread_mutexattr_destroy(attributes);
+    return sInit != 0 ? sInit : pthread_mutexattr_destroy(attributes);
+}
+
+/// Leaves no zeros where the next call has its local objects.
+[[gnu::noinline]] void soilTheStack() {
+    volatile unsigned char dirt[4096];
+    for (volatile unsigned char& byte : dirt) {
+        byte = 0xDD;
+    }
 }
 
 }  // namespace refusing
 
 #define VQMutexAccess VQMutexAccessOnARefusingPlatform
+#define CVQMutex CVQMutexOnARefusingPlatform
+#define CVQCriticalSection CVQCriticalSectionOnARefusingPlatform
 #define pthread_mutexattr_init refusing::attrInit
 #define pthread_mutexattr_setrecursive refusing::setRecursive
 #define pthread_mutexattr_setpshared refusing::setShared
@@ -61,6 +77,8 @@ int attrDestroy(pthread_mutexattr_t* attributes) {
 #define pthread_mutex_lock refusing::mutexLock
 #define pthread_mutex_destroy refusing::mutexDestroy
 #define pthread_mutexattr_destroy refusing::attrDestroy
+#include "sync/CVQCriticalSectionQNX.cpp"
+#include "sync/CVQMutex.cpp"
 #include "sync/VQMutexAccessQNX.cpp"
 
 namespace {
@@ -107,7 +125,14 @@ TEST_F(VQMutexAccessRefused, Kept_TheAttributeObjectsRefusalSaysTpthread) {  // 
     refusing::sInit = 12;
     VQMutexAccess::create(mMutex, /*unlocked*/ true, /*shared*/ false, /*recursive*/ false);
     EXPECT_THAT(texts(), ElementsAre("1 Failed tpthread_mutexattr_init: error=12"));
-    EXPECT_EQ("attr recursive=0 shared=0 mutex end", refusing::sCalls);
+    EXPECT_EQ("attr zeros recursive=0 shared=0 mutex end", refusing::sCalls);
+}
+
+TEST_F(VQMutexAccessRefused, TheStepsAfterARefusedAttributeObjectSeeZeros) {
+    refusing::sInit = 12;
+    refusing::soilTheStack();
+    VQMutexAccess::create(mMutex, /*unlocked*/ true, /*shared*/ true, /*recursive*/ true);
+    EXPECT_EQ("attr zeros recursive=2 shared=1 mutex end", refusing::sCalls);
 }
 
 TEST_F(VQMutexAccessRefused, ARefusedRecursionIsLoggedWithTheFlag) {
@@ -173,4 +198,47 @@ TEST_F(VQMutexAccessRefused, TheAbortVariableEndsTheProcessAtTheAssertion) {
         [this] { VQMutexAccess::create(mMutex, /*unlocked*/ true, /*shared*/ false, /*recursive*/ false); },
         options);
     EXPECT_TRUE(r.killedBy(SIGABRT)) << r;
+}
+
+using CVQMutexRefused = VQMutexAccessRefused;
+
+TEST_F(CVQMutexRefused, AsksForAMutexOfItsOwnProcessLockedAndRecursiveAsTold) {
+    const struct {
+        int line;
+        bool unlocked;
+        CVQMutex::RecursionMode mode;
+        const char* calls;
+    } kRows[] = {
+        {__LINE__, true, CVQMutex::RECURSIVE, "attr recursive=2 shared=0 mutex end"},
+        {__LINE__, true, CVQMutex::NON_RECURSIVE, "attr recursive=0 shared=0 mutex end"},
+        {__LINE__, false, CVQMutex::RECURSIVE, "attr recursive=2 shared=0 mutex lock end"},
+        {__LINE__, false, CVQMutex::NON_RECURSIVE, "attr recursive=0 shared=0 mutex lock end"},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.line);
+        refusing::sCalls.clear();
+        const CVQMutex mutex(row.unlocked, row.mode);
+        EXPECT_EQ(row.calls, refusing::sCalls);
+    }
+    EXPECT_THAT(texts(), IsEmpty());
+}
+
+using CVQCriticalSectionRefused = VQMutexAccessRefused;
+
+TEST_F(CVQCriticalSectionRefused, OneThatCannotBeCreatedOrDestroyedIsLoggedAndIsNoAssertion) {
+    testing::internal::CaptureStderr();
+    std::optional<CVQCriticalSection> section(std::in_place);
+    EXPECT_EQ("mutex by default ", refusing::sCalls);
+    section.reset();
+    EXPECT_THAT(texts(), IsEmpty());
+
+    refusing::sMutex = 11;
+    section.emplace();
+    EXPECT_THAT(texts(), ElementsAre("1 Failed to create CVQCriticalSection: error=11"));
+    EXPECT_EQ(EINVAL, section->lock());  // what the platform makes of it
+    refusing::sDestroy = 16;
+    section.reset();
+    EXPECT_THAT(texts(), ElementsAre("1 Failed to create CVQCriticalSection: error=11",
+                                     "1 Failed to destroy CVQCriticalSection: error=16"));
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
