@@ -100,6 +100,7 @@ private:
     void writeGrowing(const char* text, std::size_t length);
     void insertSpecial(const char* text);
     void insertEscaped(const char* text);
+    bool appendPlainlyFormatted(const char* format, std::va_list arguments) VQ_PRINTF(2, 0);
     bool appendFormatted(const char* format, std::va_list arguments) VQ_PRINTF(2, 0);
     void copyFrom(const CVQOTextStream& other);
 

@@ -4,9 +4,11 @@
 #include <VQMemory.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 
 namespace {
 
@@ -42,6 +44,17 @@ struct SEscapes {
     unsigned char length[256] = {};
 };
 constexpr SEscapes kEscapes;
+
+constexpr std::size_t kDecimalDigits = 11;  // of an int, with its sign
+
+/// Writes the number so that it ends before `end`; returns its first digit.
+char* writeDigits(unsigned int number, char* end) {
+    do {
+        *--end = static_cast<char>('0' + number % 10);
+        number /= 10;
+    } while (number != 0);
+    return end;
+}
 
 std::size_t escapedLengthOf(char character) {
     return kEscapes.length[static_cast<unsigned char>(character)];
@@ -222,10 +235,66 @@ void CVQOTextStream::streamWrite(const char* format, ...) {
     va_end(arguments);
 }
 
+/// What most formats consist of, without a call of vsnprintf: "%s", "%d", "%u" and "%%", as they stand. False for
+/// all others, with nothing appended: they are vsnprintf's.
+bool CVQOTextStream::appendPlainlyFormatted(const char* format, std::va_list arguments) {
+    const std::size_t before = getLength();
+    checkSpare(kLikelyItem);
+    for (;;) {
+        const char* const literal = format;
+        while (*format != '%' && *format != '\0') {
+            ++format;
+        }
+        write(literal, static_cast<std::size_t>(format - literal));
+        if (*format == '\0') {
+            return true;
+        }
+        char digits[kDecimalDigits];
+        const char* item = nullptr;
+        std::size_t length = 0;
+        switch (format[1]) {
+        case 's':
+            item = va_arg(arguments, const char*);
+            length = item != nullptr ? std::strlen(item) : 0;
+            break;
+        case 'd': {
+            const int number = va_arg(arguments, int);
+            const unsigned int size =
+                number < 0 ? 0U - static_cast<unsigned int>(number) : static_cast<unsigned int>(number);
+            char* const first = writeDigits(size, std::end(digits));
+            item = number < 0 ? &(first[-1] = '-') : first;
+            length = static_cast<std::size_t>(std::end(digits) - item);
+            break;
+        }
+        case 'u':
+            item = writeDigits(va_arg(arguments, unsigned int), std::end(digits));
+            length = static_cast<std::size_t>(std::end(digits) - item);
+            break;
+        case '%':
+            item = "%";
+            length = 1;
+            break;
+        default:
+            break;
+        }
+        if (item == nullptr || length > INT_MAX - (getLength() - before)) {
+            mWrite = mBegin + before;
+            return false;
+        }
+        write(item, length);
+        format += 2;
+    }
+}
+
 bool CVQOTextStream::appendFormatted(const char* format, std::va_list arguments) {
     std::va_list again;
     va_copy(again, arguments);
-    checkSpare(kLikelyItem);
+    const bool isPlain = appendPlainlyFormatted(format, again);
+    va_end(again);
+    if (isPlain) {
+        return true;
+    }
+    va_copy(again, arguments);
     const int length = std::vsnprintf(mWrite, spare(), format, arguments);
     if (length > 0) {
         const auto bytes = static_cast<std::size_t>(length);

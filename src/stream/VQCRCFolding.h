@@ -15,8 +15,8 @@
 // A vector type V has kBytes bytes, a `Vector`, `load`, `fromBlock` (the first 16 bytes, zeros behind),
 // `everywhere` (a block in all its places), `reversed` (bytes within each block), `fold` (products of the low and
 // of the high halves of each block with those of the constants, and a summand), `either` (the sum) and `toBlock`
-// (the last block and what the given constants make of those before). Everything here has internal linkage: code
-// built for other processors must never be merged with it.
+// (the last block and what the divisor's constants make of those before, for one vector and for four at once).
+// Everything here has internal linkage: code built for other processors must never be merged with it.
 #pragma once
 
 #include "VQCRCKinds.h"
@@ -193,6 +193,11 @@ private:
                 b = V::fold(b, stride, load(bytes + V::kBytes));
                 c = V::fold(c, stride, load(bytes + 2 * V::kBytes));
                 d = V::fold(d, stride, load(bytes + 3 * V::kBytes));
+            }
+            if constexpr (V::kBytes > kBlockBytes) {
+                if (count == 0) {
+                    return V::template toBlock<Divisor>(a, b, c, d);
+                }
             }
             d = V::fold(a, distance<3 * kVectorBits>(), d);
             b = V::fold(b, distance<2 * kVectorBits>(), V::fold(c, distance<kVectorBits>(), V::zero()));

@@ -28,19 +28,34 @@ struct SVectorOfFour {
         return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(x, constants, 0x00),
                                          _mm512_clmulepi64_epi128(x, constants, 0x11), summand, kAddAll);
     }
+    /// `others` is what the given blocks are added to.
     template <class Divisor>
-    static Block toBlock(Vector x) {
-        constexpr SHalves kThree = Divisor::forward(3 * 128);
-        constexpr SHalves kTwo = Divisor::forward(2 * 128);
-        constexpr SHalves kOne = Divisor::forward(128);
-        Vector forward = _mm512_zextsi128_si512(kThree.block());
-        forward = _mm512_inserti32x4(forward, kTwo.block(), 1);
-        forward = _mm512_inserti32x4(forward, kOne.block(), 2);
-        // Zeros for the last block, which is where the others go.
-        const Vector moved = fold(x, forward, zero());
-        const __m256i two = _mm256_xor_si256(_mm512_castsi512_si256(moved), _mm512_extracti64x4_epi64(moved, 1));
-        return add(add(_mm256_castsi256_si128(two), _mm256_extracti128_si256(two, 1)),
-                   _mm512_extracti32x4_epi32(x, 3));
+    static Block toBlock(Vector last, Vector others = zero()) {
+        constexpr __mmask8 kLastBlock = 0xC0;
+        const Vector sum =
+            fold(last, toLastBlock<Divisor, 0>(), either(others, _mm512_maskz_mov_epi64(kLastBlock, last)));
+        const __m256i two = _mm256_xor_si256(_mm512_castsi512_si256(sum), _mm512_extracti64x4_epi64(sum, 1));
+        return add(_mm256_castsi256_si128(two), _mm256_extracti128_si256(two, 1));
+    }
+    /// The same for four vectors, all at once.
+    template <class Divisor>
+    static Block toBlock(Vector a, Vector b, Vector c, Vector d) {
+        const Vector others = fold(a, toLastBlock<Divisor, 3>(),
+                                   fold(b, toLastBlock<Divisor, 2>(), fold(c, toLastBlock<Divisor, 1>(), zero())));
+        return toBlock<Divisor>(d, others);
+    }
+
+private:
+    /// What takes each block of a vector to the last block of the vector that stands `vectors` behind it; zeros,
+    /// for no summand, where that is the block itself.
+    template <class Divisor, unsigned vectors>
+    static Vector toLastBlock() {
+        constexpr unsigned kBehind = 4 * vectors * kBlockBytes * 8;
+        constexpr unsigned kBits = kBlockBytes * 8;
+        alignas(Vector) static constexpr SHalves kForward[4] = {
+            Divisor::forward(kBehind + 3 * kBits), Divisor::forward(kBehind + 2 * kBits),
+            Divisor::forward(kBehind + kBits), vectors != 0 ? Divisor::forward(kBehind) : SHalves{0, 0}};
+        return _mm512_load_si512(kForward);
     }
 };
 

@@ -9,6 +9,7 @@
 #include <climits>
 #include <clocale>
 #include <csignal>
+#include <cstdio>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
@@ -271,6 +272,39 @@ TEST(CVQOTextStream, FormatsStraightIntoItsBlock) {
     Stream small(8);
     small.streamWrite("%s", "1");
     EXPECT_EQ(64u, small.getCapacity()) << "room for 32 bytes is made first";
+}
+
+TEST(CVQOTextStream, FormatsAsTheCLibraryDoesToTheByte) {
+    const auto expectSame = [](auto&&... arguments) {
+        char expected[512];
+        void (Stream::*const unchecked)(const char*, ...) = &Stream::streamWrite;
+        int (*const uncheckedPrint)(char*, std::size_t, const char*, ...) = &std::snprintf;
+        const int length = uncheckedPrint(expected, sizeof expected, arguments...);
+        Stream stream(0);
+        stream << "before";
+        (stream.*unchecked)(arguments...);
+        EXPECT_EQ("before" + std::string(expected, static_cast<std::size_t>(length)),
+                  std::string(stream.c_str(), stream.getLength()));
+        EXPECT_EQ(length + 7 > 128 ? 256u : 128u, stream.getCapacity());
+    };
+    for (const int number : {0, 1, -1, 9, 10, -10, 99, 100, 123456789, INT_MAX, -INT_MAX, INT_MIN}) {
+        expectSame("%d", number);
+        expectSame("%u", static_cast<unsigned>(number));
+        expectSame("<%d|%u>%%", number, static_cast<unsigned>(number));
+        expectSame("%d %i", number, number);
+        expectSame("%d%5d%-5d%+d", number, number, number, number);
+    }
+    const char* const none = nullptr;
+    expectSame("");
+    expectSame("plain");
+    expectSame("%%");
+    expectSame("%s%s", "a", "");
+    expectSame("%s and %s", "text", none);
+    expectSame("%d %s %5.2f %s", 5, "text", 2.5, "behind");
+    expectSame("%s%c%s", "a", '\0', "b");
+    expectSame("%s %llu %p", std::string(150, 'x').c_str(), ~0ULL, static_cast<const void*>(&none));
+    expectSame("%2$s %1$s", "first", "second");
+    expectSame("%.3s|%10s|%hhd|%lx", "truncated", "wide", 300, 255L);
 }
 
 TEST(CVQOTextStream, FormatsAgainWhenAnItemDoesNotFit) {
