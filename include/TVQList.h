@@ -93,7 +93,8 @@ public:
 
     /// Returns the position behind it; the end after a report.
     iterator erase(const_iterator position) {
-        if (!mEnd.checkNode(position.mNode, kLineErase)) {
+        // The second look is for the compiler, which cannot see into the first and warns of a deleted list.
+        if (!mEnd.checkNode(position.mNode, kLineErase) || position.mNode == &mEnd) {
             return end();
         }
         CVQListNodeBase* const next = position.mNode->mNext;
