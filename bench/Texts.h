@@ -56,6 +56,21 @@ inline std::string chineseText(std::size_t bytes) {
     return textOf(kWords, bytes);
 }
 
+/// Four bytes a character, now and then with words between.
+inline std::string emojiText(std::size_t bytes) {
+    static const char* const kWords[] = {"😀", "🎉",    "👍",         "🚗",    "🔋",    "🌧",
+                                         "📡", "🛰", " see you ", "🧭", "🛑", "🔧"};
+    return textOf(kWords, bytes);
+}
+
+/// Two bytes a letter, words with capitals among them.
+inline std::string greekText(std::size_t bytes) {
+    static const char* const kWords[] = {"το ",     "σύστημα ", "Αθήνα ", "ώρα ", "και ",     "θερμοκρασία ",
+                                         ", ",      "κανάλι ",  "επτά ",  "δεν ", "Απάντηση", ". ",
+                                         "Μήνυμα ", "από ",     "τους ",  "όλα "};
+    return textOf(kWords, bytes);
+}
+
 inline const char* needle() {
     return "eightfold";
 }

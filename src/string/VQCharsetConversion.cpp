@@ -77,6 +77,38 @@ constexpr SVQReverseConvTable reverse(const SVQConvTable& table) {
 
 // ---- ISO 8859
 
+/// The tables in which every byte below 80 stays as it is, and every other has two bytes but for, perhaps, this one.
+constexpr unsigned char kByteOfThree = 0xA4;
+
+bool isOwn(const SVQConvTable* table) {
+    return table == &sConvTable8859_1 || table == &sConvTable8859_15;
+}
+
+std::size_t lengthOf(const SVQConvTable::SEntry& entry) {
+    return smaller(entry.mByteCount, sizeof entry.mBytes);
+}
+
+unsigned long long sumOfLengths(const SVQConvTable& table, const char* bytes, std::size_t count) {
+    unsigned long long sum = 0;
+    if (isOwn(&table)) {
+        const unsigned has = lengthOf(table.mEntries[kByteOfThree]) == 3 ? 1 : 0;
+        // Loops of fixed length, which compilers make vectors of.
+        for (constexpr std::size_t kBlock = 64; count >= kBlock; count -= kBlock, bytes += kBlock) {
+            unsigned char further = 0;
+            for (std::size_t i = 0; i < kBlock; ++i) {
+                const auto byte = static_cast<unsigned char>(bytes[i]);
+                const unsigned ofThree = byte == kByteOfThree ? has : 0;
+                further = static_cast<unsigned char>(further + (byte >> 7) + ofThree);
+            }
+            sum += kBlock + further;
+        }
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        sum += lengthOf(table.mEntries[VQUtf8::asByte(bytes[i])]);
+    }
+    return sum;
+}
+
 bool areAscii(std::uint64_t word) {
     return (word & VQUtf8::kTopBits) == 0;
 }
@@ -138,22 +170,13 @@ CVQString convertStringToUTF8(const SVQConvTable* table, const char* bytes, std:
     if (table == nullptr || bytes == nullptr) {
         count = 0;
     }
-    const auto entryOf = [&](char byte) -> const SVQConvTable::SEntry& {
-        return table->mEntries[static_cast<unsigned char>(byte)];
-    };
-    const auto lengthOf = [](const SVQConvTable::SEntry& entry) {
-        return smaller(entry.mByteCount, sizeof entry.mBytes);
-    };
-    unsigned long long capacity = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        capacity += lengthOf(entryOf(bytes[i]));
-    }
+    const unsigned long long capacity = count != 0 ? sumOfLengths(*table, bytes, count) : 0;
     CVQString text(capacity);
     if (capacity == 0 || text.getCapacity() != capacity) {
         return text;
     }
 
-    const bool asciiStays = table == &sConvTable8859_1 || table == &sConvTable8859_15;
+    const bool asciiStays = isOwn(table);
     std::size_t characters = 0;
     CVQStringWriter writer(text);
     char* out = writer.text();
@@ -168,7 +191,7 @@ CVQString convertStringToUTF8(const SVQConvTable* table, const char* bytes, std:
         }
         const std::size_t run = smaller(count, kWord);
         for (std::size_t i = 0; i < run; ++i) {
-            const SVQConvTable::SEntry& entry = entryOf(bytes[i]);
+            const SVQConvTable::SEntry& entry = table->mEntries[VQUtf8::asByte(bytes[i])];
             // Kept: charset-zero-bytes. Fixed-size fields arrive with zero bytes behind their text.
             if (entry.mBytes[0] != 0 && entry.mByteCount != 0) {
                 // The whole form, whatever its length: a block has room for that behind its capacity.

@@ -3,9 +3,10 @@
 #include "VQUtf8Vector32.h"
 #include "VQUtf8Vectors.h"
 
-// Both directions move characters of several kinds in one step: a shuffle, chosen by which bytes belong together,
-// gathers the parts of each character (from UTF-8) or closes the gaps between them (to UTF-8). A step writes whole
-// vectors; what lies behind its result is overwritten by the next one, so the last few characters go one by one.
+// A step takes a fixed number of bytes or units, whatever characters they are of, so that no step waits for another to
+// tell where it begins. A shuffle, chosen by which of them end a character, gathers the parts of each character (from
+// UTF-8) or closes the gaps between them (to UTF-8). Each step writes whole vectors; what lies behind its result is
+// overwritten by the next, so the last few characters go one by one.
 
 namespace VQUtf16 {
 namespace {
@@ -40,134 +41,157 @@ constexpr SShuffle nothing() {
 
 // ---- from UTF-8
 
-/// Where the bytes of up to eight characters of up to three bytes stand: the last byte and the one before it become
-/// the two bytes of a unit, the first of three bytes its uppermost bits.
-struct SGather {
-    SShuffle tail = nothing();
-    SShuffle lead = nothing();
-
-    constexpr void add(unsigned index, unsigned last, unsigned length) {
-        tail.from[2 * index] = static_cast<unsigned char>(last);
-        if (length > 1) {
-            tail.from[2 * index + 1] = static_cast<unsigned char>(last - 1);
-        }
-        if (length > 2) {
-            lead.from[2 * index] = static_cast<unsigned char>(last - 2);
-        }
-    }
-
-    void apply(__m128i bytes, unsigned short* out) const {
-        const __m128i low = _mm_shuffle_epi8(bytes, tail.load());
-        const __m128i high = _mm_shuffle_epi8(bytes, lead.load());
-        const __m128i last = _mm_and_si128(low, _mm_set1_epi16(0x7F));
-        const __m128i middle = _mm_srli_epi16(_mm_and_si128(low, _mm_set1_epi16(0x3F00)), 2);
-        store(out, _mm_or_si128(_mm_or_si128(last, middle), _mm_slli_epi16(high, 12)));
-    }
-};
-
 constexpr unsigned kGatherBytes = 8;
 constexpr unsigned kGatherKeys = 1U << kGatherBytes;
+constexpr unsigned kLookBack = 2;  ///< of the vectors; what begins a pair is looked for one byte earlier
 
-/// By a key with a bit set for each of eight bytes that does not end a character.
+/// By a key with a bit set for each of eight bytes that completes a unit: where that byte and the one before it stand
+/// in a vector that begins two bytes earlier.
 struct SGathers {
-    SGather byKey[kGatherKeys];
+    SShuffle byKey[kGatherKeys];
 };
 
 constexpr SGathers makeGathers() {
     SGathers gathers{};
     for (unsigned key = 0; key < kGatherKeys; ++key) {
-        unsigned index = 0;
-        unsigned begin = 0;
+        SShuffle& shuffle = gathers.byKey[key] = nothing();
+        unsigned to = 0;
         for (unsigned last = 0; last < kGatherBytes; ++last) {
-            if ((key >> last & 1U) == 0) {
-                gathers.byKey[key].add(index++, last, last + 1 - begin);
-                begin = last + 1;
+            if ((key >> last & 1U) != 0) {
+                shuffle.from[to++] = static_cast<unsigned char>(last + kLookBack);
+                shuffle.from[to++] = static_cast<unsigned char>(last + kLookBack - 1);
             }
         }
     }
     return gathers;
 }
 
-constexpr SGather makeFiveOfThree() {
-    SGather gather;
-    for (unsigned index = 0; index < 5; ++index) {
-        gather.add(index, 3 * index + 2, 3);
-    }
-    return gather;
+constexpr SGathers kGathers = makeGathers();
+
+inline __m256i all16(unsigned bits) {
+    return _mm256_set1_epi16(static_cast<short>(bits));
 }
 
-constexpr SGathers kGathers = makeGathers();
-constexpr SGather kFiveOfThree = makeFiveOfThree();
+/// Twice eight units, each from its last byte and the one before it (in `two`, the last byte lower), of characters of up
+/// to two bytes.
+inline __m256i unitsOf(__m256i two) {
+    const __m256i last = _mm256_and_si256(two, all16(0x7F));
+    const __m256i middle = _mm256_srli_epi16(_mm256_and_si256(two, all16(0x3F00)), 2);
+    const __m256i ofTwo = _mm256_srai_epi16(_mm256_slli_epi16(two, 8), 15);  // the last one follows
+    return _mm256_or_si256(last, _mm256_and_si256(middle, ofTwo));
+}
 
-/// Four characters of four bytes: four surrogate pairs.
-inline void fromFourOfFour(__m128i bytes, unsigned short* out) {
-    const __m128i payload = _mm_and_si128(bytes, _mm_set1_epi32(0x3F3F3F07));
-    const __m128i halves = _mm_maddubs_epi16(payload, _mm_set1_epi16(0x0140));  // first byte * 64 + second
-    const __m128i codes = _mm_madd_epi16(halves, _mm_set1_epi32(0x00011000));   // first half * 4096 + second
-    const __m128i high = _mm_add_epi32(_mm_srli_epi32(codes, 10), _mm_set1_epi32(0xD7C0));
-    const __m128i low = _mm_or_si128(_mm_and_si128(codes, _mm_set1_epi32(0x3FF)), _mm_set1_epi32(0xDC00));
-    store(out, _mm_or_si128(high, _mm_slli_epi32(low, 16)));
+/// The same of up to three bytes, of which `third` has the one before the other two.
+inline __m256i unitsOf(__m256i two, __m256i third) {
+    const __m256i ofTwo = _mm256_srai_epi16(_mm256_slli_epi16(two, 8), 15);
+    const __m256i ofThree = _mm256_and_si256(ofTwo, _mm256_cmpgt_epi16(all16(0xC000), two));  // both follow
+    return _mm256_or_si256(unitsOf(two), _mm256_and_si256(_mm256_slli_epi16(third, 12), ofThree));
+}
+
+/// The same where some units are surrogates: the third byte of four completes the high one, the fourth the low one.
+inline __m256i unitsAndPairsOf(__m256i two, __m256i third) {
+    const __m256i bothFollow =
+        _mm256_and_si256(_mm256_srai_epi16(_mm256_slli_epi16(two, 8), 15), _mm256_cmpgt_epi16(all16(0xC000), two));
+    const __m256i isHigh = _mm256_and_si256(bothFollow, _mm256_cmpgt_epi16(third, all16(0xEF)));
+    const __m256i follows =
+        _mm256_and_si256(_mm256_cmpgt_epi16(third, all16(0x7F)), _mm256_cmpgt_epi16(all16(0xC0), third));
+    const __m256i isLow = _mm256_and_si256(bothFollow, follows);
+    // Bits 10 and up of the code point, less the plane that pairs leave out.
+    const __m256i lead = _mm256_slli_epi16(_mm256_and_si256(third, all16(0x07)), 8);
+    const __m256i upper = _mm256_or_si256(_mm256_srli_epi16(_mm256_and_si256(two, all16(0x3F00)), 6),
+                                          _mm256_srli_epi16(_mm256_and_si256(two, all16(0x30)), 4));
+    const __m256i high = _mm256_add_epi16(_mm256_or_si256(lead, upper), all16(0xD7C0));
+    const __m256i low = _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi16(_mm256_and_si256(two, all16(0x0F00)), 2),
+                                                        _mm256_and_si256(two, all16(0x3F))),
+                                        all16(0xDC00));
+    return _mm256_blendv_epi8(_mm256_blendv_epi8(unitsOf(two, third), high, isHigh), low, isLow);
+}
+
+constexpr std::size_t kStep = 16;  ///< bytes that a step from UTF-8 takes, and units that it writes
+constexpr std::size_t kPlainStep = 64;
+
+/// The bytes of the whole vectors at the beginning that are ASCII: each takes a unit.
+inline std::size_t fromPlain(const char* text, std::size_t bytes, unsigned short* out) {
+    std::size_t at = 0;
+    for (; bytes - at >= SVector32::kBytes; at += SVector32::kBytes) {
+        const auto x = SVector32::load(text + at);
+        if (SVector32::marks(x) != 0) {
+            break;
+        }
+        SVector32::widen(x, out + at);
+    }
+    return at;
+}
+
+/// From the beginning of a character on, with three bytes before it, up to the end or the end of the room but for a few.
+/// It may stop inside a character.
+inline void fromUtf8BySteps(const char*& text, const char* end, unsigned short*& out,
+                            const unsigned short* outEnd) {
+    const auto left = [&] { return toSize(end - text); };
+    const auto room = [&] { return toSize(outEnd - out); };
+    // A step looks at the byte behind it, too.
+    while (left() > kStep && room() >= kStep) {
+        if (left() >= kPlainStep && room() >= kPlainStep) {
+            const auto a = SVector32::load(text);
+            const auto b = SVector32::load(text + SVector32::kBytes);
+            if (SVector32::marks(SVector32::either(a, b)) == 0) {
+                SVector32::widen(a, out);
+                SVector32::widen(b, out + SVector32::kBytes);
+                text += kPlainStep;
+                out += kPlainStep;
+                continue;
+            }
+        }
+        // As many again, since text that is not plain once is likely not to be so the next time.
+        for (std::size_t step = 0; step < kPlainStep / kStep && left() > kStep && room() >= kStep; ++step) {
+            const __m128i lookedBack = load(text - kLookBack);
+            const auto follow = static_cast<unsigned>(_mm_movemask_epi8(SVector16::continuation(load(text + 1))));
+            const bool hasLong =
+                _mm_movemask_epi8(SVector16::atLeastE0(lookedBack)) != 0 || asByte(text[-3]) >= 0xF0;
+            const auto thirdOfFour =
+                hasLong ? static_cast<unsigned>(_mm_movemask_epi8(SVector16::atLeastF0(lookedBack))) : 0;
+            const unsigned ends = (~follow | thirdOfFour) & 0xFFFFU;
+            const unsigned lower = ends & (kGatherKeys - 1);
+            const unsigned upper = ends >> kGatherBytes;
+            const __m256i source = _mm256_set_m128i(load(text + kGatherBytes - kLookBack), lookedBack);
+            const __m256i gather = _mm256_set_m128i(kGathers.byKey[upper].load(), kGathers.byKey[lower].load());
+            const __m256i two = _mm256_shuffle_epi8(source, gather);
+            __m256i made;
+            if (hasLong) {
+                const __m256i before = _mm256_or_si256(_mm256_sub_epi8(gather, all16(2)), all16(0xFF00));
+                const __m256i third = _mm256_shuffle_epi8(source, before);
+                const bool hasPairs = thirdOfFour != 0 || asByte(text[-3]) >= 0xF0;
+                made = hasPairs ? unitsAndPairsOf(two, third) : unitsOf(two, third);
+            } else {
+                made = unitsOf(two);
+            }
+            store(out, _mm256_castsi256_si128(made));
+            out += __builtin_popcount(lower);
+            store(out, _mm256_extracti128_si256(made, 1));
+            out += __builtin_popcount(upper);
+            text += kStep;
+        }
+    }
 }
 
 void fromUtf8AVX2(const char* text, std::size_t bytes, unsigned short* out, std::size_t units) {
-    constexpr unsigned kBlock = 2 * SVector32::kBytes;
-    constexpr unsigned kStep = 16;  // bytes that a step reads, and units that it writes
-    constexpr std::uint64_t kStepMask = 0xFFFF;
-    constexpr std::uint64_t kThrees = 0x6DB6;  // following bytes of five characters, and no sixth
-    constexpr std::uint64_t kFours = 0xEEEE;
     const char* const end = text + bytes;
-    unsigned short* const outEnd = out + units;
-
-    while (toSize(end - text) >= kBlock && toSize(outEnd - out) >= kStep) {
-        const auto a = SVector32::load(text);
-        const auto b = SVector32::load(text + SVector32::kBytes);
-        const auto marks = [&](__m256i ofA, __m256i ofB) {
-            return SVector32::marks(ofA) | std::uint64_t{SVector32::marks(ofB)} << SVector32::kBytes;
-        };
-        const std::uint64_t outside = marks(a, b);
-        if (outside == 0 && toSize(outEnd - out) >= kBlock) {
-            SVector32::widen(a, out);
-            SVector32::widen(b, out + SVector32::kBytes);
-            text += kBlock;
-            out += kBlock;
-            continue;
+    const unsigned short* const outEnd = out + units;
+    const std::size_t plain = fromPlain(text, bytes, out);
+    text += plain;
+    out += plain;
+    if (bytes - plain > 2 * kStep) {
+        for (std::size_t passed = plain; passed <= kLookBack;) {
+            const std::size_t length = VQUtf8::kSequenceLength[asByte(*text)];
+            out = put(VQUtf8::decode(text, length), out);
+            text += length;
+            passed += length;
         }
-        const std::uint64_t following = marks(SVector32::continuation(a), SVector32::continuation(b));
-        const std::uint64_t fours = marks(SVector32::atLeastF0(a), SVector32::atLeastF0(b));
-        unsigned at = 0;
-        do {
-            const __m128i x = load(text + at);
-            const std::uint64_t follow = following >> at;
-            if ((outside >> at & kStepMask) == 0) {
-                const __m256i wide = _mm256_cvtepu8_epi16(x);
-                store(out, _mm256_castsi256_si128(wide));
-                store(out + 8, _mm256_extracti128_si256(wide, 1));
-                at += kStep;
-                out += kStep;
-            } else if ((follow & kStepMask) == kThrees) {
-                kFiveOfThree.apply(x, out);
-                at += 15;
-                out += 5;
-            } else if ((follow & kStepMask) == kFours) {
-                fromFourOfFour(x, out);
-                at += 16;
-                out += 8;
-            } else {
-                // Characters end before each byte that does not follow; what is behind a four has to wait.
-                const std::uint64_t four = fours >> at;
-                const unsigned key = (follow >> 1 | (0 - (four & (0 - four)))) & (kGatherKeys - 1);
-                const unsigned ends = ~key & (kGatherKeys - 1);
-                if (ends != 0) {
-                    kGathers.byKey[key].apply(x, out);
-                    at += 32U - static_cast<unsigned>(__builtin_clz(ends));
-                    out += __builtin_popcount(ends);
-                } else {
-                    out = put(VQUtf8::decode(text + at, 4), out);
-                    at += 4;
-                }
-            }
-        } while (at <= kBlock - kStep && toSize(outEnd - out) >= kStep);
-        text += at;
+        fromUtf8BySteps(text, end, out, outEnd);
+        if (const std::size_t begun = VQUtf8::unfinishedBefore(text); begun != 0) {
+            text -= begun;
+            out -= begun < 3 ? 0 : 1;  // the high surrogate
+        }
     }
     fromUtf8<SVector16>(text, toSize(end - text), out, toSize(outEnd - out));
 }
@@ -213,100 +237,158 @@ constexpr SCloses makeClosesOfThree() {
 constexpr SCloses kClosesOfTwo = makeClosesOfTwo();
 constexpr SCloses kClosesOfThree = makeClosesOfThree();
 
-/// Eight units below 800.
-inline char* toUpToTwo(__m128i units, char* out) {
-    const __m128i wide = _mm_cmpgt_epi16(units, _mm_set1_epi16(0x7F));
-    const __m128i lead = _mm_or_si128(_mm_srli_epi16(units, 6), _mm_set1_epi16(0x80C0 - 0x10000));
-    const __m128i last = _mm_slli_epi16(_mm_and_si128(units, _mm_set1_epi16(0x3F)), 8);
-    const __m128i bytes = _mm_blendv_epi8(units, _mm_or_si128(lead, last), wide);
-    const auto key = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(wide, _mm_setzero_si128())));
-    store(out, _mm_shuffle_epi8(bytes, kClosesOfTwo.byKey[key].load()));
-    return out + 8 + __builtin_popcount(key);
+/// Sixteen units below 800.
+inline char* toUpToTwo(__m256i units, char* out) {
+    const auto all = [](unsigned bits) { return _mm256_set1_epi16(static_cast<short>(bits)); };
+    const __m256i wide = _mm256_cmpgt_epi16(units, all(0x7F));
+    const __m256i lead = _mm256_or_si256(_mm256_srli_epi16(units, 6), all(0x80C0));
+    const __m256i last = _mm256_slli_epi16(_mm256_and_si256(units, all(0x3F)), 8);
+    const __m256i bytes = _mm256_blendv_epi8(units, _mm256_or_si256(lead, last), wide);
+    const unsigned keys = SVector32::marks(_mm256_packs_epi16(wide, _mm256_setzero_si256()));
+    const unsigned lower = keys & (kCloseKeys - 1);
+    const unsigned upper = keys >> 16;
+    const __m256i close = _mm256_set_m128i(kClosesOfTwo.byKey[upper].load(), kClosesOfTwo.byKey[lower].load());
+    const __m256i closed = _mm256_shuffle_epi8(bytes, close);
+    store(out, _mm256_castsi256_si128(closed));
+    out += 8 + __builtin_popcount(lower);
+    store(out, _mm256_extracti128_si256(closed, 1));
+    return out + 8 + __builtin_popcount(upper);
 }
 
-/// Eight units without surrogates.
-inline char* toUpToThree(__m128i units, char* out) {
-    const __m256i x = _mm256_cvtepu16_epi32(units);
-    const auto all = [](int bits) { return _mm256_set1_epi32(bits); };
-    const __m256i last = _mm256_and_si256(x, all(0x3F));
-    const __m256i middle = _mm256_and_si256(_mm256_srli_epi32(x, 6), all(0x3F));
-    const __m256i two =
-        _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi32(x, 6), all(0x80C0)), _mm256_slli_epi32(last, 8));
-    const __m256i three =
-        _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi32(x, 12), all(0x8080E0)),
-                        _mm256_or_si256(_mm256_slli_epi32(middle, 8), _mm256_slli_epi32(last, 16)));
-    const __m256i second = _mm256_cmpgt_epi32(x, all(0x7F));
-    const __m256i third = _mm256_cmpgt_epi32(x, all(0x7FF));
-    const __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(x, two, second), three, third);
-    const auto seconds = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(second)));
-    const auto thirds = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(third)));
-    const unsigned lower = (seconds & 0xFU) | (thirds << 4 & 0xF0U);
-    const unsigned upper = seconds >> 4 | (thirds & 0xF0U);
-    store(out, _mm_shuffle_epi8(_mm256_castsi256_si128(bytes), kClosesOfThree.byKey[lower].load()));
-    out += 4 + __builtin_popcount(lower);
-    store(out, _mm_shuffle_epi8(_mm256_extracti128_si256(bytes, 1), kClosesOfThree.byKey[upper].load()));
-    return out + 4 + __builtin_popcount(upper);
+/// Twice four units: the code points, their forms of two and of three bytes, and which of these are meant.
+struct SForms {
+    __m256i codes;
+    __m256i two;
+    __m256i second;  ///< all bits set where there is a second byte
+    __m256i third;
+
+    explicit SForms(__m128i units) : codes(_mm256_cvtepu16_epi32(units)) {
+        two =
+            bytesOf(0x80C0, _mm256_srli_epi32(codes, 6), _mm256_slli_epi32(_mm256_and_si256(codes, all(0x3F)), 8));
+        second = _mm256_cmpgt_epi32(codes, all(0x7F));
+        third = _mm256_cmpgt_epi32(codes, all(0x7FF));
+    }
+
+    static __m256i all(unsigned bits) { return _mm256_set1_epi32(static_cast<int>(bits)); }
+    static __m256i bytesOf(unsigned marks, __m256i a, __m256i b) {
+        return _mm256_or_si256(all(marks), _mm256_or_si256(a, b));
+    }
+
+    /// Surrogates of pairs have two bytes each: the high one has the bits for the first two, and its last two bits are
+    /// the third byte's. `neighbours` are the units before and behind each.
+    void pair(__m128i before, __m128i behind) {
+        const auto isOf = [](__m256i x, unsigned kind) {
+            return _mm256_cmpeq_epi32(_mm256_and_si256(x, all(0xFC00)), all(kind));
+        };
+        const __m256i last = _mm256_cvtepu16_epi32(before);
+        const __m256i next = _mm256_cvtepu16_epi32(behind);
+        const __m256i isHigh = _mm256_and_si256(isOf(codes, 0xD800), isOf(next, 0xDC00));
+        const __m256i isLow = _mm256_and_si256(isOf(codes, 0xDC00), isOf(last, 0xD800));
+        const __m256i upper = _mm256_add_epi32(_mm256_and_si256(codes, all(0x3FF)), all(0x40));
+        const __m256i high =
+            bytesOf(0x80F0, _mm256_srli_epi32(upper, 8), _mm256_slli_epi32(_mm256_and_si256(upper, all(0xFC)), 6));
+        const __m256i third4 = _mm256_or_si256(_mm256_slli_epi32(_mm256_and_si256(last, all(3)), 4),
+                                               _mm256_and_si256(_mm256_srli_epi32(codes, 6), all(0xF)));
+        const __m256i low = bytesOf(0x8080, third4, _mm256_slli_epi32(_mm256_and_si256(codes, all(0x3F)), 8));
+        two = _mm256_blendv_epi8(_mm256_blendv_epi8(two, high, isHigh), low, isLow);
+        third = _mm256_andnot_si256(_mm256_or_si256(isHigh, isLow), third);
+    }
+
+    char* write(char* out) const {
+        const __m256i last = _mm256_slli_epi32(_mm256_and_si256(codes, all(0x3F)), 16);
+        const __m256i middle = _mm256_and_si256(_mm256_slli_epi32(codes, 2), all(0x3F00));
+        const __m256i three = _mm256_or_si256(bytesOf(0x8080E0, _mm256_srli_epi32(codes, 12), middle), last);
+        const __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(codes, two, second), three, third);
+        const auto seconds = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(second)));
+        const auto thirds = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(third)));
+        const unsigned lower = (seconds & 0xFU) | (thirds << 4 & 0xF0U);
+        const unsigned upper = seconds >> 4 | (thirds & 0xF0U);
+        store(out, _mm_shuffle_epi8(_mm256_castsi256_si128(bytes), kClosesOfThree.byKey[lower].load()));
+        out += 4 + __builtin_popcount(lower);
+        store(out, _mm_shuffle_epi8(_mm256_extracti128_si256(bytes, 1), kClosesOfThree.byKey[upper].load()));
+        return out + 4 + __builtin_popcount(upper);
+    }
+};
+
+/// Where a step stopped inside a pair, goes on behind it.
+inline void completePair(const unsigned short*& units, std::size_t& count, char*& out) {
+    if (count != 0 && VQUtf8::isHighSurrogate(units[-1]) && VQUtf8::isLowSurrogate(*units)) {
+        out = VQUtf8::encode(VQUtf8::combine(units[-1], *units), out - 2);  // with the two bytes of the high one
+        ++units;
+        --count;
+    }
 }
 
-/// Four surrogate pairs.
-inline char* toFourOfFour(__m128i units, char* out) {
-    const auto all = [](int bits) { return _mm_set1_epi32(bits); };
-    const __m128i high = _mm_add_epi32(_mm_and_si128(units, all(0x3FF)), all(0x40));  // with the plane left out
-    const __m128i low = _mm_and_si128(_mm_srli_epi32(units, 16), all(0x3FF));
-    const __m128i code = _mm_or_si128(_mm_slli_epi32(high, 10), low);
-    const __m128i first = _mm_srli_epi32(code, 18);
-    const __m128i second = _mm_and_si128(_mm_srli_epi32(code, 4), all(0x3F00));
-    const __m128i third = _mm_and_si128(_mm_slli_epi32(code, 10), all(0x3F0000));
-    const __m128i fourth = _mm_and_si128(_mm_slli_epi32(code, 24), all(0x3F000000));
-    const __m128i bytes = _mm_or_si128(_mm_or_si128(first, second), _mm_or_si128(third, fourth));
-    store(out, _mm_or_si128(bytes, all(static_cast<int>(0x808080F0U))));
-    return out + 16;
+constexpr std::size_t kPlainUnits = 32;  ///< units, and bytes, of a plain step to UTF-8
+constexpr std::size_t kUnits = 8;        ///< units that a step takes, or twice as many
+constexpr std::size_t kStepRoom = 32;    ///< bytes that it writes, or twice as many
+
+/// One step for `Halves` times eight units: false, and nothing done, where zeros are among them.
+template <std::size_t Halves>
+inline bool stepToUtf8(const unsigned short* units, char*& out) {
+    const auto marks16 = [](__m128i x) { return static_cast<unsigned>(_mm_movemask_epi8(x)); };
+    const auto all = [](unsigned bits) { return _mm_set1_epi16(static_cast<short>(bits)); };
+    const __m128i zero = _mm_setzero_si128();
+    __m128i x[Halves];
+    __m128i zeros = zero;
+    __m128i uppermost = zero;
+    for (std::size_t i = 0; i < Halves; ++i) {
+        x[i] = load(units + i * kUnits);
+        zeros = _mm_or_si128(zeros, _mm_cmpeq_epi16(x[i], zero));
+        uppermost = _mm_or_si128(uppermost, _mm_and_si128(x[i], all(0xF800)));
+    }
+    if (marks16(zeros) != 0) {
+        return false;
+    }
+    if (Halves == 2 && marks16(_mm_cmpeq_epi16(uppermost, zero)) == 0xFFFF) {
+        out = toUpToTwo(_mm256_set_m128i(x[Halves - 1], x[0]), out);
+        return true;
+    }
+    for (std::size_t i = 0; i < Halves; ++i) {
+        SForms forms(x[i]);
+        if (marks16(_mm_cmpeq_epi16(_mm_and_si128(x[i], all(0xF800)), all(0xD800))) != 0) {
+            forms.pair(load(units + i * kUnits - 1), load(units + i * kUnits + 1));
+        }
+        out = forms.write(out);
+    }
+    return true;
+}
+
+/// From behind at least one unit on, as long as units and room are there for whole steps and a unit is behind them. May
+/// stop inside a pair.
+template <std::size_t Halves>
+inline void toUtf8BySteps(const unsigned short*& units, std::size_t& count, char*& out, const char* outEnd) {
+    while (count > Halves * kUnits && toSize(outEnd - out) >= Halves * kStepRoom) {
+        if (stepToUtf8<Halves>(units, out)) {
+            units += Halves * kUnits;
+            count -= Halves * kUnits;
+        } else {
+            completePair(units, count, out);
+            encodeUnits(units, count, out, kUnits);
+        }
+    }
+}
+
+inline void toPlain(const unsigned short*& units, std::size_t& count, char*& out) {
+    for (; count >= kPlainUnits; units += kPlainUnits, count -= kPlainUnits, out += kPlainUnits) {
+        const __m256i narrow = SVector32::narrow(units);
+        if (SVector32::marks(SVector32::outsideAscii(narrow)) != 0) {
+            break;
+        }
+        const __m256i inOrder = _mm256_permute4x64_epi64(narrow, 0xD8);
+        store(out, _mm256_castsi256_si128(inOrder));
+        store(out + sizeof(__m128i), _mm256_extracti128_si256(inOrder, 1));
+    }
 }
 
 void toUtf8AVX2(const unsigned short* units, std::size_t count, char* out, std::size_t bytes) {
-    constexpr std::size_t kMost = 32;  // bytes that a step writes
-    constexpr std::size_t kStep = 8;   // units that it takes, unless all of 32 are ASCII
     const char* const outEnd = out + bytes;
-    const auto marks16 = [](__m128i x) { return static_cast<unsigned>(_mm_movemask_epi8(x)); };
-    const auto equal = [](__m128i x, int to) { return _mm_cmpeq_epi16(x, _mm_set1_epi16(static_cast<short>(to))); };
-
-    while (count >= 4 * kStep && toSize(outEnd - out) >= kMost) {
-        const auto* const from = static_cast<const __m256i*>(static_cast<const void*>(units));
-        const __m256i a = _mm256_loadu_si256(from);
-        const __m256i b = _mm256_loadu_si256(from + 1);
-        // Saturation makes a zero or a byte from 80 on of every unit that is not ASCII.
-        const __m256i narrow = _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
-        const unsigned outside = SVector32::marks(SVector32::outsideAscii(narrow));
-        if (outside == 0) {
-            store(out, _mm256_castsi256_si128(narrow));
-            store(out + 16, _mm256_extracti128_si256(narrow, 1));
-            units += 4 * kStep;
-            count -= 4 * kStep;
-            out += kMost;
-            continue;
-        }
-        for (std::size_t step = 0; step < 4 && toSize(outEnd - out) >= kMost; ++step) {
-            const __m128i x = load(units);
-            const unsigned zeros = marks16(equal(x, 0));
-            const __m128i uppermost = _mm_and_si128(x, _mm_set1_epi16(static_cast<short>(0xF800)));
-            const unsigned surrogates = marks16(equal(uppermost, 0xD800));
-            if (zeros == 0 && marks16(equal(uppermost, 0)) == 0xFFFF) {
-                out = toUpToTwo(x, out);
-            } else if ((zeros | surrogates) == 0) {
-                out = toUpToThree(x, out);
-            } else {
-                const __m128i half = _mm_and_si128(x, _mm_set1_epi16(static_cast<short>(0xFC00)));
-                const unsigned pairs =
-                    marks16(_mm_cmpeq_epi32(half, _mm_set1_epi32(static_cast<int>(0xDC00D800U))));
-                if (pairs != 0xFFFF) {
-                    encodeUnits(units, count, out, kStep);
-                    break;
-                }
-                out = toFourOfFour(x, out);
-            }
-            units += kStep;
-            count -= kStep;
-        }
+    toPlain(units, count, out);
+    if (count > 2 * kUnits) {
+        encodeUnits(units, count, out, 1);
+        toUtf8BySteps<2>(units, count, out, outEnd);
+        toUtf8BySteps<1>(units, count, out, outEnd);
+        completePair(units, count, out);
     }
     toUtf8<SVector16>(units, count, out, toSize(outEnd - out));
 }

@@ -62,6 +62,12 @@ inline bool walkWellFormed(const char* text, std::size_t bytes, std::size_t to, 
     return true;
 }
 
+/// Marks the bytes that start only what is overlong.
+template <class V>
+inline typename V::Vector overlongOfTwo(typename V::Vector x) {
+    return V::equal(V::both(x, V::splat('\xFE')), V::splat('\xC0'));
+}
+
 /// Marks what is not well-formed in the vector `x` at `text`.
 template <class V>
 inline typename V::Vector malformed(const char* text, typename V::Vector x) {
@@ -73,37 +79,87 @@ inline typename V::Vector malformed(const char* text, typename V::Vector x) {
     const auto f4 = after(0xF4);
     const auto wrongAfterE = V::both(V::either(e0, ed), V::differ(V::atLeastA0(x), e0));
     const auto wrongAfterF = V::both(V::either(f0, f4), V::differ(V::atLeast90(x), f0));
-    const auto c0c1 = V::equal(V::both(x, V::splat('\xFE')), V::splat('\xC0'));
-    const auto never = V::either(c0c1, V::atLeastF5(x));
+    const auto never = V::either(overlongOfTwo<V>(x), V::atLeastF5(x));
     return V::either(V::either(wrongAfterE, wrongAfterF), V::either(never, VQUtf8::irregular<V>(text, x)));
+}
+
+/// The same where no character has more than two bytes.
+template <class V>
+inline typename V::Vector malformedUpToTwo(const char* text, typename V::Vector x) {
+    const auto announced = V::atLeastC0(V::load(text - 1));
+    return V::either(V::differ(announced, V::continuation(x)), overlongOfTwo<V>(x));
+}
+
+/// Counts the units of `Vectors` vectors; false where something in them is not well-formed.
+template <class V, std::size_t Vectors>
+inline bool tallyWellFormed(const char* text, typename V::Tally& tally) {
+    auto longer = V::atLeastE0(V::load(text - 3));
+    typename V::Vector x[Vectors];
+    for (std::size_t i = 0; i < Vectors; ++i) {
+        x[i] = V::load(text + i * V::kBytes);
+        longer = V::either(longer, V::atLeastE0(x[i]));
+        tally.add(V::differ(V::continuation(x[i]), V::splat('\xFF')));
+    }
+    auto wrong = V::splat('\0');
+    if (V::marks(longer) == 0) {
+        for (std::size_t i = 0; i < Vectors; ++i) {
+            wrong = V::either(wrong, malformedUpToTwo<V>(text + i * V::kBytes, x[i]));
+        }
+    } else {
+        for (std::size_t i = 0; i < Vectors; ++i) {
+            wrong = V::either(wrong, malformed<V>(text + i * V::kBytes, x[i]));
+            tally.add(V::equal(V::both(x[i], V::splat('\xF8')), V::splat('\xF0')));
+        }
+    }
+    tally.settle();
+    return V::marks(wrong) == 0;
+}
+
+/// The bytes of the whole vectors at the beginning that are ASCII.
+template <class V>
+std::size_t passPlain(const char* text, std::size_t bytes) {
+    std::size_t at = 0;
+    for (; bytes - at >= VQUtf8::kGroup * V::kBytes; at += VQUtf8::kGroup * V::kBytes) {
+        typename V::Vector all = V::load(text + at);
+        for (std::size_t i = 1; i < VQUtf8::kGroup; ++i) {
+            all = V::either(all, V::load(text + at + i * V::kBytes));
+        }
+        if (V::marks(all) != 0) {
+            break;
+        }
+    }
+    while (bytes - at >= V::kBytes && V::marks(V::load(text + at)) == 0) {
+        at += V::kBytes;
+    }
+    return at;
 }
 
 template <class V>
 std::size_t measure(const char* text, std::size_t bytes) {
     constexpr std::size_t kLookBack = 3;
-    std::size_t at = 0;
-    std::size_t units = 0;
-    if (bytes >= kLookBack + V::kBytes) {
+    std::size_t at = passPlain<V>(text, bytes);
+    std::size_t units = at;
+    if (bytes - at >= kLookBack + V::kBytes) {
         if (!walkWellFormed(text, bytes, kLookBack, at, units)) {
             return kMalformed;
         }
         typename V::Tally tally;
-        for (; bytes - at >= V::kBytes; at += V::kBytes) {
+        while (bytes - at >= V::kBytes) {
             const char* const place = text + at;
-            const auto x = V::load(place);
-            if (V::marks(x) == 0) {
+            if (V::marks(V::load(place)) == 0) {
                 if (VQUtf8::unfinishedBefore(place) != 0) {
                     return kMalformed;
                 }
                 units += V::kBytes;
+                at += V::kBytes;
                 continue;
             }
-            if (V::marks(malformed<V>(place, x)) != 0) {
+            // Several, as text that is not plain once is likely not to be so the next time.
+            const bool group = bytes - at >= VQUtf8::kGroup * V::kBytes;
+            if (!(group ? tallyWellFormed<V, VQUtf8::kGroup>(place, tally) : tallyWellFormed<V, 1>(place, tally))) {
                 return kMalformed;
             }
-            tally.add(V::differ(V::continuation(x), V::splat('\xFF')));
-            tally.add(V::equal(V::both(x, V::splat('\xF8')), V::splat('\xF0')));
-            tally.settle();
+            at += group ? VQUtf8::kGroup * V::kBytes : V::kBytes;
         }
         units += tally.total();
         if (const std::size_t begun = VQUtf8::unfinishedBefore(text + at); begun != 0) {
@@ -140,9 +196,14 @@ void fromUtf8(const char* text, std::size_t bytes, unsigned short* out, std::siz
             const auto x = V::load(text);
             const auto marks = V::marks(x);
             V::widen(x, out);
-            const std::size_t ascii = marks == 0 ? V::kBytes : VQUtf8::firstOf<V>(marks);
-            text += ascii;
-            out += ascii;
+            // A branch: while all is ASCII, the next step does not wait for the marks.
+            if (marks == 0) {
+                text += V::kBytes;
+                out += V::kBytes;
+            } else {
+                text += VQUtf8::firstOf<V>(marks);
+                out += VQUtf8::firstOf<V>(marks);
+            }
         } else {
             *out++ = static_cast<unsigned short>(lead);
             ++text;
@@ -150,34 +211,47 @@ void fromUtf8(const char* text, std::size_t bytes, unsigned short* out, std::siz
     }
 }
 
-/// Blocks of fixed size, which compilers turn into vectors; `V` only tells the builds apart.
-template <class V>
-SUtf8Extent measureUtf8(const unsigned short* units, std::size_t count) {
-    constexpr std::size_t kBlock = 64;
-    SUtf8Extent extent{0, 0};
-    const auto add = [&extent](const unsigned short* at, std::size_t block, std::size_t pairsWithin) {
-        unsigned characters = 0;
-        unsigned further = 0;
-        for (std::size_t i = 0; i < block; ++i) {
-            characters += at[i] != 0 ? 1U : 0U;
-            further += (at[i] >= 0x80 ? 1U : 0U) + (at[i] >= 0x800 ? 1U : 0U);
-        }
-        unsigned pairs = 0;
-        for (std::size_t i = 0; i < pairsWithin; ++i) {
-            const unsigned high = VQUtf8::isHighSurrogate(at[i]) ? 1U : 0U;
-            const unsigned low = VQUtf8::isLowSurrogate(at[i + 1]) ? 1U : 0U;
-            pairs += high & low;
-        }
+/// Of `N` units and the one behind. A loop of fixed length, which compilers make vectors of.
+template <std::size_t N>
+inline void count(const unsigned short* units, SUtf8Extent& extent) {
+    unsigned short bytes = 0;
+    unsigned short characters = 0;
+    for (std::size_t i = 0; i < N; ++i) {
+        const bool there = units[i] != 0;
+        const bool pair = (((units[i] & 0xFC00) ^ 0xD800) | ((units[i + 1] & 0xFC00) ^ 0xDC00)) == 0;
         // Of the six bytes of two surrogates a pair takes four.
-        extent.bytes += characters + further - 2 * pairs;
-        extent.characters += characters - pairs;
-    };
-    for (; count > kBlock; count -= kBlock, units += kBlock) {
-        add(units, kBlock, kBlock);
+        bytes = static_cast<unsigned short>(bytes + there + (units[i] >= 0x80) + (units[i] >= 0x800) - 2 * pair);
+        characters = static_cast<unsigned short>(characters + there - pair);
     }
-    if (count != 0) {
-        add(units, count, count - 1);
+    extent.bytes += bytes;
+    extent.characters += characters;
+}
+
+template <class V>
+SUtf8Extent measureUtf8(const unsigned short* units, std::size_t left) {
+    SUtf8Extent extent{0, 0};
+    for (; left > V::kBytes && V::arePlain(units); units += V::kBytes, left -= V::kBytes) {
+        extent.bytes += V::kBytes;
     }
+    extent.characters = extent.bytes;
+    while (left > V::kBytes) {
+        std::size_t step = V::kBytes;
+        if (const std::size_t wide = V::countWide(units); wide <= step) {
+            extent.bytes += step + wide;
+            extent.characters += step;
+        } else if (left > VQUtf8::kGroup * step) {
+            // As text with longer characters is likely to have more of them.
+            step *= VQUtf8::kGroup;
+            count<VQUtf8::kGroup * V::kBytes>(units, extent);
+        } else {
+            count<V::kBytes>(units, extent);
+        }
+        units += step;
+        left -= step;
+    }
+    unsigned short last[V::kBytes + 1] = {};  // zeros do not count
+    std::memcpy(last, units, left * sizeof *units);
+    count<V::kBytes>(last, extent);
     return extent;
 }
 
@@ -213,9 +287,15 @@ void toUtf8(const unsigned short* units, std::size_t count, char* out, std::size
         const bool ascii = *units - 1U < 0x7F;
         if (ascii && count >= V::kBytes && VQUtf8::toSize(outEnd - out) >= V::kBytes) {
             const std::size_t narrowed = V::narrow(units, out);
-            units += narrowed;
-            count -= narrowed;
-            out += narrowed;
+            if (narrowed == V::kBytes) {  // a branch, as above
+                units += V::kBytes;
+                count -= V::kBytes;
+                out += V::kBytes;
+            } else {
+                units += narrowed;
+                count -= narrowed;
+                out += narrowed;
+            }
         } else {
             encodeUnits(units, count, out, 1);
         }

@@ -6,7 +6,8 @@
 // `both` and `differ`. `marks` turns the top bits into an integer with kMarkBits bits for each byte, the first byte lowest.
 // `plainGroup` says whether kGroup aligned vectors hold nothing outsideAscii. `Tally` counts the bytes of a view.
 // `widen` makes a 16-bit unit of each byte. `narrow` makes bytes of kBytes units and says how many of them, from the
-// first on, are 1 to 7F; what it writes behind these is of no use.
+// first on, are 1 to 7F; what it writes behind these is of no use. `arePlain` says whether all of them are. `countWide`
+// says how many are from 80 on, when all are 1 to 7FF, and else more than kBytes.
 //
 // Everything here has internal linkage and uses no function of the standard library that a compiler may place
 // elsewhere: the same code built for other processors must never be merged with it.

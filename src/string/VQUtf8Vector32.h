@@ -42,6 +42,23 @@ struct SVector32 {
         store(out, _mm256_castsi256_si128(x));
         store(out + kBytes / 2, _mm256_extracti128_si256(x, 1));
     }
+    /// The first, second, third and fourth eight units go to the first, third, second and fourth eight bytes. Saturation
+    /// makes a zero or a byte from 80 on of every unit that is not ASCII.
+    static Vector narrow(const unsigned short* units) {
+        const auto* const from = static_cast<const Vector*>(static_cast<const void*>(units));
+        return _mm256_packus_epi16(_mm256_loadu_si256(from), _mm256_loadu_si256(from + 1));
+    }
+    static bool arePlain(const unsigned short* units) { return marks(outsideAscii(narrow(units))) == 0; }
+    static std::size_t countWide(const unsigned short* units) {
+        const auto* const from = static_cast<const Vector*>(static_cast<const void*>(units));
+        const Vector all = either(_mm256_loadu_si256(from), _mm256_loadu_si256(from + 1));
+        const Vector x = narrow(units);
+        if (_mm256_testz_si256(all, _mm256_set1_epi16(static_cast<short>(0xF800))) == 0 ||
+            marks(equal(x, splat('\0'))) != 0) {
+            return kBytes + 1;
+        }
+        return toSize(__builtin_popcount(marks(x)));
+    }
     static Marks marks(Vector x) { return static_cast<Marks>(_mm256_movemask_epi8(x)); }
 
     static bool plainGroup(const char* p) {

@@ -44,10 +44,26 @@ struct SVector16 {
         _mm_storeu_si128(to, _mm_unpacklo_epi8(x, _mm_setzero_si128()));
         _mm_storeu_si128(to + 1, _mm_unpackhi_epi8(x, _mm_setzero_si128()));
     }
-    static std::size_t narrow(const unsigned short* units, char* out) {
+    static Vector narrow(const unsigned short* units) {
         const auto* const from = static_cast<const Vector*>(static_cast<const void*>(units));
         // Saturation makes a zero or a byte from 80 on of every unit that is not ASCII.
-        const Vector x = _mm_packus_epi16(_mm_loadu_si128(from), _mm_loadu_si128(from + 1));
+        return _mm_packus_epi16(_mm_loadu_si128(from), _mm_loadu_si128(from + 1));
+    }
+    static bool arePlain(const unsigned short* units) { return marks(outsideAscii(narrow(units))) == 0; }
+    static std::size_t countWide(const unsigned short* units) {
+        const auto* const from = static_cast<const Vector*>(static_cast<const void*>(units));
+        const Vector all = either(_mm_loadu_si128(from), _mm_loadu_si128(from + 1));
+        const Vector longer = both(all, _mm_set1_epi16(static_cast<short>(0xF800)));
+        const Vector x = narrow(units);
+        if (marks(equal(longer, splat('\0'))) != 0xFFFF || marks(equal(x, splat('\0'))) != 0) {
+            return kBytes + 1;
+        }
+        const Vector ones = both(_mm_cmpgt_epi8(splat('\0'), x), splat('\1'));
+        const Vector sums = _mm_sad_epu8(ones, splat('\0'));
+        return toSize(_mm_cvtsi128_si32(_mm_add_epi32(sums, _mm_unpackhi_epi64(sums, sums))));
+    }
+    static std::size_t narrow(const unsigned short* units, char* out) {
+        const Vector x = narrow(units);
         _mm_storeu_si128(static_cast<Vector*>(static_cast<void*>(out)), x);
         return toSize(__builtin_ctz(marks(outsideAscii(x)) | 1U << kBytes));
     }
@@ -119,6 +135,25 @@ struct SVectorWord {
         for (std::size_t i = 0; i < kBytes; ++i) {
             out[i] = static_cast<unsigned char>(x >> (8 * i));
         }
+    }
+    static bool arePlain(const unsigned short* units) {
+        constexpr Vector kOutside = 0xFF80FF80FF80FF80U;
+        constexpr Vector kOnes = 0x0001000100010001U;
+        Vector a;
+        Vector b;
+        std::memcpy(&a, units, sizeof a);
+        std::memcpy(&b, units + sizeof a / sizeof *units, sizeof b);
+        // Where no higher bits are, a one is borrowed from beyond just by a unit that is zero.
+        return ((a | b | (a - kOnes) | (b - kOnes)) & kOutside) == 0;
+    }
+    static std::size_t countWide(const unsigned short* units) {
+        std::size_t wide = 0;
+        bool longer = false;
+        for (std::size_t i = 0; i < kBytes; ++i) {
+            wide += units[i] >= 0x80 ? 1U : 0U;
+            longer |= units[i] - 1U >= 0x7FF;
+        }
+        return longer ? kBytes + 1 : wide;
     }
     static std::size_t narrow(const unsigned short* units, char* out) {
         std::size_t done = 0;
