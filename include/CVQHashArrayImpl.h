@@ -76,14 +76,14 @@ public:
     CVQHashArrayItem* tableEntryFor(const void* key) const { return mBuckets + (hash(key) & mMask); }
 
     /// The first item in chain order that has the key, or null.
-    CVQHashArrayItem* lookup(const void* key) const;
+    CVQHashArrayItem* lookup(const void* key) const { return lookupWith(*this, key); }
 
     /// Inserts copies of both, without looking for an equal key. When that makes twice as many items as buckets,
     /// the table is first rebuilt with as many buckets as items.
     CVQHashArrayItem* fastInsert(void* key, void* value);
 
     /// As `fastInsert`, but null, with nothing changed, when there is an equal key.
-    CVQHashArrayItem* insertNew(void* key, void* value);
+    CVQHashArrayItem* insertNew(void* key, void* value) { return insertNewWith(*this, key, value); }
 
     /// Places a key and a value in `bucket` as they are, uncounted: into its cell when it is empty, otherwise into a
     /// new node directly behind the cell. Not for a table without an array.
@@ -125,6 +125,18 @@ protected:
     /// A table without an array.
     CVQHashArrayImpl() noexcept { forgetArray(); }
 
+    /// The bodies of the operations, for a deriving class that calls them with itself as `hooks`: when it is final,
+    /// its hooks are called directly, and may be compiled in.
+    template <class Hooks>
+    CVQHashArrayItem* lookupWith(const Hooks& hooks, const void* key) const {
+        return findInBucket(hooks, mBuckets + (hooks.hash(key) & mMask), key);
+    }
+    template <class Hooks>
+    CVQHashArrayItem* insertNewWith(const Hooks& hooks, void* key, void* value) {
+        CVQHashArrayItem* const bucket = mBuckets + (hooks.hash(key) & mMask);
+        return findInBucket(hooks, bucket, key) == nullptr ? insertCounted(bucket, key, value) : nullptr;
+    }
+
     /// Takes over the array of `other`, which has none afterwards. The items of a former array are forgotten. Every
     /// chain is walked to its end, which points into the table that it belongs to.
     void take(CVQHashArrayImpl& other) noexcept;
@@ -140,7 +152,31 @@ private:
         return nullptr;
     }
 
-    CVQHashArrayItem* findInBucket(CVQHashArrayItem* bucket, const void* key) const;
+    template <class Hooks>
+    CVQHashArrayItem* findInBucket(const Hooks& hooks, CVQHashArrayItem* bucket, const void* key) const {
+        CVQHashArrayItem* item = bucket;
+        if (item->mNext == nullptr) {
+            return nullptr;
+        }
+        mSentinel.mKey = const_cast<void*>(key);
+        if (hooks.comparisonKind() == kCompareByIdentity) {
+            while (item->mKey != key) {
+                item = item->mNext;
+            }
+            return item != &mSentinel ? item : nullptr;
+        }
+        do {
+            // Comparing waits for what the key points to; the next node may as well come meanwhile.
+            CVQHashArrayItem* const next = item->mNext;
+            __builtin_prefetch(next);
+            if (hooks.equal(item->mKey, key)) {
+                return item;
+            }
+            item = next;
+        } while (item != &mSentinel);
+        return nullptr;
+    }
+
     CVQHashArrayItem* insertCounted(CVQHashArrayItem* bucket, void* key, void* value);
     CVQHashArrayItem* place(CVQHashArrayItem* bucket, void* key, void* value, CVQHashArrayItem* node);
     void forgetArray() noexcept;

@@ -31,6 +31,7 @@
 #include <VQExport.h>
 
 #include <cstddef>
+#include <cstdint>
 
 struct CVQHashMapItem {
     /// A pointer, or in its place a value of another type that fits.
@@ -87,15 +88,10 @@ public:
         if (VQ_UNLIKELY(mPrevious.mCells != nullptr)) {
             settle();
         }
-        CVQHashMapItem* const bucket = hash(key);
-        if (bucket->mKey == key) {
-            mLastKey = key;
-            return bucket->mValue;
-        }
-        return access(bucket, key);
+        return access(hash(key), key);
     }
 
-    /// The rest of it: `bucket` is that of `key`, and the key is not in the bucket's cell.
+    /// The rest of it: `bucket` is that of `key`, and no previous array is kept.
     void*& access(CVQHashMapItem* bucket, unsigned int key) {
         CVQHashMapItem* const item = walk(bucket, key);
         if (VQ_LIKELY(item != &mSentinel)) {
@@ -159,8 +155,27 @@ private:
         unsigned int mMask;
     };
 
+    /// With more buckets than these a table is taken not to fit the processor's caches.
+    static constexpr unsigned int kBucketsInCache = 1U << 14U;
+
+    /// `yes` or `no`, without a jump.
+    static CVQHashMapItem* choose(bool condition, CVQHashMapItem* yes, CVQHashMapItem* no) {
+        const auto whenTrue = reinterpret_cast<std::uintptr_t>(yes);
+        const auto whenFalse = reinterpret_cast<std::uintptr_t>(no);
+        const std::uintptr_t mask = std::uintptr_t{0} - std::uintptr_t{condition};
+        return reinterpret_cast<CVQHashMapItem*>(whenFalse ^ ((whenTrue ^ whenFalse) & mask));
+    }
+
+    /// The item that has the key, from `item` on, or the end marker.
     CVQHashMapItem* walk(CVQHashMapItem* item, unsigned int key) const {
         mSentinel.mKey = key;
+        // About every third key is not the first of its bucket, so a jump is foretold wrongly as often. In the caches
+        // that costs more than going the first two steps without one. Out of them it costs less: what the processor
+        // begins on a guess is the next look-up's wait for memory.
+        if (mTable.mMask < kBucketsInCache) {
+            item = choose(item->mKey == key, item, item->mNext);
+            item = choose(item->mKey == key, item, item->mNext);
+        }
         while (item->mKey != key) {
             item = item->mNext;
         }
@@ -171,11 +186,13 @@ private:
     static CVQHashMapItem* newestOf(const STable& table);
     CVQHashMapItem* findKept(unsigned int key) const;
     CVQHashMapItem* homeKept(CVQHashMapItem* item) const;
-    CVQHashMapItem* claim(unsigned int key);
+    CVQHashMapItem* claim(CVQHashMapItem* bucket, unsigned int key);
+    CVQHashMapItem* bucketWithRoom(unsigned int key);
     void*& create(CVQHashMapItem* bucket, unsigned int key);
     void*& refuse();
     void dropRefused();
     void settle();
+    void allocateTable(std::size_t n);
     void takeBuckets(std::size_t n);
     void transfer(const CVQHashMapImpl& source);
     void forgetArrays() noexcept;

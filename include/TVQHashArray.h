@@ -51,12 +51,12 @@ public:
 
     /// False, with nothing changed, when the key is there already.
     bool insert(const K& key, const V& value) {
-        return mEngine.insertNew(KeySlot::borrow(key), ValueSlot::borrow(value)) != nullptr;
+        return mEngine.insertUnique(KeySlot::borrow(key), ValueSlot::borrow(value)) != nullptr;
     }
 
     /// The key's value, or null.
     V* find(const K& key) {
-        CVQHashArrayItem* const item = mEngine.lookup(KeySlot::borrow(key));
+        CVQHashArrayItem* const item = mEngine.find(KeySlot::borrow(key));
         return item != nullptr ? &ValueSlot::get(&item->mValue) : nullptr;
     }
     const V* find(const K& key) const { return const_cast<TVQHashArray*>(this)->find(key); }
@@ -108,6 +108,9 @@ private:
             return *this;
         }
         ~CEngine() override { destroy(); }
+
+        CVQHashArrayItem* find(const void* key) const { return lookupWith(*this, key); }
+        CVQHashArrayItem* insertUnique(void* key, void* value) { return insertNewWith(*this, key, value); }
 
         unsigned int hash(const void* key) const override { return Key::hash(View(key).get()); }
         int comparisonKind() const override { return kIsIdentity ? kCompareByIdentity : 0; }

@@ -15,6 +15,9 @@ constexpr unsigned kLineTooManyBuckets = 1;
 
 constexpr unsigned kLargestThatNeverShrinks = 1024;
 
+/// How many buckets ahead a rebuilding table asks for keys and nodes: by then memory has answered.
+constexpr unsigned kAhead = 8;
+
 /// What a table without an array has for its buckets: one that stays empty, as the first item makes the table grow.
 constexpr CVQHashArrayItem kEmptyBucket{};
 
@@ -94,36 +97,9 @@ void CVQHashArrayImpl::clear() {
     init(2);
 }
 
-CVQHashArrayItem* CVQHashArrayImpl::findInBucket(CVQHashArrayItem* bucket, const void* key) const {
-    if (bucket->mNext == nullptr) {
-        return nullptr;
-    }
-    CVQHashArrayItem* item = bucket;
-    mSentinel.mKey = const_cast<void*>(key);
-    if (comparisonKind() == kCompareByIdentity) {
-        while (item->mKey != key) {
-            item = item->mNext;
-        }
-    } else {
-        while (item != &mSentinel && !equal(item->mKey, key)) {
-            item = item->mNext;
-        }
-    }
-    return item != &mSentinel ? item : nullptr;
-}
-
-CVQHashArrayItem* CVQHashArrayImpl::lookup(const void* key) const {
-    return findInBucket(tableEntryFor(key), key);
-}
-
 CVQHashArrayItem* CVQHashArrayImpl::fastInsert(void* key, void* value) {
     // Kept: hasharray-second-key. Callers that know their keys to be new save the search.
     return insertCounted(tableEntryFor(key), key, value);
-}
-
-CVQHashArrayItem* CVQHashArrayImpl::insertNew(void* key, void* value) {
-    CVQHashArrayItem* const bucket = tableEntryFor(key);
-    return findInBucket(bucket, key) == nullptr ? insertCounted(bucket, key, value) : nullptr;
 }
 
 CVQHashArrayItem* CVQHashArrayImpl::insertCounted(CVQHashArrayItem* bucket, void* key, void* value) {
@@ -212,6 +188,11 @@ void CVQHashArrayImpl::rehash(std::size_t count) {
     };
     for (unsigned i = 0; i < oldBucketCount; ++i) {
         CVQHashArrayItem* const cell = oldBuckets + i;
+        if (oldBucketCount - i > kAhead) {
+            // What will be hashed, if the key is a pointer (if not, nothing comes of it), and the node after it.
+            __builtin_prefetch(cell[kAhead].mKey);
+            __builtin_prefetch(cell[kAhead].mNext);
+        }
         if (cell->mNext == nullptr) {
             continue;
         }

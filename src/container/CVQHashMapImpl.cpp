@@ -14,6 +14,9 @@ constexpr unsigned kLineInsertKeyZero = 1;
 constexpr unsigned kLineAccessKeyZero = 2;
 constexpr unsigned kLineTooManyBuckets = 3;
 
+/// How many keys ahead a rebuilding table asks for their buckets: by then memory has answered.
+constexpr std::ptrdiff_t kAhead = 8;
+
 constexpr char kKeyZero[] = "Key 0 cannot be stored";
 
 constexpr std::size_t cellsFor(std::size_t buckets) {
@@ -62,23 +65,26 @@ void CVQHashMapImpl::initTable(std::size_t n) {
     takeBuckets(bucketCountFor(n, 2, kMaxBuckets));
 }
 
-/// What a former array held is in other hands.
-void CVQHashMapImpl::takeBuckets(std::size_t n) {
+/// What a former array held is in other hands. Nothing in the new one is set.
+void CVQHashMapImpl::allocateTable(std::size_t n) {
     if (VQ_UNLIKELY(n > kMaxBuckets)) {
         doFatalError(kLineTooManyBuckets, kUnit, "Too many buckets");
     }
     const std::size_t count = cellsFor(n);
     auto* const cells = static_cast<CVQHashMapItem*>(VQMemory::allocChecked(count * sizeof(CVQHashMapItem)));
     mTable = {cells, cells + count, cells + n, toLength(n), toLength(n - 1)};
-    for (CVQHashMapItem* bucket = cells; bucket != mTable.mNextFree; ++bucket) {
+}
+
+/// For a table without an array.
+void CVQHashMapImpl::takeBuckets(std::size_t n) {
+    allocateTable(n);
+    mPrevious = {};
+    for (CVQHashMapItem* bucket = mTable.mCells; bucket != mTable.mNextFree; ++bucket) {
         bucket->mKey = mEmptyKey;
         bucket->mNext = &mSentinel;
     }
-    cells->mKey = mReservedKey;
-    cells->mValue = nullptr;
-    if (mPrevious.mCells == &mSentinel) {
-        mPrevious = {};
-    }
+    mTable.mCells->mKey = mReservedKey;
+    mTable.mCells->mValue = nullptr;
 }
 
 void CVQHashMapImpl::insert(unsigned int key, void* value) {
@@ -90,16 +96,19 @@ void CVQHashMapImpl::insert(unsigned int key, void* value) {
         takeBuckets(mInitialBucketCount);
     }
     // Kept: hashmap-second-key.
-    claim(key)->mValue = value;
+    claim(bucketWithRoom(key), key)->mValue = value;
 }
 
-/// A cell for a new entry of `key`, its value null.
-CVQHashMapItem* CVQHashMapImpl::claim(unsigned int key) {
-    CVQHashMapItem* bucket = hash(key);
-    if (bucket->mKey != kEmptyKey && mTable.mNextFree == mTable.mEnd) {
+/// The bucket of `key`, in a table that has a cell left for it.
+CVQHashMapItem* CVQHashMapImpl::bucketWithRoom(unsigned int key) {
+    if (VQ_UNLIKELY(mTable.mNextFree == mTable.mEnd) && hash(key)->mKey != kEmptyKey) {
         rehash();
-        bucket = hash(key);
     }
+    return hash(key);
+}
+
+/// A new entry of `key` in its bucket's cell or in the next free one, its value null.
+CVQHashMapItem* CVQHashMapImpl::claim(CVQHashMapItem* bucket, unsigned int key) {
     CVQHashMapItem* cell = bucket;
     if (bucket->mKey != kEmptyKey) {
         cell = mTable.mNextFree++;
@@ -115,15 +124,11 @@ void*& CVQHashMapImpl::create(CVQHashMapItem* bucket, unsigned int key) {
     if (VQ_UNLIKELY(key == kEmptyKey)) {
         return refuse();
     }
-    const bool bucketWasFree = bucket->mKey == kEmptyKey;
-    CVQHashMapItem* const cell = claim(key);
-    if (bucketWasFree) {
-        // Kept: hashmap-construct-empty-key.
-        constructValue(&cell->mValue, kEmptyKey);
-        mLastKey = key;
-    } else {
-        constructValue(&cell->mValue, key);
-    }
+    const bool wasFree = bucket->mKey == kEmptyKey;
+    CVQHashMapItem* const cell = claim(bucketWithRoom(key), key);
+    // Kept: hashmap-construct-empty-key.
+    constructValue(&cell->mValue, wasFree ? kEmptyKey : key);
+    mLastKey = wasFree ? key : mLastKey;
     return cell->mValue;
 }
 
@@ -149,19 +154,24 @@ void CVQHashMapImpl::rehash() {
     }
     const STable old = mTable;
     mPrevious = old;
-    takeBuckets(std::size_t{2} * old.mBucketCount);
-    mTable.mCells->mValue = old.mCells->mValue;
-    // Two old buckets never share a new one, so each first key finds its new bucket free.
-    CVQHashMapItem* const overflow = old.mCells + old.mBucketCount;
-    for (CVQHashMapItem* cell = old.mCells + 1; cell != overflow; ++cell) {
-        if (cell->mKey != kEmptyKey) {
-            CVQHashMapItem* const bucket = hash(cell->mKey);
-            bucket->mKey = cell->mKey;
-            bucket->mValue = cell->mValue;
-        }
+    allocateTable(std::size_t{2} * old.mBucketCount);
+
+    // The first key of a bucket goes to the bucket with the same number or to that in the other half, which no other
+    // old bucket's keys share. The one of the two that it does not go to is free; bucket 0 keeps the reserved key.
+    CVQHashMapItem* const lower = mTable.mCells;
+    CVQHashMapItem* const upper = lower + old.mBucketCount;
+    for (unsigned i = 0; i < old.mBucketCount; ++i) {
+        const CVQHashMapItem& cell = old.mCells[i];
+        const bool goesUp = (cell.mKey & old.mBucketCount) != 0;
+        lower[i] = {goesUp ? mEmptyKey : cell.mKey, cell.mValue, &mSentinel};
+        upper[i] = {goesUp ? cell.mKey : mEmptyKey, cell.mValue, &mSentinel};
     }
-    for (CVQHashMapItem* cell = overflow; cell != old.mNextFree; ++cell) {
-        insert(cell->mKey, cell->mValue);
+    const CVQHashMapItem* const overflow = old.mCells + old.mBucketCount;
+    for (const CVQHashMapItem* cell = overflow; cell != old.mNextFree; ++cell) {
+        if (old.mNextFree - cell > kAhead) {
+            __builtin_prefetch(hash(cell[kAhead].mKey), /*to be written*/ 1);
+        }
+        claim(hash(cell->mKey), cell->mKey)->mValue = cell->mValue;
     }
     // Whether the newest entry was written to later shows against what it holds now.
     const CVQHashMapItem* const newest = newestOf(old);
