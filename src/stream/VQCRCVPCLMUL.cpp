@@ -46,12 +46,12 @@ struct SVectorOfFour {
     }
 
 private:
-    /// What takes each block of a vector to the last block of the vector that stands `vectors` behind it; zeros,
-    /// for no summand, where that is the block itself.
+    /// What takes each block of a vector to the last block of the vector that stands `vectors` behind it; zeros
+    /// where that is the block itself, which is added as it stands.
     template <class Divisor, unsigned vectors>
     static Vector toLastBlock() {
-        constexpr unsigned kBehind = 4 * vectors * kBlockBytes * 8;
-        constexpr unsigned kBits = kBlockBytes * 8;
+        constexpr unsigned kBits = 128;
+        constexpr unsigned kBehind = 4 * vectors * kBits;
         alignas(Vector) static constexpr SHalves kForward[4] = {
             Divisor::forward(kBehind + 3 * kBits), Divisor::forward(kBehind + 2 * kBits),
             Divisor::forward(kBehind + kBits), vectors != 0 ? Divisor::forward(kBehind) : SHalves{0, 0}};
