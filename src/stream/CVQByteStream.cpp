@@ -80,12 +80,11 @@ unsigned int CVQByteStream::writeGrowing(const void* source, unsigned int count)
         doCheapAssert(kLineWriteNull, kUnit);
         return 0;
     }
-    const std::uint64_t end = std::uint64_t{mLength} + count;
-    if (end > kMaxCapacity) {
+    unsigned int need = 0;
+    if (__builtin_add_overflow(mLength, count, &need) || need > kMaxCapacity) {
         doCheapAssert(kLineWriteNoData, kUnit);
         return 0;
     }
-    const unsigned int need = toLength(end);
     // Kept: bytestream-cow-shrinks. Only a block that is too small is replaced by a larger one.
     const unsigned int target = need <= getCapacity() ? need : grownCapacity(need);
     // `source` may lie in this stream's block: that of a shared block is kept until the bytes are copied, in a private
