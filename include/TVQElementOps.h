@@ -44,11 +44,44 @@ struct TVQElementOps {
             ++block->size;
             return;
         }
-        if constexpr (std::is_lvalue_reference_v<Item>) {
-            base.internal_push_back(kSize, std::addressof(item), &copy, destroyer(), &relocate);
-        } else {
-            base.internal_push_back(kSize, std::addressof(item), &take, destroyer(), &relocate);
+        base.internal_push_back(kSize, std::addressof(item), constructor<Item>(), destroyer(), &relocate);
+    }
+
+    /// Inserts one item, which may be an element, in the same way.
+    template <class Item>
+    static void insert(CVQVectorBase& base, int pos, Item&& item) {
+        if constexpr (TVQIsRelocatable<T>::value) {
+            CVQVectorBase::SVectorData* const block = base.internal_block();
+            if (VQ_LIKELY(block != nullptr && block->size < block->capacity && block->watch == nullptr &&
+                          pos >= 0 && pos <= block->size)) {
+                // Built aside, as the item may be among the elements that move.
+                alignas(T) unsigned char built[sizeof(T)];
+                new (built) T(std::forward<Item>(item));
+                T* const gap = static_cast<T*>(block->slots()) + pos;
+                relocate(gap + 1, gap, block->size - pos);
+                std::memcpy(static_cast<void*>(gap), built, sizeof(T));
+                ++block->size;
+                return;
+            }
         }
+        base.internal_insert(pos, 1, std::addressof(item), kSize, nullptr, constructor<Item>(), &relocate);
+    }
+
+    /// Erases the elements `first` to `last`, both included: in line where there is no choice.
+    static void erase(CVQVectorBase& base, int first, int last) {
+        if constexpr (TVQIsRelocatable<T>::value) {
+            CVQVectorBase::SVectorData* const block = base.internal_block();
+            if (VQ_LIKELY(block != nullptr && block->watch == nullptr && first >= 0 && first <= last &&
+                          last < block->size)) {
+                T* const gap = static_cast<T*>(block->slots()) + first;
+                T* const behind = static_cast<T*>(block->slots()) + last + 1;
+                std::destroy(gap, behind);
+                relocate(gap, behind, block->size - last - 1);
+                block->size -= last - first + 1;
+                return;
+            }
+        }
+        base.internal_erase(first, last, kSize, nullptr, destroyer(), &relocate);
     }
 
     static bool copy(void* to, const void* from, int count) noexcept {
@@ -108,6 +141,15 @@ struct TVQElementOps {
     }
 
 private:
+    template <class Item>
+    static constexpr auto constructor() noexcept -> CVQVectorBase::CopyConstruct {
+        if constexpr (std::is_lvalue_reference_v<Item>) {
+            return &copy;
+        } else {
+            return &take;
+        }
+    }
+
     static void relocateOne(T* to, T* from) noexcept {
         new (static_cast<void*>(to)) T(std::move(*from));
         from->~T();

@@ -104,10 +104,8 @@ public:
         return true;
     }
 
-    void insert(CVQIndex pos, const T& item) { insert(pos, 1, std::addressof(item)); }
-    void insert(CVQIndex pos, T&& item) {
-        mBase.internal_insert(pos, 1, std::addressof(item), Ops::kSize, nullptr, &Ops::take, &Ops::relocate);
-    }
+    void insert(CVQIndex pos, const T& item) { Ops::insert(mBase, pos, item); }
+    void insert(CVQIndex pos, T&& item) { Ops::insert(mBase, pos, std::move(item)); }
     /// `items` may be null when `n` is 0.
     void insert(CVQIndex pos, CVQIndex n, const T* items) {
         mBase.internal_insert(pos, n, items, Ops::kSize, nullptr, &Ops::copy, &Ops::relocate);
@@ -115,9 +113,7 @@ public:
 
     void erase(CVQIndex index) { erase(index, index); }
     /// Erases `last`, too.
-    void erase(CVQIndex first, CVQIndex last) {
-        mBase.internal_erase(first, last, Ops::kSize, nullptr, Ops::destroyer(), &Ops::relocate);
-    }
+    void erase(CVQIndex first, CVQIndex last) { Ops::erase(mBase, first, last); }
 
     /// Assigns `n` elements from `pos` on. False, and a report, when they are not all there; false for none.
     bool replace(CVQIndex pos, CVQIndex n, const T* items) {
