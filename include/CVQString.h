@@ -46,6 +46,7 @@
 
 #include <cstdarg>
 #include <cstddef>
+#include <cstring>
 #include <iterator>
 #include <type_traits>
 
@@ -200,7 +201,11 @@ public:
     }
     friend bool operator!=(const CVQString& left, const CVQString& right) noexcept { return !(left == right); }
     /// Byte order (strcmp), then the number of characters, so that what is equivalent is also equal.
-    bool operator<(const CVQString& other) const noexcept;
+    /// In line, as searching a sorted container is made of it.
+    bool operator<(const CVQString& other) const noexcept {
+        const int order = std::strcmp(mData->text(), other.mData->text());
+        return order != 0 ? order < 0 : mData->mCharacterCount < other.mData->mCharacterCount;
+    }
 
     /// The first place of `pattern`, or end(). An empty pattern is nowhere.
     const_iterator find(const CVQString& pattern) const noexcept;

@@ -363,11 +363,6 @@ bool CVQString::equals(const CVQString& other) const noexcept {
            std::strcmp(mData->text(), other.mData->text()) == 0;
 }
 
-bool CVQString::operator<(const CVQString& other) const noexcept {
-    const int order = std::strcmp(mData->text(), other.mData->text());
-    return order != 0 ? order < 0 : mData->mCharacterCount < other.mData->mCharacterCount;
-}
-
 CVQString::const_iterator CVQString::find(const CVQString& pattern) const noexcept {
     return findString(begin(), pattern, true);
 }
