@@ -1,12 +1,12 @@
 #include <CVQCRC.h>
 
 #include <CVQAsserter.h>
-#include <stream/TVQChosenPasses.h>
 #include <stream/VQCRCTables.h>
 
 #if defined(__x86_64__)
 #include <stream/VQCRCPCLMUL.h>
 #include <stream/VQCRCVPCLMUL.h>
+#include <string/TVQPassesChoice.h>
 #endif
 
 namespace {
@@ -18,19 +18,26 @@ using namespace VQCRC;
 
 constexpr SPasses kPassesWithTables = kPassesOf<TTablePass>;
 
-const SPasses& choosePasses() {
 #if defined(__x86_64__)
-    __builtin_cpu_init();  // bytes may be added before the compiler's own initialiser ran
-    if (__builtin_cpu_supports("pclmul") != 0 && __builtin_cpu_supports("sse4.1") != 0) {
-        const bool fourAtOnce = __builtin_cpu_supports("vpclmulqdq") != 0 &&
-                                __builtin_cpu_supports("avx512bw") != 0 && __builtin_cpu_supports("avx512vl") != 0;
-        return fourAtOnce ? kPassesVPCLMUL : kPassesPCLMUL;
+const SPasses& choosePasses() {
+    if (__builtin_cpu_supports("pclmul") == 0 || __builtin_cpu_supports("sse4.1") == 0) {
+        return kPassesWithTables;
     }
-#endif
-    return kPassesWithTables;
+    const bool fourAtOnce = __builtin_cpu_supports("vpclmulqdq") != 0 && __builtin_cpu_supports("avx512bw") != 0 &&
+                            __builtin_cpu_supports("avx512vl") != 0;
+    return fourAtOnce ? kPassesVPCLMUL : kPassesPCLMUL;
 }
 
-VQ_CONSTINIT TVQChosenPasses<SPasses, choosePasses> sPasses;
+VQ_CONSTINIT TVQPassesChoice<SPasses> sChoice{choosePasses};
+
+const SPasses& passesFor(std::size_t count) {
+    return count >= kLeast ? sChoice.get() : kPassesWithTables;
+}
+#else
+const SPasses& passesFor(std::size_t /*count*/) {
+    return kPassesWithTables;
+}
+#endif
 
 }  // namespace
 
@@ -68,6 +75,5 @@ void CVQCRC::addBytes(const unsigned char* bytes, std::size_t count) noexcept {
         doCheapAssert(kLineNoBytes, kUnit);
         return;
     }
-    const SPasses& passes = count >= kLeast ? sPasses() : kPassesWithTables;
-    mValue = passes.add[mType](mValue ^ mXorOutValue[mType], bytes, count) ^ mXorOutValue[mType];
+    mValue = passesFor(count).add[mType](mValue ^ mXorOutValue[mType], bytes, count) ^ mXorOutValue[mType];
 }

@@ -1,12 +1,12 @@
 #include <VQBase64.h>
 
 #include <CVQAsserter.h>
-#include <stream/TVQChosenPasses.h>
 #include <stream/VQBase64Plain.h>
 #include <stream/toLength.h>
 
 #if defined(__x86_64__)
 #include <stream/VQBase64AVX2.h>
+#include <string/TVQPassesChoice.h>
 #endif
 
 #include <algorithm>
@@ -24,17 +24,21 @@ constexpr char kPadding = '=';
 
 constexpr SPasses kPassesPlain{&encodeGroups, &decodeGroups};
 
-const SPasses& choosePasses() {
 #if defined(__x86_64__)
-    __builtin_cpu_init();  // this may run before the compiler's own initialiser
-    if (__builtin_cpu_supports("avx2") != 0) {
-        return kPassesAVX2;
-    }
-#endif
-    return kPassesPlain;
+const SPasses& choosePasses() {
+    return __builtin_cpu_supports("avx2") != 0 ? kPassesAVX2 : kPassesPlain;
 }
 
-VQ_CONSTINIT TVQChosenPasses<SPasses, choosePasses> sPasses;
+VQ_CONSTINIT TVQPassesChoice<SPasses> sChoice{choosePasses};
+
+const SPasses& passes() {
+    return sChoice.get();
+}
+#else
+const SPasses& passes() {
+    return kPassesPlain;
+}
+#endif
 
 bool isOutside(unsigned value) {
     return (value & kOutside) != 0;
@@ -52,7 +56,7 @@ void encode(const unsigned char* source, std::size_t length, char* destination, 
         return;
     }
     const std::size_t groups = std::min(length / 3, destinationSize / 4);
-    std::size_t done = sPasses().encode(source, groups, destination);
+    std::size_t done = passes().encode(source, groups, destination);
     done += encodeGroups(source + 3 * done, groups - done, destination + 4 * done);
     source += 3 * done;
     length -= 3 * done;
@@ -105,7 +109,7 @@ unsigned int decode(const char* text, unsigned char* destination, std::size_t de
     while (text != end && count != destinationSize) {
         const auto characters = static_cast<std::size_t>(end - text);
         const std::size_t groups = std::min(characters / 4, (destinationSize - count) / 3);
-        std::size_t done = sPasses().decode(text, groups, destination + count);
+        std::size_t done = passes().decode(text, groups, destination + count);
         done += decodeGroups(text + 4 * done, groups - done, destination + count + 3 * done);
         text += 4 * done;
         count += 3 * done;

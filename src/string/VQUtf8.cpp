@@ -15,7 +15,11 @@ namespace VQUtf8 {
 namespace {
 
 #if defined(__x86_64__)
-VQ_CONSTINIT TVQPassesChoice<SPasses> sChoice{kPassesOver<SVector16>, kPassesAVX2};
+const SPasses& choosePasses() {
+    return __builtin_cpu_supports("avx2") != 0 ? kPassesAVX2 : kPassesOver<SVector16>;
+}
+
+VQ_CONSTINIT TVQPassesChoice<SPasses> sChoice{choosePasses};
 
 const SPasses& passes() {
     return sChoice.get();
