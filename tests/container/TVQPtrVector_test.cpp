@@ -15,6 +15,7 @@ using testing::ElementsAre;
 TEST(TVQPtrVector, HoldsPointersAndOwnsNothing) {
     CRooted first(1);
     CRooted second(2);
+    CRooted third(3);
     const int before = CRooted::alive();
     {
         TVQPtrVector<CRooted> pointers;
@@ -26,7 +27,7 @@ TEST(TVQPtrVector, HoldsPointersAndOwnsNothing) {
         EXPECT_EQ(nullptr, pointers[2]);
         EXPECT_EQ(1, pointers.find(&first));
         EXPECT_EQ(0, pointers.rfind(&second));
-        EXPECT_EQ(-1, pointers.find(&first + 5));
+        EXPECT_EQ(-1, pointers.find(&third));
         pointers.erase(2, 3);
         EXPECT_TRUE(pointers.pop_back());
         EXPECT_EQ(1, pointers.size());
