@@ -347,17 +347,19 @@ TYPED_TEST(TVQVectorTest, OutOfRangeTheResultIsNeutralAndReported) {
 
 TYPED_TEST(TVQVectorTest, MisuseIsReportedAndChangesNothing) {
     Reports reports;
-    const TypeParam item(7);
+    const TypeParam items[] = {TypeParam(7), TypeParam(8)};
+    // Out of the compiler's sight, which would refuse some of this itself.
+    const TypeParam* volatile none = nullptr;
     TVQVector<TypeParam> vector = vectorOf<TypeParam>({1, 2});
-    vector.insert(3, item);
-    vector.insert(0, -1, &item);
-    vector.insert(0, 1, nullptr);
+    vector.insert(3, items[0]);
+    vector.insert(0, -1, items);
+    vector.insert(0, 1, none);
     vector.erase(2);
     vector.erase(1, 0);
     vector.resize(-1);
     vector.reserve(-1);
-    EXPECT_FALSE(vector.replace(1, 2, &item));
-    EXPECT_FALSE(vector.replace(0, 0, nullptr));
+    EXPECT_FALSE(vector.replace(1, 2, items));
+    EXPECT_FALSE(vector.replace(0, 0, none));
     EXPECT_THAT(reports.take(), ElementsAre(assertion("TVQVector.insert()", 302, "Invalid parameter"),
                                             assertion("TVQVector.insert()", 360, "Invalid parameter"),
                                             assertion("TVQVector.insert()", 302, "Invalid parameter"),
