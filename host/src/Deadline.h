@@ -38,4 +38,12 @@ inline uint64_t nowNs(clockid_t clock) {
     return static_cast<uint64_t>(now.tv_sec) * kNsPerSecond + static_cast<uint64_t>(now.tv_nsec);
 }
 
+/// A time of `clock` as one of the monotonic clock, so that later settings of the real-time clock change nothing.
+inline Deadline monotonic(clockid_t clock, Deadline time) {
+    if (clock == CLOCK_MONOTONIC || time.isNever())
+        return time;
+    const uint64_t passed = nowNs(clock);
+    return time.ns <= passed ? Deadline::immediate() : Deadline{nowNs(CLOCK_MONOTONIC) + (time.ns - passed)};
+}
+
 }  // namespace host

@@ -27,10 +27,11 @@ inline int futexWait(unsigned* word, unsigned expected, Sharing sharing, Deadlin
     return result == 0 ? 0 : errno;
 }
 
-/// Wakes at most `count` waiters. The word may be gone already: who was let in may have freed it.
-inline void futexWake(unsigned* word, int count, Sharing sharing) {
+/// Wakes at most `count` waiters; how many they were. The word may be gone already: who was let in may have freed it.
+inline int futexWake(unsigned* word, int count, Sharing sharing) {
     const ErrnoKeeper keeper;
-    syscall(SYS_futex, word, FUTEX_WAKE | static_cast<int>(sharing), count, nullptr, nullptr, 0);
+    const long woken = syscall(SYS_futex, word, FUTEX_WAKE | static_cast<int>(sharing), count, nullptr, nullptr, 0);
+    return woken < 0 ? 0 : static_cast<int>(woken);
 }
 
 }  // namespace host

@@ -1,10 +1,10 @@
 #include <sys/neutrino.h>
 
-#include "Futex.h"
+#include "Look.h"
+#include "Polling.h"
 #include "ThreadState.h"
 
 #include <errno.h>
-#include <sched.h>
 
 namespace host {
 namespace {
@@ -62,30 +62,6 @@ int take(_sync* mutex, unsigned self) {
     return 0;
 }
 
-void pauseProcessor() {
-#if defined(__i386__) || defined(__x86_64__)
-    __builtin_ia32_pause();
-#elif defined(__arm__) || defined(__aarch64__)
-    __asm__ __volatile__("yield");
-#endif
-}
-
-/// How often a held mutex is looked at before the thread sleeps: a microsecond or two, which short critical sections
-/// end within and which costs less than sleeping and waking. With one processor the holder does not run meanwhile.
-unsigned pollCount() {
-    static unsigned count = 0;  // 0: not known yet; two threads may find it out at once and agree
-    unsigned known = __atomic_load_n(&count, __ATOMIC_RELAXED);
-    if (known == 0) {
-        const ErrnoKeeper keeper;
-        cpu_set_t processors;
-        const bool single =
-            sched_getaffinity(0, sizeof(processors), &processors) == 0 && CPU_COUNT(&processors) == 1;
-        known = single ? 1 : 100;
-        __atomic_store_n(&count, known, __ATOMIC_RELAXED);
-    }
-    return known;
-}
-
 /// Takes the mutex when it becomes free soon; else `owner` is what its word was last, not 0.
 bool pollAndTake(_sync* mutex, unsigned mine, unsigned& owner) {
     for (unsigned polls = pollCount();;) {
@@ -96,17 +72,6 @@ bool pollAndTake(_sync* mutex, unsigned mine, unsigned& owner) {
             return false;
         pauseProcessor();
     }
-}
-
-/// How long a waiter sleeps at most before it looks at a shared mutex itself: a process that was killed between its
-/// wake-up and its lock has left the mutex free and nobody to wake the next.
-constexpr uint64_t kLookAfterNs = kNsPerSecond;
-
-Deadline nextLook(Deadline deadline, Sharing sharing) {
-    if (sharing == Sharing::PRIVATE)
-        return deadline;
-    const Deadline look = {nowNs(CLOCK_MONOTONIC) + kLookAfterNs};
-    return look.ns < deadline.ns ? look : deadline;
 }
 
 /// 0 or ETIMEDOUT.

@@ -13,12 +13,10 @@ constexpr unsigned kStates = _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_RECEIVE | _NTO_TIM
                              _NTO_TIMEOUT_MUTEX | _NTO_TIMEOUT_CONDVAR | _NTO_TIMEOUT_JOIN | _NTO_TIMEOUT_INTR |
                              _NTO_TIMEOUT_SEM;
 
-/// Turned into a time of the monotonic clock at once, so that later settings of the real-time clock change nothing.
 Deadline deadlineOf(clockid_t clock, bool absolute, uint64_t ntime) {
-    if (absolute && clock == CLOCK_MONOTONIC)
-        return {ntime};
-    const uint64_t passed = absolute ? nowNs(clock) : 0;
-    return ntime <= passed ? Deadline::immediate() : Deadline{nowNs(CLOCK_MONOTONIC) + (ntime - passed)};
+    if (absolute)
+        return monotonic(clock, {ntime});
+    return ntime == 0 ? Deadline::immediate() : Deadline{nowNs(CLOCK_MONOTONIC) + ntime};
 }
 
 }  // namespace

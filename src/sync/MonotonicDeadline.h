@@ -3,8 +3,8 @@
 
 #include <time.h>
 
-/// Now plus `timeoutMs` on the monotonic clock. A negative time-out gives a time in the past, or nanoseconds below
-/// zero; what such a wait does is the platform's affair.
+/// Now plus `timeoutMs` on the monotonic clock. A negative time-out gives a time in the past, whose nanoseconds are
+/// valid, too: else a wait would be refused when the second has just begun, and expire at all other times.
 inline timespec monotonicDeadline(int timeoutMs) {
     timespec deadline;
     clock_gettime(CLOCK_MONOTONIC, &deadline);
@@ -13,6 +13,10 @@ inline timespec monotonicDeadline(int timeoutMs) {
     if (deadline.tv_nsec > 999999999L) {
         deadline.tv_sec += deadline.tv_nsec / 1000000000L;
         deadline.tv_nsec %= 1000000000L;
+    }
+    if (deadline.tv_nsec < 0) {
+        deadline.tv_nsec += 1000000000L;
+        --deadline.tv_sec;
     }
     return deadline;
 }

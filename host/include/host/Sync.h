@@ -10,6 +10,11 @@
 //            when a recursive mutex cannot count further. A caught signal never ends a wait. trylock: EBUSY.
 //            unlock: EPERM when the caller is not the holder. destroy: EBUSY when locked.
 //            A mutex that is not recursive and locked again by its holder blocks (EDEADLK if made error-checking).
+//   Condition  one word counts the signals, the other has the attributes and whether somebody may sleep. All zero is
+//            a condition private to the process, on CLOCK_REALTIME. A wait releases the mutex, which the caller holds
+//            once, and holds it again on return, whatever the result: 0, ETIMEDOUT, EPERM when it is not the
+//            caller's, EINVAL for bad nanoseconds. It may return 0 without a signal. Who was woken does not touch
+//            the condition any more, so it may be destroyed after the signal.
 //   Threads  any thread; any process that maps it when made with PTHREAD_PROCESS_SHARED. No priority inheritance;
 //            what a dead holder left locked stays locked.
 #pragma once
@@ -75,6 +80,18 @@ int pthread_mutex_init(_sync* mutex, const pthread_mutexattr_t* attributes) noex
 int pthread_mutex_destroy(_sync* mutex) noexcept;
 int pthread_mutex_timedlock_monotonic(_sync* mutex, const timespec* deadline) noexcept;
 int __nto_mutex_trylock(_sync* mutex) noexcept;
+
+int pthread_cond_init(_sync* condition, const pthread_condattr_t* attributes) noexcept;
+int pthread_cond_destroy(_sync* condition) noexcept;
+int pthread_cond_wait(_sync* condition, _sync* mutex) noexcept;
+/// `deadline`: on the clock of the attributes, CLOCK_REALTIME by default.
+int pthread_cond_timedwait(_sync* condition, _sync* mutex, const timespec* deadline) noexcept;
+int pthread_cond_signal(_sync* condition) noexcept;
+int pthread_cond_broadcast(_sync* condition) noexcept;
+
+/// Names the thread with the id `tid`, 0 for the caller; null takes the name away. E2BIG above 100 bytes, ESRCH; of
+/// a longer name than 15 bytes Linux keeps the first 15.
+int pthread_setname_np(int tid, const char* name) noexcept;
 #pragma GCC visibility pop
 
 inline int pthread_mutex_lock(_sync* mutex) noexcept {

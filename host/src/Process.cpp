@@ -1,0 +1,80 @@
+#include <alloca.h>
+#include <process.h>
+#include <sys/wait.h>
+
+#include "ErrnoKeeper.h"
+#include "ThreadState.h"
+
+#include <errno.h>
+#include <spawn.h>
+#include <stdint.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace host {
+namespace {
+
+struct Stack {
+    bool isKnown;
+    uintptr_t end;  // its lowest address
+};
+
+__thread Stack stack __attribute__((tls_model("initial-exec"))) = {false, 0};
+
+void findStack() {
+    const ErrnoKeeper keeper;
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0)
+        return;
+    void* begin;
+    size_t size;
+    if (pthread_attr_getstack(&attributes, &begin, &size) == 0)
+        stack = {true, reinterpret_cast<uintptr_t>(begin)};
+    pthread_attr_destroy(&attributes);
+}
+
+int fail(int error) {
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+}  // namespace host
+
+using namespace host;
+
+size_t __stackavail() {
+    if (!stack.isKnown)
+        findStack();
+    const uintptr_t here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+    return stack.isKnown && here > stack.end ? here - stack.end : 0;
+}
+
+int spawnvp(int mode, const char* file, char* const argv[]) {
+    dropTimeout();
+    if (file == nullptr || argv == nullptr || argv[0] == nullptr)
+        return fail(EINVAL);
+    if (mode == P_OVERLAY)
+        return execvp(file, argv);
+    if (mode != P_NOWAIT && mode != P_WAIT)
+        return fail(EINVAL);
+    pid_t pid;
+    if (const int error = posix_spawnp(&pid, file, nullptr, nullptr, argv, environ); error != 0)
+        return fail(error);
+    if (mode == P_NOWAIT)
+        return pid;
+    int status;
+    while (waitpid(pid, &status, 0) == -1)
+        if (errno != EINTR)
+            return -1;
+    return status;
+}
+
+#pragma GCC visibility push(default)
+extern "C" pid_t __nto_waitpid_body(pid_t, int*, int) __asm__("__nto_waitpid");
+#pragma GCC visibility pop
+
+pid_t __nto_waitpid_body(pid_t pid, int* status, int options) {
+    dropTimeout();
+    return wait4(pid, status, options & ~WEXITED, nullptr);
+}

@@ -1,0 +1,470 @@
+#include <sys/neutrino.h>
+
+#include "Descriptor.h"
+#include "ErrnoKeeper.h"
+#include "Futex.h"
+#include "ThreadState.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace host {
+namespace {
+
+constexpr int kFirstPriority = 10;
+constexpr int kLastPriority = 63;
+constexpr size_t kMaxName = 100;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr size_t kSmallestStack = 1 << 20;
+#else
+constexpr size_t kSmallestStack = 256 << 10;
+#endif
+
+// One record for each thread that ThreadCreate started, and for each other one whose priority was set.
+struct Thread {
+    Thread* next;
+    int id;  // 0 until it is known
+    pthread_t handle;
+    void* (*function)(void*);
+    void* argument;
+    void* status;  // what ThreadDestroy left, valid when `isDestroyed`
+    bool isDestroyed;
+    bool isForeign;  // not started by ThreadCreate
+    bool isDetached;
+    bool isStarting;    // its creator still needs the record
+    bool isJoined;      // another thread waits for its end
+    unsigned hasEnded;  // a futex word
+    int priority;
+    int policy;
+};
+
+Thread* firstThread = nullptr;  // guarded by the lock below
+unsigned tableLock = 0;         // 0 free, 1 held, 2 held and waited for
+
+__thread Thread* ownThread = nullptr;
+
+// A thread that is to end while it holds the lock ends when it has released it.
+__thread volatile sig_atomic_t isGuarded = 0;
+__thread volatile sig_atomic_t mustEnd = 0;
+
+template <class T>
+T load(const T& word) {
+    return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
+}
+
+template <class T>
+void store(T& word, T value) {
+    __atomic_store_n(&word, value, __ATOMIC_RELEASE);
+}
+
+[[noreturn]] void leaveProcessor() {
+    for (;;)
+        syscall(SYS_exit, 0);
+}
+
+void markEnded(void* thread) {
+    Thread* const ended = static_cast<Thread*>(thread);
+    store(ended->hasEnded, 1u);
+    futexWake(&ended->hasEnded, INT_MAX, Sharing::PRIVATE);
+}
+
+[[noreturn]] void endOwnThread() {
+    if (ownThread != nullptr && !ownThread->isForeign)
+        markEnded(ownThread);
+    leaveProcessor();
+}
+
+class TableGuard {
+public:
+    TableGuard() {
+        isGuarded = 1;
+        __atomic_signal_fence(__ATOMIC_SEQ_CST);
+        unsigned state = 0;
+        if (__atomic_compare_exchange_n(&tableLock, &state, 1u, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED))
+            return;
+        while (__atomic_exchange_n(&tableLock, 2u, __ATOMIC_ACQUIRE) != 0)
+            futexWait(&tableLock, 2, Sharing::PRIVATE, Deadline::never());
+    }
+    ~TableGuard() {
+        if (__atomic_exchange_n(&tableLock, 0u, __ATOMIC_RELEASE) == 2)
+            futexWake(&tableLock, 1, Sharing::PRIVATE);
+        __atomic_signal_fence(__ATOMIC_SEQ_CST);
+        isGuarded = 0;
+        if (mustEnd != 0)
+            endOwnThread();
+    }
+    TableGuard(const TableGuard&) = delete;
+    TableGuard& operator=(const TableGuard&) = delete;
+};
+
+// The signal that ends another thread. It is among those that an emulator passes on.
+int endingSignal() {
+    return SIGRTMAX - 4;
+}
+
+void onEndingSignal(int) {
+    if (isGuarded != 0)
+        mustEnd = 1;
+    else
+        endOwnThread();
+}
+
+bool sendSignal(int id, int signal) {
+    return id > 0 && syscall(SYS_tgkill, getpid(), id, signal) == 0;
+}
+
+/// A forked child has one thread, which keeps its priority, and no other to join.
+void forgetOthersInChild() {
+    tableLock = 0;
+    firstThread = ownThread;
+    if (ownThread == nullptr)
+        return;
+    ownThread->next = nullptr;
+    ownThread->id = static_cast<int>(threadId());
+    ownThread->isForeign = true;
+}
+
+void installEndingSignal() {
+    struct sigaction action = {};
+    action.sa_handler = onEndingSignal;
+    sigfillset(&action.sa_mask);
+    sigaction(endingSignal(), &action, nullptr);
+}
+
+void registerForkHandler() {
+    pthread_atfork(nullptr, nullptr, forgetOthersInChild);
+}
+
+pthread_once_t endingSignalOnce = PTHREAD_ONCE_INIT;
+pthread_once_t forkHandlerOnce = PTHREAD_ONCE_INIT;
+
+void unblockEndingSignal() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, endingSignal());
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+// The following need the lock.
+
+bool isGone(const Thread& thread) {
+    if (thread.isForeign)
+        return !sendSignal(thread.id, 0);
+    return thread.isDetached && !thread.isStarting && load(thread.hasEnded) != 0;
+}
+
+/// Frees the records that nobody can ask for any more.
+void clearTable() {
+    for (Thread** link = &firstThread; *link != nullptr;) {
+        Thread* const thread = *link;
+        if (isGone(*thread)) {
+            *link = thread->next;
+            free(thread);
+        } else {
+            link = &thread->next;
+        }
+    }
+}
+
+void enter(Thread* thread) {
+    clearTable();
+    thread->next = firstThread;
+    firstThread = thread;
+}
+
+void remove(Thread* thread) {
+    Thread** link = &firstThread;
+    while (*link != thread)
+        link = &(*link)->next;
+    *link = thread->next;
+    free(thread);
+}
+
+/// The record of an id, if it has one; that of a detached thread only while it runs.
+Thread* find(int id) {
+    if (ownThread != nullptr && ownThread->id == id)
+        return ownThread;
+    for (Thread* thread = firstThread; thread != nullptr; thread = thread->next)
+        if (load(thread->id) == id && !isGone(*thread))
+            return thread;
+    return nullptr;
+}
+
+Thread* newRecord(int id) {
+    Thread* const thread = static_cast<Thread*>(calloc(1, sizeof(Thread)));
+    if (thread != nullptr) {
+        thread->id = id;
+        thread->priority = kFirstPriority;
+        thread->policy = SCHED_RR;
+    }
+    return thread;
+}
+
+/// EOK when `tid`, or the caller for 0, is a thread of this process that runs; `record` is its record, if any.
+int findRunning(pid_t pid, int& tid, Thread*& record) {
+    if (pid != 0 && pid != getpid())
+        return ESRCH;
+    if (tid == 0)
+        tid = static_cast<int>(threadId());
+    record = find(tid);
+    if (record != nullptr && !record->isForeign)
+        return load(record->hasEnded) != 0 ? ESRCH : EOK;
+    return sendSignal(tid, 0) ? EOK : ESRCH;
+}
+
+void* runThread(void* argument) {
+    Thread* const self = static_cast<Thread*>(argument);
+    ownThread = self;
+    store(self->handle, pthread_self());
+    store(self->id, static_cast<int>(threadId()));
+    unblockEndingSignal();
+    void* status = nullptr;
+    pthread_cleanup_push(markEnded, self);  // also when the function leaves by pthread_exit
+    status = self->function(self->argument);
+    pthread_cleanup_pop(1);
+    return status;
+}
+
+/// The id of a thread that has not been joined. The kernel's answer is in the C library's record before the thread
+/// runs: the creator need not wait for it.
+int idOf(const Thread& thread, pthread_t handle) {
+    const int id = load(thread.id);
+    clockid_t clock;
+    if (id != 0 || pthread_getcpuclockid(handle, &clock) != 0)
+        return load(thread.id);
+    const int derived = ~(clock >> 3);
+    return derived > 0 ? derived : load(thread.id);
+}
+
+/// Creates the thread of a record; 0 or an error number.
+int start(Thread* thread, size_t stackSize) {
+    pthread_attr_t attributes;
+    int result = pthread_attr_init(&attributes);
+    if (result != 0)
+        return result;
+    result = pthread_attr_setstacksize(&attributes, stackSize < kSmallestStack ? kSmallestStack : stackSize);
+    pthread_t handle;
+    if (result == 0)
+        result = pthread_create(&handle, &attributes, runThread, thread);
+    pthread_attr_destroy(&attributes);
+    if (result != 0)
+        return result;
+    store(thread->handle, handle);
+    store(thread->id, idOf(*thread, handle));
+    if (thread->isDetached)
+        pthread_detach(handle);
+    return 0;
+}
+
+bool waitForEnd(Thread* thread, Deadline deadline) {
+    while (load(thread->hasEnded) == 0)
+        if (deadline.isImmediate() || futexWait(&thread->hasEnded, 0, Sharing::PRIVATE, deadline) == ETIMEDOUT)
+            return load(thread->hasEnded) != 0;
+    return true;
+}
+
+/// True when the kernel lets a thread come back from a higher nice value: else lowering it would be for good.
+bool mayRaise() {
+    rlimit limit;
+    if (getrlimit(RLIMIT_NICE, &limit) == 0 && limit.rlim_cur >= 20)
+        return true;
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+    return syscall(SYS_capget, &header, data) == 0 && (data[0].effective & (1u << CAP_SYS_NICE)) != 0;
+}
+
+void applyPriority(int tid, int priority) {
+    const ErrnoKeeper keeper;
+    if (!mayRaise())
+        return;
+    constexpr int kLowest = 19, kHighest = -20;
+    const int nice = priority <= kFirstPriority
+                         ? (kFirstPriority - priority) * kLowest / (kFirstPriority - 1)
+                         : (priority - kFirstPriority) * kHighest / (kLastPriority - kFirstPriority);
+    setpriority(PRIO_PROCESS, static_cast<id_t>(tid), nice);
+}
+
+bool isPolicy(int policy) {
+    return policy == SCHED_FIFO || policy == SCHED_RR || policy == SCHED_OTHER;
+}
+
+int result(int error) {
+    if (error == EOK)
+        return 0;
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+}  // namespace host
+
+using namespace host;
+
+int ThreadCreate(pid_t pid, void* (*function)(void*), void* argument, const struct _thread_attr* attributes) {
+    dropTimeout();
+    if (pid != 0 && pid != getpid())
+        return result(ESRCH);
+    ErrnoKeeper keeper;
+    pthread_once(&forkHandlerOnce, registerForkHandler);
+    Thread* const thread = newRecord(0);
+    if (thread == nullptr) {
+        keeper.report(ENOMEM);
+        return -1;
+    }
+    thread->function = function;
+    thread->argument = argument;
+    thread->isStarting = true;
+    thread->isDetached = attributes != nullptr && (attributes->__flags & PTHREAD_CREATE_DETACHED) != 0;
+    {
+        const TableGuard guard;
+        if (const Thread* const creator = find(static_cast<int>(threadId())); creator != nullptr) {
+            thread->priority = creator->priority;
+            thread->policy = creator->policy;
+        }
+        enter(thread);
+    }
+    const int error = start(thread, attributes != nullptr ? attributes->__stacksize : 0);
+    const TableGuard guard;
+    const int id = thread->id;
+    if (error == 0) {
+        thread->isStarting = false;
+        return id;
+    }
+    remove(thread);
+    keeper.report(error);
+    return -1;
+}
+
+int ThreadJoin_r(int tid, void** status) {
+    const Deadline deadline = takeTimeout(_NTO_TIMEOUT_JOIN);
+    if (tid == static_cast<int>(threadId()))
+        return EDEADLK;
+    Thread* thread;
+    {
+        const TableGuard guard;
+        thread = tid > 0 ? find(tid) : nullptr;
+        if (thread == nullptr)
+            return sendSignal(tid, 0) ? EINVAL : ESRCH;
+        if (thread->isForeign || thread->isDetached)
+            return EINVAL;
+        if (thread->isJoined)
+            return EBUSY;
+        thread->isJoined = true;
+    }
+    if (!deadline.isNever() && !waitForEnd(thread, deadline)) {
+        const TableGuard guard;
+        thread->isJoined = false;
+        return ETIMEDOUT;
+    }
+    void* value = nullptr;
+    pthread_join(load(thread->handle), &value);
+    const TableGuard guard;
+    if (status != nullptr)
+        *status = thread->isDestroyed ? thread->status : value;
+    thread->isJoined = false;
+    thread->isDetached = true;
+    store(thread->hasEnded, 1u);
+    clearTable();
+    return EOK;
+}
+
+int ThreadDestroy(int tid, int, void* status) {
+    dropTimeout();
+    if (tid == -1)
+        _exit(0);
+    const ErrnoKeeper keeper;
+    bool isSelf;
+    {
+        const TableGuard guard;
+        Thread* record;
+        if (const int error = findRunning(0, tid, record); error != EOK) {
+            errno = error;
+            return -1;
+        }
+        if (record != nullptr && !record->isForeign) {
+            record->status = status;
+            record->isDestroyed = true;
+        }
+        isSelf = tid == static_cast<int>(threadId());
+    }
+    if (isSelf)
+        endOwnThread();
+    pthread_once(&endingSignalOnce, installEndingSignal);
+    return sendSignal(tid, endingSignal()) ? 0 : -1;
+}
+
+int SchedGet(pid_t pid, int tid, struct sched_param* parameters) {
+    dropTimeout();
+    const ErrnoKeeper keeper;
+    const TableGuard guard;
+    Thread* record;
+    if (const int error = findRunning(pid, tid, record); error != EOK)
+        return result(error);
+    parameters->sched_priority = record != nullptr ? record->priority : kFirstPriority;
+    return record != nullptr ? record->policy : SCHED_RR;
+}
+
+int SchedSet(pid_t pid, int tid, int policy, const struct sched_param* parameters) {
+    dropTimeout();
+    const int priority = parameters->sched_priority;
+    if (priority < 1 || priority > kLastPriority || (policy != SCHED_NOCHANGE && !isPolicy(policy)))
+        return result(EINVAL);
+    const TableGuard guard;
+    Thread* record;
+    if (const int error = findRunning(pid, tid, record); error != EOK)
+        return result(error);
+    if (record == nullptr) {
+        record = newRecord(tid);
+        if (record == nullptr)
+            return result(ENOMEM);
+        record->isForeign = true;
+        enter(record);
+        if (tid == static_cast<int>(threadId()))
+            ownThread = record;
+    }
+    record->priority = priority;
+    if (policy != SCHED_NOCHANGE)
+        record->policy = policy;
+    applyPriority(tid, priority);
+    return 0;
+}
+
+int pthread_setname_np(int tid, const char* name) noexcept {
+    dropTimeout();
+    const size_t length = name != nullptr ? strlen(name) : 0;
+    if (length > kMaxName)
+        return E2BIG;
+    const ErrnoKeeper keeper;
+    char path[48];
+    snprintf(path, sizeof(path), "/proc/self/task/%d/comm", tid == 0 ? static_cast<int>(threadId()) : tid);
+    const Descriptor file(open(path, O_WRONLY | O_CLOEXEC));
+    if (!file.isOpen())
+        return errno == ENOENT ? ESRCH : errno;
+    // Linux cuts the name; of an empty one it wants to see the end.
+    const ssize_t written = length != 0 ? write(file.get(), name, length) : write(file.get(), "", 1);
+    return written < 0 ? errno : 0;
+}
+
+int SignalProcmask_r(pid_t, int tid, int how, const sigset_t* set, sigset_t* old) {
+    dropTimeout();
+    if (tid != 0 && tid != static_cast<int>(threadId()))
+        return ESRCH;
+    if (set == nullptr)
+        return pthread_sigmask(how, nullptr, old);
+    sigset_t without = *set;
+    sigdelset(&without, endingSignal());
+    return pthread_sigmask(how, &without, old);
+}
+
+int SignalProcmask(pid_t pid, int tid, int how, const sigset_t* set, sigset_t* old) {
+    return result(SignalProcmask_r(pid, tid, how, set, old));
+}

@@ -1,0 +1,60 @@
+// CVQBarrier: a number of threads wait for each other, round after round.
+//   Shape    two sub-barriers that serve the rounds in turns, and the number of the present one. All plain 32-bit
+//            words: made shared, the object may lie in shared memory.
+//   Rounds   who is released may wait again at once: it enters the other sub-barrier, and cannot take a unit meant
+//            for a slower thread of the round before. An arrival and the end of its sub-barrier's round exclude each
+//            other, so that an arrival counts in the round that ends or in the next, never in both or in none.
+//   Errors   none of its own; a barrier whose semaphores cannot be created is an assertion of VQSemaphoreAccess. A
+//            barrier for 0 or 1 threads never blocks, and neither does one without semaphores; those of one for 0
+//            threads cannot be created.
+//   Threads  any thread, any process that maps it when shared. More threads than the barrier is for may use it:
+//            each `threads` arrivals end a round. A participant that is killed leaves its round one short.
+#pragma once
+
+#include <CVQCountingSemaphore.h>
+
+namespace VQPrivate {
+
+class VQ_EXPORT CVQSubBarrier : private CVQCountingSemaphore {
+public:
+    CVQSubBarrier(unsigned threads, bool shared);
+
+    /// A semaphore that could not be created cannot hold threads back.
+    bool blocks() const { return mThreshold > 1 && mHandle.valid != 0; }
+
+    /// Arrives in the round of this sub-barrier, whose number is `index`, and waits for its end. False, and nothing
+    /// has happened, when `current` says that another one serves.
+    bool wait(unsigned char& current, unsigned char index);
+    /// Ends the round now: all who have arrived are released. False as above.
+    bool breakThrough(unsigned char& current, unsigned char index);
+
+private:
+    bool enter(const unsigned char& current, unsigned char index);
+    void leave();
+    void endRound(unsigned char& current, unsigned char index, unsigned released);
+
+    unsigned mThreshold;  // arrivals that make a round
+    unsigned mRemaining;  // arrivals that the present round still lacks
+};
+
+static_assert(sizeof(CVQSubBarrier) == 40, "processes share a barrier by its layout");
+
+}  // namespace VQPrivate
+
+class VQ_EXPORT CVQBarrier {
+public:
+    explicit CVQBarrier(unsigned threads, bool shared = false);
+    CVQBarrier(const CVQBarrier&) = delete;
+    CVQBarrier& operator=(const CVQBarrier&) = delete;
+
+    /// Returns when `threads` threads have called it in the same round. The last of them does not block.
+    void wait();
+    /// Releases the threads that wait; the next round needs all arrivals again.
+    void breakThrough();
+
+private:
+    VQPrivate::CVQSubBarrier mSub[2];
+    unsigned char mCurrent;
+};
+
+static_assert(sizeof(CVQBarrier) == 84, "processes share a barrier by its layout");

@@ -1,0 +1,29 @@
+// CVQCountingSemaphore: owns a semaphore of at most `maxCount` units: posts beyond them are dropped.
+//   Units    time-outs in milliseconds on the monotonic clock.
+//   Shape    exactly one VQOSTypes::SEMHANDLE. Made shared, the object may lie in shared memory.
+//   Errors   as VQSemaphoreAccess reports them.
+//   Threads  any thread, any process that maps it when shared. Whoever made it destroys it.
+#pragma once
+
+#include <VQExport.h>
+#include <VQOSTypes.h>
+
+class VQ_EXPORT CVQCountingSemaphore {
+public:
+    /// `initialCount` is cut to 0 ... `maxCount`. `shared`: between processes that map the object.
+    CVQCountingSemaphore(int initialCount, int maxCount, bool shared = false);
+    ~CVQCountingSemaphore();
+    CVQCountingSemaphore(const CVQCountingSemaphore&) = delete;
+    CVQCountingSemaphore& operator=(const CVQCountingSemaphore&) = delete;
+
+    /// Takes a unit. -1 waits without limit, 0 tries once. After false, VQOperatingSystem::getLastError() says why.
+    bool lock(int timeoutMs = -1);
+    /// Gives a unit. Returns the platform's error number, 0 for success.
+    int unlock();
+
+protected:
+    VQOSTypes::SEMHANDLE mHandle = VQOSTypes::sInvalidSemHandle;
+};
+
+static_assert(sizeof(CVQCountingSemaphore) == sizeof(VQOSTypes::SEMHANDLE),
+              "a semaphore is its handle and nothing else");
