@@ -1,0 +1,361 @@
+// Concerns: both clocks, absolute; no wake-up is lost, no wait returns without the mutex; signals; armed time-outs;
+// processes; what may be destroyed when.
+#include "HeldElsewhere.h"
+#include "SignalStorm.h"
+
+#include "support/ChildProcess.h"
+
+#include <cerrno>
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+#include <new>
+#include <sys/mman.h>
+#include <sys/neutrino.h>
+#include <thread>
+#include <tuple>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+void initialise(_sync& condition, clockid_t clock, int sharing) {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, clock);
+    pthread_condattr_setpshared(&attributes, sharing);
+    ASSERT_EQ(0, pthread_cond_init(&condition, &attributes));
+    pthread_condattr_destroy(&attributes);
+}
+
+void armCondition(uint64_t ns, int states = _NTO_TIMEOUT_CONDVAR) {
+    ASSERT_EQ(0, TimerTimeout(CLOCK_MONOTONIC, states, nullptr, &ns, nullptr));
+}
+
+class Condition : public testing::TestWithParam<std::tuple<clockid_t, int>> {
+protected:
+    void SetUp() override {
+        initialise(mCondition, clock(), std::get<1>(GetParam()));
+        pthread_mutex_lock(&mMutex);
+    }
+    /// EPERM when a wait returned without the mutex.
+    void TearDown() override {
+        EXPECT_EQ(0, pthread_mutex_unlock(&mMutex));
+        EXPECT_EQ(0, pthread_cond_destroy(&mCondition));
+    }
+    static clockid_t clock() { return std::get<0>(GetParam()); }
+
+    _sync mMutex = {};
+    _sync mCondition;
+};
+
+TEST_P(Condition, WaitsUntilItsDeadlineAndNotLess) {
+    for (const uint64_t wait : {uint64_t{1}, kMs, 20 * kMs + 1}) {
+        const uint64_t deadline = host::nowNs(clock()) + wait;
+        const timespec until = timeAt(deadline);
+        EXPECT_EQ(ETIMEDOUT, pthread_cond_timedwait(&mCondition, &mMutex, &until));
+        EXPECT_GE(host::nowNs(clock()), deadline);
+    }
+}
+
+TEST_P(Condition, ADeadlineInThePastIsOver) {
+    for (const timespec past : {timespec{0, 0}, timespec{-5, 0}, timespec{1, 999999999}})
+        EXPECT_EQ(ETIMEDOUT, pthread_cond_timedwait(&mCondition, &mMutex, &past));
+}
+
+TEST_P(Condition, RefusesBadNanoseconds) {
+    for (const long nanoseconds : {-1L, 1000000000L}) {
+        const timespec bad = {0, nanoseconds};
+        EXPECT_EQ(EINVAL, pthread_cond_timedwait(&mCondition, &mMutex, &bad));
+    }
+}
+
+TEST_P(Condition, RefusesWhoDoesNotHoldTheMutex) {
+    _sync other = {};
+    EXPECT_EQ(EPERM, pthread_cond_wait(&mCondition, &other));
+    const timespec past = {0, 0};
+    EXPECT_EQ(EPERM, pthread_cond_timedwait(&mCondition, &other, &past));
+}
+
+TEST_P(Condition, CenturiesAreNoTimeInThePast) {
+    const timespec centuries = {std::numeric_limits<time_t>::max(), 0};
+    bool isSet = false;
+    std::thread signaller([&] {
+        pthread_mutex_lock(&mMutex);
+        isSet = true;
+        pthread_cond_signal(&mCondition);
+        pthread_mutex_unlock(&mMutex);
+    });
+    while (!isSet)
+        ASSERT_EQ(0, pthread_cond_timedwait(&mCondition, &mMutex, &centuries));
+    pthread_mutex_unlock(&mMutex);
+    signaller.join();
+    pthread_mutex_lock(&mMutex);
+}
+
+// Two threads hand a turn to each other; a single lost wake-up stops both.
+TEST_P(Condition, LosesNoWakeUp) {
+    constexpr int kTurns = 40000;
+    int turn = 0;
+    const auto play = [&](int me) {
+        pthread_mutex_lock(&mMutex);
+        for (int i = 0; i < kTurns; ++i) {
+            while (turn % 2 != me)
+                ASSERT_EQ(0, pthread_cond_wait(&mCondition, &mMutex));
+            ++turn;
+            if (i % 2 == 0) {
+                pthread_cond_signal(&mCondition);
+                pthread_mutex_unlock(&mMutex);
+            } else {
+                pthread_mutex_unlock(&mMutex);
+                pthread_cond_signal(&mCondition);
+            }
+            pthread_mutex_lock(&mMutex);
+        }
+        pthread_mutex_unlock(&mMutex);
+    };
+    std::thread other(play, 1);
+    pthread_mutex_unlock(&mMutex);
+    play(0);
+    other.join();
+    pthread_mutex_lock(&mMutex);
+    EXPECT_EQ(2 * kTurns, turn);
+}
+
+INSTANTIATE_TEST_SUITE_P(, Condition,
+                         testing::Combine(testing::Values(CLOCK_MONOTONIC, CLOCK_REALTIME),
+                                          testing::Values(PTHREAD_PROCESS_PRIVATE, PTHREAD_PROCESS_SHARED)));
+
+TEST(ConditionOfZeros, IsPrivateAndOnTheRealTimeClock) {
+    _sync condition = {}, mutex = {};
+    pthread_mutex_lock(&mutex);
+    const uint64_t deadline = host::nowNs(CLOCK_REALTIME) + 5 * kMs;
+    const timespec until = timeAt(deadline);
+    EXPECT_EQ(ETIMEDOUT, pthread_cond_timedwait(&condition, &mutex, &until));
+    EXPECT_GE(host::nowNs(CLOCK_REALTIME), deadline);
+    EXPECT_EQ(0, pthread_cond_init(&condition, nullptr));
+    EXPECT_EQ(0, pthread_mutex_unlock(&mutex));
+}
+
+TEST(ConditionOfMany, EverySignalIsForOneWaiterAtLeast) {
+    constexpr int kWaiters = 4, kTickets = 20000;
+    _sync condition = {}, mutex = {};
+    int tickets = 0, taken = 0;
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < kWaiters; ++i)
+        waiters.emplace_back([&] {
+            for (int n = 0; n < kTickets / kWaiters; ++n) {
+                pthread_mutex_lock(&mutex);
+                while (tickets == 0)
+                    pthread_cond_wait(&condition, &mutex);
+                --tickets;
+                ++taken;
+                pthread_mutex_unlock(&mutex);
+            }
+        });
+    for (int i = 0; i < kTickets; ++i) {
+        pthread_mutex_lock(&mutex);
+        ++tickets;
+        pthread_mutex_unlock(&mutex);
+        if (i % 16 == 0)
+            pthread_cond_broadcast(&condition);
+        else
+            pthread_cond_signal(&condition);
+    }
+    for (std::thread& waiter : waiters)
+        waiter.join();
+    EXPECT_EQ(kTickets, taken);
+}
+
+TEST(ConditionAndTimeouts, AnArmedOneEndsAWaitWithTheMutexHeld) {
+    _sync condition = {}, mutex = {};
+    pthread_mutex_lock(&mutex);
+    for (const int states : {_NTO_TIMEOUT_CONDVAR, _NTO_TIMEOUT_CONDVAR | _NTO_TIMEOUT_MUTEX}) {
+        const uint64_t begin = monotonicNs();
+        armCondition(10 * kMs, states);
+        EXPECT_EQ(ETIMEDOUT, pthread_cond_wait(&condition, &mutex));
+        EXPECT_GE(monotonicNs() - begin, 10 * kMs);
+        armCondition(0, states);
+        EXPECT_EQ(ETIMEDOUT, pthread_cond_wait(&condition, &mutex));
+    }
+    EXPECT_EQ(0, pthread_mutex_unlock(&mutex));
+}
+
+TEST(ConditionAndTimeouts, TheEarlierOfTwoEndsATimedWait) {
+    _sync condition = {}, mutex = {};
+    initialise(condition, CLOCK_MONOTONIC, PTHREAD_PROCESS_PRIVATE);
+    pthread_mutex_lock(&mutex);
+    const timespec far = timeAt(monotonicNs() + 3600 * host::kNsPerSecond);
+    armCondition(5 * kMs);
+    EXPECT_EQ(ETIMEDOUT, pthread_cond_timedwait(&condition, &mutex, &far));
+    armCondition(3600 * host::kNsPerSecond);
+    const timespec near = timeAt(monotonicNs() + 5 * kMs);
+    EXPECT_EQ(ETIMEDOUT, pthread_cond_timedwait(&condition, &mutex, &near));
+    EXPECT_EQ(0, pthread_mutex_unlock(&mutex));
+}
+
+// The mutex is held by another thread when the time is over: the wait lasts until the mutex is there.
+TEST(ConditionAndTimeouts, ATimeoutDoesNotCutTheWayBackToTheMutex) {
+    _sync condition = {}, mutex = {};
+    pthread_mutex_lock(&mutex);
+    std::atomic<bool> isHeld{false}, mayGo{false};
+    std::thread holder([&] {
+        pthread_mutex_lock(&mutex);
+        isHeld = true;
+        while (!mayGo)
+            std::this_thread::sleep_for(1ms);
+        pthread_mutex_unlock(&mutex);
+    });
+    std::thread releaser([&] {
+        while (!isHeld)
+            std::this_thread::yield();
+        std::this_thread::sleep_for(40ms);
+        mayGo = true;
+    });
+    armCondition(10 * kMs, _NTO_TIMEOUT_CONDVAR | _NTO_TIMEOUT_MUTEX);
+    EXPECT_EQ(ETIMEDOUT, pthread_cond_wait(&condition, &mutex));
+    EXPECT_TRUE(mayGo || !isHeld);
+    EXPECT_EQ(0, pthread_mutex_unlock(&mutex));
+    holder.join();
+    releaser.join();
+}
+
+TEST(ConditionAndTimeouts, AllCallsConsumeAnArmedOne) {
+    _sync condition = {}, mutex = {};
+    void (*const kCalls[])(_sync*) = {
+        [](_sync* c) { pthread_cond_signal(c); },
+        [](_sync* c) { pthread_cond_broadcast(c); },
+        [](_sync* c) { pthread_cond_destroy(c); },
+        [](_sync* c) { pthread_cond_init(c, nullptr); },
+    };
+    for (const auto call : kCalls) {
+        armCondition(0, _NTO_TIMEOUT_MUTEX);
+        call(&condition);
+        HeldElsewhere held(mutex, 10ms);
+        EXPECT_EQ(0, pthread_mutex_lock(&mutex));
+        pthread_mutex_unlock(&mutex);
+    }
+}
+
+TEST(ConditionAndSignals, CaughtOnesNeitherEndNorShortenAWait) {
+    _sync condition = {}, mutex = {};
+    initialise(condition, CLOCK_MONOTONIC, PTHREAD_PROCESS_PRIVATE);
+    pthread_mutex_lock(&mutex);
+    static std::atomic<int> caught;
+    caught = 0;
+    const SignalStorm storm([](int) { ++caught; });
+    const uint64_t deadline = monotonicNs() + 50 * kMs;
+    const timespec until = timeAt(deadline);
+    EXPECT_EQ(ETIMEDOUT, pthread_cond_timedwait(&condition, &mutex, &until));
+    EXPECT_GE(monotonicNs(), deadline);
+    EXPECT_GT(caught, 10);
+    EXPECT_EQ(0, pthread_mutex_unlock(&mutex));
+}
+
+// Who was woken has left the condition: its memory may be given back.
+TEST(ConditionLifetime, EndsRightAfterABroadcast) {
+    for (int round = 0; round < 200; ++round) {
+        _sync mutex = {};
+        auto condition = std::make_unique<_sync>();
+        int waiting = 0;
+        bool isSet = false;
+        std::vector<std::thread> waiters;
+        for (int i = 0; i < 2; ++i)
+            waiters.emplace_back([&, c = condition.get()] {
+                pthread_mutex_lock(&mutex);
+                ++waiting;
+                while (!isSet)
+                    pthread_cond_wait(c, &mutex);
+                pthread_mutex_unlock(&mutex);
+            });
+        for (bool allWait = false; !allWait;) {
+            pthread_mutex_lock(&mutex);
+            allWait = waiting == 2;
+            if (allWait) {
+                isSet = true;
+                pthread_cond_broadcast(condition.get());
+                pthread_cond_destroy(condition.get());
+                condition.reset();
+            }
+            pthread_mutex_unlock(&mutex);
+        }
+        for (std::thread& waiter : waiters)
+            waiter.join();
+    }
+}
+
+struct Segment {
+    _sync mutex, condition;
+    int turn;
+    std::atomic<int> waiting;
+};
+
+class ConditionProcess : public testing::Test {
+protected:
+    void SetUp() override {
+        mSegment = new (mmap(nullptr, sizeof(Segment), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+            Segment{};
+        initialise(mSegment->condition, CLOCK_MONOTONIC, PTHREAD_PROCESS_SHARED);
+        pthread_mutexattr_t attributes;
+        pthread_mutexattr_init(&attributes);
+        pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+        ASSERT_EQ(0, pthread_mutex_init(&mSegment->mutex, &attributes));
+        pthread_mutexattr_destroy(&attributes);
+    }
+    void TearDown() override { munmap(mSegment, sizeof(Segment)); }
+
+    void play(int me, int turns) {
+        pthread_mutex_lock(&mSegment->mutex);
+        for (int i = 0; i < turns; ++i) {
+            while (mSegment->turn % 2 != me)
+                ASSERT_EQ(0, pthread_cond_wait(&mSegment->condition, &mSegment->mutex));
+            ++mSegment->turn;
+            pthread_cond_signal(&mSegment->condition);
+        }
+        pthread_mutex_unlock(&mSegment->mutex);
+    }
+
+    Segment* mSegment = nullptr;
+};
+
+TEST_F(ConditionProcess, LosesNoWakeUp) {
+    constexpr int kTurns = 20000;
+    support::ChildProcess child([this] { play(1, kTurns); });
+    play(0, kTurns);
+    const auto result = child.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ(2 * kTurns, mSegment->turn);
+}
+
+TEST_F(ConditionProcess, SurvivesAWaiterThatIsKilled) {
+    Segment& segment = *mSegment;
+    const auto wait = [&segment] {
+        pthread_mutex_lock(&segment.mutex);
+        ++segment.waiting;
+        while (segment.turn == 0)
+            pthread_cond_wait(&segment.condition, &segment.mutex);
+        pthread_mutex_unlock(&segment.mutex);
+    };
+    const auto waitForWaiters = [&segment](int waiters) {
+        while (segment.waiting != waiters)
+            std::this_thread::sleep_for(1ms);
+        std::this_thread::sleep_for(10ms);
+    };
+    support::ChildProcess victim(wait);
+    waitForWaiters(1);
+    victim.send(SIGKILL);
+    victim.finish();
+    support::ChildProcess other(wait);
+    waitForWaiters(2);
+    pthread_mutex_lock(&segment.mutex);
+    segment.turn = 1;
+    pthread_cond_signal(&segment.condition);
+    pthread_mutex_unlock(&segment.mutex);
+    const auto result = other.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ(0, pthread_cond_destroy(&segment.condition));
+}
+
+}  // namespace

@@ -1,0 +1,219 @@
+// CVQBarrier. Concerns: who blocks and who is released; many rounds with threads that come back at once; breaking
+// through, also while others arrive; processes; numbers that make no barrier.
+#include <CVQBarrier.h>
+
+#include "LockTesting.h"
+#include "support/AssertionLog.h"
+#include "support/ChildProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <new>
+#include <sys/mman.h>
+
+namespace {
+
+using locktest::milliseconds;
+
+/// Threads that wait at a barrier once.
+class CArrivals {
+public:
+    explicit CArrivals(CVQBarrier& barrier) : mBarrier(barrier) {}
+    ~CArrivals() {
+        for (std::thread& thread : mThreads) {
+            thread.join();
+        }
+    }
+    CArrivals(const CArrivals&) = delete;
+    CArrivals& operator=(const CArrivals&) = delete;
+
+    void add(int threads) {
+        for (int i = 0; i < threads; ++i) {
+            mThreads.emplace_back([this] {
+                ++arrived;
+                mBarrier.wait();
+                ++released;
+            });
+        }
+        while (arrived != static_cast<int>(mThreads.size())) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(milliseconds(10));  // by now they sleep
+    }
+    void waitForReleased(int threads) const {
+        while (released < threads) {
+            std::this_thread::yield();
+        }
+    }
+
+    std::atomic<int> arrived{0};
+    std::atomic<int> released{0};
+
+private:
+    CVQBarrier& mBarrier;
+    std::vector<std::thread> mThreads;
+};
+
+}  // namespace
+
+TEST(CVQBarrier, ReleasesAllWhenTheLastArrives) {
+    CVQBarrier barrier(3);
+    for (int round = 0; round < 5; ++round) {
+        CArrivals arrivals(barrier);
+        arrivals.add(2);
+        EXPECT_EQ(0, arrivals.released);
+        barrier.wait();  // does not block
+        arrivals.waitForReleased(2);
+    }
+}
+
+TEST(CVQBarrier, ForOneThreadNeverBlocks) {
+    CVQBarrier barrier(1);
+    for (int i = 0; i < 1000; ++i) {
+        barrier.wait();
+    }
+    barrier.breakThrough();
+    barrier.wait();
+}
+
+TEST(CVQBarrier, ForNoThreadIsAnAssertionAndNeverBlocks) {
+    support::AssertionLog log;
+    {
+        CVQBarrier barrier(0);
+        EXPECT_EQ((std::vector<std::string>(2, "VQSemaphoreAccessQNX:140")), log.takeSites());
+        barrier.wait();
+        barrier.breakThrough();
+        barrier.wait();
+    }
+}
+
+TEST(CVQBarrier, ForMoreThreadsThanCanBeCountedIsAnAssertionAndNeverBlocks) {
+    support::AssertionLog log;
+    CVQBarrier barrier(0x80000000U);
+    EXPECT_EQ((std::vector<std::string>(2, "VQSemaphoreAccessQNX:140")), log.takeSites());
+    barrier.wait();
+    barrier.breakThrough();
+}
+
+TEST(CVQBarrier, BreakingThroughReleasesWhoeverArrived) {
+    CVQBarrier barrier(3);
+    {
+        CArrivals arrivals(barrier);
+        arrivals.add(2);
+        barrier.breakThrough();
+        arrivals.waitForReleased(2);
+    }
+    CArrivals arrivals(barrier);  // the next round needs three again
+    arrivals.add(2);
+    EXPECT_EQ(0, arrivals.released);
+    barrier.wait();
+    arrivals.waitForReleased(2);
+}
+
+TEST(CVQBarrier, BreakingThroughAnEmptyRoundChangesNothing) {
+    CVQBarrier barrier(2);
+    for (int breaks = 0; breaks < 3; ++breaks) {
+        barrier.breakThrough();
+        CArrivals arrivals(barrier);
+        arrivals.add(1);
+        EXPECT_EQ(0, arrivals.released);
+        barrier.wait();
+    }
+}
+
+// Each thread adds to the count of its round, and finds it whole after the round.
+TEST(CVQBarrier, KeepsRoundsApartWhenThreadsReturnAtOnce) {
+    for (const unsigned threads : {2u, 3u, 5u}) {
+        constexpr int kRounds = 4000;
+        CVQBarrier barrier(threads);
+        std::vector<std::atomic<unsigned>> arrivals(kRounds);
+        std::vector<std::thread> workers;
+        for (unsigned i = 0; i < threads; ++i) {
+            workers.emplace_back([&] {
+                for (std::atomic<unsigned>& arrived : arrivals) {
+                    ++arrived;
+                    barrier.wait();
+                    ASSERT_EQ(threads, arrived);
+                }
+            });
+        }
+        for (std::thread& worker : workers) {
+            worker.join();
+        }
+    }
+}
+
+TEST(CVQBarrier, MoreThreadsThanItIsForMakeRoundsInTurns) {
+    constexpr int kThreads = 6, kRounds = 2000;
+    CVQBarrier barrier(2);
+    std::vector<std::thread> workers;
+    for (int i = 0; i < kThreads; ++i) {
+        workers.emplace_back([&] {
+            for (int round = 0; round < kRounds; ++round) {
+                barrier.wait();
+            }
+        });
+    }
+    // The number of arrivals is even, and whoever arrives finds a partner, as long as two are left.
+    std::atomic<bool> allDone{false};
+    std::thread rescuer([&] {
+        while (!allDone) {
+            std::this_thread::sleep_for(milliseconds(20));
+            barrier.breakThrough();
+        }
+    });
+    for (std::thread& worker : workers) {
+        worker.join();
+    }
+    allDone = true;
+    rescuer.join();
+}
+
+// No arrival may be forgotten, whichever side of the break it comes to: one thread alone at a barrier for two is
+// released by breaking only, and comes back at once.
+TEST(CVQBarrier, ArrivalsWhileItIsBrokenAreReleasedNowOrByTheNextBreak) {
+    constexpr int kRounds = 3000;
+    CVQBarrier barrier(3);
+    std::atomic<int> unfinished{2};
+    const auto work = [&] {
+        for (int round = 0; round < kRounds; ++round) {
+            barrier.wait();
+        }
+        --unfinished;
+    };
+    std::thread one(work);
+    std::thread two(work);
+    while (unfinished != 0) {
+        barrier.breakThrough();
+    }
+    one.join();
+    two.join();
+    CArrivals arrivals(barrier);
+    arrivals.add(2);
+    EXPECT_EQ(0, arrivals.released);  // nothing is left over
+    barrier.wait();
+}
+
+TEST(CVQBarrier, ServesProcesses) {
+    constexpr int kRounds = 3000;
+    struct Segment {
+        CVQBarrier barrier{3, true};
+        std::atomic<int> arrivals[kRounds] = {};
+    };
+    auto* const segment =
+        new (mmap(nullptr, sizeof(Segment), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Segment;
+    const auto work = [segment] {
+        for (std::atomic<int>& arrived : segment->arrivals) {
+            ++arrived;
+            segment->barrier.wait();
+            ASSERT_EQ(3, arrived);
+        }
+    };
+    support::ChildProcess one(work);
+    support::ChildProcess two(work);
+    work();
+    EXPECT_TRUE(one.finish().exitedWith(0));
+    EXPECT_TRUE(two.finish().exitedWith(0));
+    segment->~Segment();
+    munmap(segment, sizeof(Segment));
+}
