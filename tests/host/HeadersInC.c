@@ -7,6 +7,7 @@
 #include <sys/neutrino.h>
 #include <sys/slog.h>
 #include <sys/slogcodes.h>
+#include <sys/statvfs.h>
 #include <sys/trace.h>
 
 int headersInC(void);
@@ -18,6 +19,7 @@ int headersInC(void) {
     bt_addr_t address = 0;
     volatile unsigned counter = 1;
     struct sigevent event;
+    struct statvfs fileSystem;
     const uint64_t zero = 0;
 
     if (sizeof(struct _sync) != 8)
@@ -41,5 +43,7 @@ int headersInC(void) {
         return 8;
     if (TraceEvent(0) != -1 || errno != ENOTSUP)
         return 9;
+    if (statvfs("/", &fileSystem) != 0 || fileSystem.f_basetype[0] == '\0')
+        return 10;
     return 0;
 }
