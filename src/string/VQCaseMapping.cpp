@@ -193,13 +193,14 @@ private:
     }
     static constexpr std::uint16_t formOfTwo(const SMulti& multi) {
         const bool ascii = multi.mCount == 2 && multi.mMapped[0] < 0x80 && multi.mMapped[1] < 0x80;
-        return static_cast<std::uint16_t>(ascii ? multi.mMapped[0] | multi.mMapped[1] << 8 : kNothing);
+        const unsigned form = ascii ? multi.mMapped[0] | static_cast<unsigned>(multi.mMapped[1]) << 8 : kNothing;
+        return static_cast<std::uint16_t>(form);
     }
 
     /// By both bytes as they are, the first one's mark cut off: three quarters of the table are never touched, but a
     /// place is found in two instructions.
     static constexpr unsigned placeOfTwo(std::uint16_t form) {
-        return (form << 8 | form >> 8) & (kPlacesOfTwo - 1);
+        return (static_cast<unsigned>(form) << 8 | form >> 8) & (kPlacesOfTwo - 1);
     }
     constexpr void setOfTwo(unsigned code, std::uint16_t form) { mOfTwo[placeOfTwo(formOfTwo(code))] = form; }
 
@@ -403,7 +404,9 @@ struct SOutput {
 /// A text on its way from the original to the result: both in one buffer as long as that is possible.
 class CMappedText {
 public:
-    explicit CMappedText(CVQString& text) : mWriter(text), mIn(mWriter.text()), mBytes(mWriter.getByteLength()) {}
+    explicit CMappedText(CVQString& text)
+        : mWriter(text), mIn(mWriter.text()), mBytes(mWriter.getByteLength()),
+          mCharacters(mWriter.getCharacterCount()) {}
 
     /// Maps block by block, as far as the number of bytes stays the same.
     template <class Index>
@@ -427,7 +430,7 @@ public:
             if (mChanged && !direct) {
                 std::memcpy(mWriter.text() + mAt, aside, block.size());
             }
-            mMore += static_cast<long long>(block.more());
+            mCharacters += static_cast<long long>(block.more());
             mAt += block.size();
         }
     }
@@ -441,15 +444,14 @@ public:
             SOutput output{mWriter.text() + mAt};
             walk(mappings, mIn, mAt, mBytes, output);
             mChanged = true;
-            mMore += rest.more;
+            mCharacters += rest.more;
             mResult = static_cast<std::size_t>(rest.bytes);
         }
     }
 
     void finish() {
         if (mChanged) {
-            const long long characters = mWriter.getCharacterCount() + mMore;
-            mWriter.setLengths(mResult, static_cast<std::size_t>(characters));
+            mWriter.setLengths(mResult, static_cast<std::size_t>(mCharacters));
         }
     }
 
@@ -479,7 +481,7 @@ private:
     std::size_t mBytes;   ///< of it
     std::size_t mResult = mBytes;
     std::size_t mAt = 0;
-    long long mMore = 0;
+    long long mCharacters;  ///< of the original, and those that came in addition
     bool mChanged = false;
 };
 

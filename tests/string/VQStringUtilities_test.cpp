@@ -276,6 +276,19 @@ TEST(VQStringUtilities, ATextThatShrinksAndGrowsAgainStaysInPlace) {
     EXPECT_EQ(6u, text.getCharacterCount());
 }
 
+TEST(VQStringUtilities, ASharedTextThatShrinksKeepsCountOfItsCharacters) {
+    const CVQString original("\xC4\xB1 and \xC5\xBF, both one byte in capitals");
+    for (const bool own : {true, false}) {
+        const SVQCaseMappingTable copy = VQStringUtilities::sToUpperCaseMappingTable;
+        CVQString text(original);
+        VQStringUtilities::doCaseMapping(text, own ? VQStringUtilities::sToUpperCaseMappingTable : copy);
+        EXPECT_EQ("I AND S, BOTH ONE BYTE IN CAPITALS", bytesOf(text));
+        EXPECT_EQ(34u, text.getCharacterCount());
+        EXPECT_EQ(1u, ownersOf(original));
+        EXPECT_EQ(36u, original.getByteLength());
+    }
+}
+
 TEST(VQStringUtilities, LeavesWhatIsNoCharacterAsItIs) {
     for (const std::string bytes : {"a\xE4z", "\xC3", "\x80\x80z", "a\xFF", "\xE2\x82z", "\xF0\x9F\x98z"}) {
         EXPECT_EQ(plain::mapCase(bytes, plain::upperCase()).bytes, upper(unchecked(bytes)));
