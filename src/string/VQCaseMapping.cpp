@@ -240,6 +240,8 @@ public:
     CBlock(const char* in, std::size_t size) : mIn(in), mSize(size - VQUtf8::unfinishedBefore(in + size)) {
         if (!mark()) {
             mSize = 0;
+            mTwos = 0;
+            mLonger = 0;
         }
     }
 
@@ -289,16 +291,18 @@ private:
             return true;
         }
         const auto behind = [](Marks marks, std::size_t count) { return marks << (count * kMarkBits); };
-        mTwos = marksOf(Vector::atLeastC0);
+        const Marks within = marksBelow(mSize);
+        mTwos = marksOf(Vector::atLeastC0) & within;
         Marks announced = behind(mTwos, 1);
         Marks never = 0;
         if (has(Vector::atLeastE0)) {
-            mLonger = marksOf(Vector::atLeastE0);
+            mLonger = marksOf(Vector::atLeastE0) & within;
             mTwos &= ~mLonger;
-            announced |= behind(mLonger, 2) | behind(marksOf(Vector::atLeastF0), 3);
-            never = marksOf(Vector::atLeastF8);
+            announced |= behind(mLonger, 2) | behind(marksOf(Vector::atLeastF0) & within, 3);
+            never = marksOf(Vector::atLeastF8) & within;
         }
-        return (((announced ^ marksOf(Vector::continuation)) | never) & marksBelow(mSize)) == 0;
+        // What is announced beyond the end is wrong, too: the end was not where a regular character is cut.
+        return ((announced ^ (marksOf(Vector::continuation) & within)) | never) == 0;
     }
 
     /// Maps the characters of more than one byte, and ends the block at the first that does not keep its length.
@@ -306,7 +310,7 @@ private:
     void mapMarked(const Index& index, Marks marks, char* out, OfTwo isOfTwo) {
         const char* const in = mIn;
         std::size_t more = 0;  // not in the object, which each store through `out` might change
-        for (marks &= marksBelow(mSize); marks != 0; marks &= marks - 1) {
+        for (; marks != 0; marks &= marks - 1) {
             const std::size_t at = static_cast<std::size_t>(__builtin_ctzll(marks)) / kMarkBits;
             if (isOfTwo(in + at)) {
                 std::uint16_t form;

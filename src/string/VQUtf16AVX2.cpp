@@ -108,6 +108,7 @@ inline __m256i unitsAndPairsOf(__m256i two, __m256i third) {
 }
 
 constexpr std::size_t kStep = 16;  ///< bytes that a step from UTF-8 takes, and units that it writes
+constexpr std::size_t kReach = kGatherBytes - kLookBack + 16;  ///< bytes that it reads
 constexpr std::size_t kPlainStep = 64;
 
 /// The bytes of the whole vectors at the beginning that are ASCII: each takes a unit.
@@ -129,8 +130,7 @@ inline void fromUtf8BySteps(const char*& text, const char* end, unsigned short*&
                             const unsigned short* outEnd) {
     const auto left = [&] { return toSize(end - text); };
     const auto room = [&] { return toSize(outEnd - out); };
-    // A step looks at the byte behind it, too.
-    while (left() > kStep && room() >= kStep) {
+    while (left() >= kReach && room() >= kStep) {
         if (left() >= kPlainStep && room() >= kPlainStep) {
             const auto a = SVector32::load(text);
             const auto b = SVector32::load(text + SVector32::kBytes);
@@ -143,7 +143,7 @@ inline void fromUtf8BySteps(const char*& text, const char* end, unsigned short*&
             }
         }
         // As many again, since text that is not plain once is likely not to be so the next time.
-        for (std::size_t step = 0; step < kPlainStep / kStep && left() > kStep && room() >= kStep; ++step) {
+        for (std::size_t step = 0; step < kPlainStep / kStep && left() >= kReach && room() >= kStep; ++step) {
             const __m128i lookedBack = load(text - kLookBack);
             const auto follow = static_cast<unsigned>(_mm_movemask_epi8(SVector16::continuation(load(text + 1))));
             const bool hasLong =

@@ -296,6 +296,13 @@ TEST(VQStringUtilities, LeavesWhatIsNoCharacterAsItIs) {
     }
     EXPECT_EQ(std::string("A\0B", 3), upper(unchecked(std::string("a\0b", 3))));
     EXPECT_EQ("A", upper("\xC1\xA1"));  // an overlong a is an a
+    // A character whose second byte looks like the first of another.
+    EXPECT_EQ("\xE1\xBB\x8ET", upper("\xE1\xFB\x8Ft"));
+    for (std::size_t before = 0; before < 70; ++before)
+        for (const char* const bytes : {"\xE1\xFB\x8Ft", "\xE1\xFB\x8F", "\xC3\xE1z", "\xE2\xC3\xA4\xC3\xA4"}) {
+            const std::string all = std::string(before, 'a') + bytes;
+            ASSERT_EQ(plain::mapCase(all, plain::upperCase()).bytes, upper(unchecked(all))) << before;
+        }
 }
 
 TEST(VQStringUtilities, MapsRandomTextsLikeThePlainRule) {
