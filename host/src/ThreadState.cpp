@@ -61,13 +61,17 @@ void armTimeout(unsigned states, Deadline deadline) {
     __nto_owner = states == 0 ? id : 0;
 }
 
-Deadline takeArmedTimeout(unsigned wanted) {
+ArmedTimeout takeArmedTimeouts() {
     const unsigned id = threadId();
-    const Deadline deadline = (state.states & wanted) != 0 ? state.deadline : Deadline::never();
+    const ArmedTimeout armed = {state.states, state.deadline};
     state.states = 0;
     orderForHandlers();
     __nto_owner = id;
-    return deadline;
+    return armed;
+}
+
+Deadline takeArmedTimeout(unsigned wanted) {
+    return takeArmedTimeouts().in(wanted);
 }
 
 }  // namespace host

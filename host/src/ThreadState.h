@@ -24,6 +24,22 @@ inline Deadline takeTimeout(unsigned state) {
     return __nto_owner != 0 ? Deadline::never() : takeArmedTimeout(state);
 }
 
+/// What was armed, for calls that go through more than one state.
+struct ArmedTimeout {
+    unsigned states;
+    Deadline deadline;
+
+    Deadline in(unsigned state) const { return (states & state) != 0 ? deadline : Deadline::never(); }
+};
+
+/// The long way of takeTimeouts().
+ArmedTimeout takeArmedTimeouts();
+
+/// Consumes the armed time-out.
+inline ArmedTimeout takeTimeouts() {
+    return __nto_owner != 0 ? ArmedTimeout{0, Deadline::never()} : takeArmedTimeouts();
+}
+
 /// For calls that do not block.
 inline void dropTimeout() {
     takeTimeout(0);

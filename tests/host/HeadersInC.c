@@ -45,5 +45,16 @@ int headersInC(void) {
         return 9;
     if (statvfs("/", &fileSystem) != 0 || fileSystem.f_basetype[0] == '\0')
         return 10;
+    {
+        const int chid = ChannelCreate(_NTO_CHF_FIXED_PRIORITY);
+        const int coid = ConnectAttach(0, 0, chid, _NTO_SIDE_CHANNEL, _NTO_COF_CLOEXEC);
+        struct _pulse pulse;
+        struct _msg_info info;
+        if (MsgSendPulse(coid, 10, _PULSE_CODE_MINAVAIL, 7) != 0 ||
+            MsgReceive(chid, &pulse, sizeof pulse, &info) != 0 || pulse.value.sival_int != 7)
+            return 11;
+        if (ConnectDetach(coid) != 0 || ChannelDestroy(chid) != 0)
+            return 12;
+    }
     return 0;
 }

@@ -87,3 +87,5 @@ int SignalProcmask_r(pid_t pid, int tid, int how, const sigset_t* set, sigset_t*
 }
 #endif
 #pragma GCC visibility pop
+
+#include <host/Messages.h>

@@ -1,0 +1,79 @@
+// Parts: the buffers of a message as one run of bytes.
+#pragma once
+
+#include <limits.h>
+#include <string.h>
+#include <sys/uio.h>
+
+namespace host {
+
+struct Parts {
+    const iovec* parts;
+    int count;
+    size_t length;  // of all together
+};
+
+/// False for a count or a length that a message cannot have.
+inline bool measure(Parts& run) {
+    if (run.count < 0)
+        return false;
+    run.length = 0;
+    for (int i = 0; i < run.count; ++i) {
+        if (run.parts[i].iov_len > INT_MAX - run.length)
+            return false;
+        run.length += run.parts[i].iov_len;
+    }
+    return true;
+}
+
+/// A place in a run, moving towards its end.
+class PartsCursor {
+public:
+    PartsCursor(const Parts& run, size_t offset) : mPart(run.parts), mEnd(run.parts + run.count) {
+        skipEmpty();
+        advance(offset < run.length ? offset : run.length);
+    }
+
+    bool isAtEnd() const { return mPart == mEnd; }
+    char* place() const { return static_cast<char*>(mPart->iov_base) + mOffset; }
+    /// The bytes here that lie in one piece.
+    size_t piece() const { return mPart->iov_len - mOffset; }
+
+    void advance(size_t bytes) {
+        while (bytes != 0) {
+            const size_t step = bytes < piece() ? bytes : piece();
+            bytes -= step;
+            mOffset += step;
+            skipEmpty();
+        }
+    }
+
+private:
+    void skipEmpty() {
+        while (mPart != mEnd && mOffset == mPart->iov_len) {
+            ++mPart;
+            mOffset = 0;
+        }
+    }
+
+    const iovec* mPart;
+    const iovec* mEnd;
+    size_t mOffset = 0;
+};
+
+/// Copies what both have; the result is how much.
+inline size_t copyParts(const Parts& to, size_t toOffset, const Parts& from, size_t fromOffset) {
+    PartsCursor target(to, toOffset);
+    PartsCursor source(from, fromOffset);
+    size_t copied = 0;
+    while (!target.isAtEnd() && !source.isAtEnd()) {
+        const size_t step = target.piece() < source.piece() ? target.piece() : source.piece();
+        memcpy(target.place(), source.place(), step);
+        target.advance(step);
+        source.advance(step);
+        copied += step;
+    }
+    return copied;
+}
+
+}  // namespace host
