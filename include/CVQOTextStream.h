@@ -1,5 +1,5 @@
-// CVQOTextStream: text that grows by what is inserted: texts, truth values, printf formats.
-// width, or escaped for XML.
+// CVQOTextStream: text that grows by what is inserted: texts, truth values, printf formats; aligned in a width, or
+// escaped for XML.
 //
 //   Units    lengths, capacities and widths in bytes.
 //   Shape    a heap block from `begin` to the capacity's end, the end of the text in it, flags, width. The text is

@@ -1,6 +1,7 @@
 // Concerns: growth to the byte; insertion of texts, truth values, strings and formats, plain, padded and escaped;
 // what the width is applied to; copies; null and refused arguments; texts of its own; sizes that cannot be had;
 // random insertions beside a std::string.
+#include "stream/Streams.h"
 #include "support/ChildProcess.h"
 
 #include <CVQOTextStream.h>
@@ -207,6 +208,14 @@ TEST(CVQOTextStream, InsertsStringsWithTheirZeroBytes) {
     Stream stream(0);
     stream << CVQString("häßlich") << CVQString();
     EXPECT_EQ("häßlich", textOf(stream));
+    CVQString arrived;
+    Source({3, 0, 0, 0, 'a', 0, '<'}) >> arrived;
+    Stream whole(0);
+    whole << arrived;
+    EXPECT_EQ(std::string("a\0<", 3), std::string(whole.c_str(), whole.getLength()));
+    Stream escaped(0);
+    escaped << xml << arrived;
+    EXPECT_EQ("a", std::string(escaped.c_str(), escaped.getLength())) << "escaped up to the zero byte";
 }
 
 TEST(CVQOTextStream, Kept_StringsIgnoreTheWidthAndLeaveIt) {  // id: textstream-string-ignores-width
