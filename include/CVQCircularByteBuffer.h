@@ -11,9 +11,10 @@
 //   Copies   share the storage's bytes and have positions of their own. As a shared block is written to then, each
 //            copy and each assignment is a cheap assertion of CVQRCMemoryBuffer (line 264), and so are the
 //            operations that work on a copy: `dumpLine`, `dumpString`, `beginsWith`, `goNextString`.
-//   Errors   every operation checks the pointers first. What an invalid buffer is asked for is logged, "[...]
-//            invalid buffer" with a number for the call, and has no effect; nothing is asserted. A capacity that
-//            cannot be had gives an invalid buffer. Null sources and destinations move nothing.
+//   Errors   every operation checks the pointers first. What an invalid buffer is asked for has no effect and is
+//            logged, "[...] invalid buffer" with a number for the call; only `toString`, `getCapacity` and
+//            the stream operators say nothing. Nothing is asserted but copies. A capacity that cannot be had gives
+//            an invalid buffer, and so does a copy of broken pointers. Null sources and destinations move nothing.
 //   Bytes    new storage is zeroed: moves uncover nothing that lay on the heap before.
 //   Threads  one thread at a time, together with all its copies.
 //   Kept     circular-copy-shares: copies share bytes, and are reported (see Copies).
@@ -31,6 +32,8 @@
 //            length.
 //            circular-equal-invalid: invalid buffers are equal, and an empty one equals an invalid one on its
 //            right.
+//            circular-freesize-message: an invalid buffer that is asked for its free size is logged in the name of
+//            `size`.
 //            circular-explain-twice: `explainError` logs a beginning at the physical end, but does not print it;
 //            its texts are spelt as they are (docs/kept.md).
 #pragma once
@@ -85,6 +88,7 @@ public:
     CVQString toString(const unsigned char* from, const unsigned char* to) const;
 
     /// 16 bytes from `offset` on in hexadecimal and as characters: "10:       41 42 ...  AB..", 76 characters.
+    /// EMPTY_STRING where `moveRelativeBegin` refuses such a distance, and from 2^31 on.
     CVQString dumpLine(unsigned int offset) const;
     /// Sizes, pointers and all lines.
     CVQString dumpString() const;
@@ -119,7 +123,7 @@ private:
     friend VQ_EXPORT IVQOStream& operator<<(IVQOStream& stream, const CVQCircularByteBuffer& value);
     friend VQ_EXPORT IVQIStream& operator>>(IVQIStream& stream, CVQCircularByteBuffer& value);
 
-    /// The content, oldest first; the second piece lies behind the physical end.
+    /// The content, oldest first; the second piece, null unless the buffer is wrapped, lies behind the physical end.
     struct SPieces {
         const unsigned char* first;
         std::size_t firstCount;

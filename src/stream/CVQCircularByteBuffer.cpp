@@ -35,11 +35,6 @@ std::uintptr_t numberOf(const unsigned char* pointer) {
     return reinterpret_cast<std::uintptr_t>(pointer);
 }
 
-/// The pointer that lies to `to` as `pointer` lies to `from`.
-unsigned char* moved(const unsigned char* pointer, const unsigned char* from, const unsigned char* to) {
-    return reinterpret_cast<unsigned char*>(numberOf(pointer) - numberOf(from) + numberOf(to));
-}
-
 /// For pointers into one storage.
 long long distance(const unsigned char* from, const unsigned char* to) {
     return static_cast<long long>(to - from);
@@ -75,14 +70,14 @@ CVQCircularByteBuffer& CVQCircularByteBuffer::operator=(const CVQCircularByteBuf
 }
 
 void CVQCircularByteBuffer::takePositions(const CVQCircularByteBuffer& other) {
-    const unsigned char* const from = other.m_physBegin;
     mStorage = other.mStorage;
     // Kept: circular-copy-shares. The bytes are written to through either, which is reported here and not there.
-    unsigned char* const to = mStorage.getBuffer();
-    m_physEnd = moved(other.m_physEnd, from, to);
-    m_logicBegin = moved(other.m_logicBegin, from, to);
-    m_logicEnd = moved(other.m_logicEnd, from, to);
-    m_physBegin = to;
+    mStorage.getBuffer();
+    // As they are, since the bytes stay where they are: a copy of broken pointers is broken in the same way.
+    m_physBegin = other.m_physBegin;
+    m_physEnd = other.m_physEnd;
+    m_logicBegin = other.m_logicBegin;
+    m_logicEnd = other.m_logicEnd;
 }
 
 bool CVQCircularByteBuffer::isInvalid() const {
@@ -112,7 +107,7 @@ CVQCircularByteBuffer::SPieces CVQCircularByteBuffer::pieces() const {
         return {m_logicBegin, static_cast<std::size_t>(m_physEnd - m_logicBegin), m_physBegin,
                 static_cast<std::size_t>(m_logicEnd - m_physBegin)};
     }
-    return {m_logicBegin, static_cast<std::size_t>(m_logicEnd - m_logicBegin), m_physBegin, 0};
+    return {m_logicBegin, static_cast<std::size_t>(m_logicEnd - m_logicBegin), nullptr, 0};
 }
 
 unsigned int CVQCircularByteBuffer::size() const {
@@ -125,6 +120,7 @@ unsigned int CVQCircularByteBuffer::size() const {
 
 unsigned int CVQCircularByteBuffer::getFreeSize() const {
     if (isInvalid()) {
+        // Kept: circular-freesize-message. Log readers know this line in the name of the size.
         logInvalid("size", kLineFreeSize);
         return 0;
     }
@@ -342,11 +338,8 @@ CVQString CVQCircularByteBuffer::dumpLine(unsigned int offset) const {
     constexpr unsigned int kLineWidth = kOffsetWidth + kHexWidth + 2 + kBytesPerLine;
 
     CVQCircularByteBuffer copy(*this);
-    // Beyond the content a move may succeed, but there is nothing to show.
-    if (!copy.isInvalid() && offset > std::min<unsigned int>(copy.held(), INT_MAX)) {
-        return EMPTY_STRING;
-    }
-    if (!copy.moveRelativeBegin(static_cast<int>(offset))) {
+    // What is no distance forward would be one back.
+    if (offset > INT_MAX || !copy.moveRelativeBegin(static_cast<int>(offset))) {
         return EMPTY_STRING;
     }
     char line[kLineWidth + 1];
@@ -499,9 +492,8 @@ IVQOStream& operator<<(IVQOStream& stream, const CVQCircularByteBuffer& value) {
     // Taken before anything is written: the stream may be this very buffer.
     const CVQCircularByteBuffer::SPieces pieces = value.pieces();
     stream << value.held();
-    const bool isWhole =
-        pieces.firstCount == 0 || stream.write(pieces.first, pieces.firstCount) == pieces.firstCount;
-    if (isWhole && pieces.secondCount != 0) {
+    const bool isWhole = stream.write(pieces.first, pieces.firstCount) == pieces.firstCount;
+    if (isWhole && pieces.second != nullptr) {
         stream.write(pieces.second, pieces.secondCount);
     }
     return stream;

@@ -15,8 +15,10 @@
 #include <cstdio>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <random>
 #include <string>
+#include <sys/resource.h>
 
 namespace {
 
@@ -27,6 +29,12 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr const char* kCopySite = "CVQRCMemoryBuffer:264";
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
 
 Bytes bytesOf(const std::string& text) {
     return Bytes(text.begin(), text.end());
@@ -445,6 +453,41 @@ TEST(CVQCircularByteBuffer, DumpsALineOf76Characters) {
     EXPECT_EQ(0u, buffer.getFlags());
 }
 
+TEST(CVQCircularByteBuffer, DumpsALineWhereverItsBeginningCanBeMoved) {
+    AssertionLog log;
+    PlacedBuffer buffer(4);
+    write(buffer, "abcd");
+    EXPECT_EQ("abcd", read(buffer, 4));
+    EXPECT_EQ("0:       " + std::string(67, ' '), textOf(buffer.dumpLine(0)));
+    EXPECT_EQ("1:        61 62 63 64 " + std::string(12 * 3 + 2, ' ') + "abcd" + std::string(12, ' '),
+              textOf(buffer.dumpLine(1)))
+        << "uncovered as by moveRelativeBegin";
+    EXPECT_EQ("", textOf(buffer.dumpLine(6)));
+    buffer.place(3, 1);
+    EXPECT_EQ("2:        61 " + std::string(15 * 3 + 2, ' ') + "a" + std::string(15, ' '),
+              textOf(buffer.dumpLine(2)));
+    EXPECT_EQ("3:       " + std::string(67, ' '), textOf(buffer.dumpLine(3)));
+    EXPECT_EQ("", textOf(buffer.dumpLine(4)));
+    log.takeSites();
+}
+
+TEST(CVQCircularByteBuffer, MakesNoTextWithoutMemoryToGatherIt) {
+    if (kSanitized || support::isEmulated())
+        GTEST_SKIP() << "the address space cannot be limited here";
+    const support::ChildResult result = support::runInChild([] {
+        constexpr int kCapacity = 64 << 20;
+        PlacedBuffer buffer(kCapacity);
+        buffer.place(kCapacity, kCapacity - 1);
+        rlimit limit{};
+        EXPECT_EQ(0, getrlimit(RLIMIT_AS, &limit));
+        limit.rlim_cur = 32 << 20;  // less than there is already: nothing more can be had
+        EXPECT_EQ(0, setrlimit(RLIMIT_AS, &limit));
+        EXPECT_EQ("", textOf(buffer.toString(buffer.getLogicBegin(), buffer.getLogicEnd())));
+        EXPECT_EQ(static_cast<unsigned>(kCapacity), buffer.size());
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
 TEST(CVQCircularByteBuffer, DumpsSizesPointersAndAllLines) {
     AssertionLog log;
     PlacedBuffer buffer(30);
@@ -560,12 +603,31 @@ TEST(CVQCircularByteBuffer, StopsAfterAFirstPieceThatWasNotTakenWhole) {
     EXPECT_THAT(whole.calls, ElementsAre("4", "2", "2"));
 }
 
+TEST(CVQCircularByteBuffer, WritesOnePieceWhenNotWrappedAndTwoWhenWrappedHoweverShort) {
+    const struct {
+        int line;
+        int begin;
+        int end;
+        std::vector<std::string> calls;
+    } kRows[] = {
+        {__LINE__, 0, 0, {"4", "0"}},      {__LINE__, 3, 3, {"4", "0"}},      {__LINE__, 1, 4, {"4", "3"}},
+        {__LINE__, 4, 0, {"4", "2", "0"}}, {__LINE__, 6, 2, {"4", "0", "2"}}, {__LINE__, 6, 0, {"4", "0", "0"}},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.line);
+        PlacedBuffer buffer(5);
+        buffer.place(row.begin, row.end);
+        Sink sink;
+        sink << buffer;
+        EXPECT_EQ(row.calls, sink.calls);
+    }
+}
+
 TEST(CVQCircularByteBuffer, WritesNothingButTheCountWhenEmptyAndAllOnesWhenInvalid) {
     PlacedBuffer buffer(5);
     Sink empty;
     empty << buffer;
     EXPECT_THAT(empty.bytes, ElementsAre(0, 0, 0, 0));
-    EXPECT_THAT(empty.calls, ElementsAre("4"));
     buffer.m_logicEnd = nullptr;
     Sink invalid;
     invalid << buffer;
@@ -668,6 +730,76 @@ TEST(CVQCircularByteBuffer, LogsEveryCallOfAnInvalidBuffer) {
         EXPECT_EQ(4u, buffer.getFlags());
     });
     EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(CVQCircularByteBuffer, Kept_TheFreeSizeOfAnInvalidBufferIsLoggedInTheNameOfTheSize) {
+    // id: circular-freesize-message
+    SlogCapture log;
+    PlacedBuffer buffer(4);
+    buffer.mFlags = CVQCircularByteBuffer::INVALID;
+    EXPECT_EQ(0u, buffer.getFreeSize());
+    ASSERT_EQ(1u, log.records().size());
+    EXPECT_THAT(log.records()[0].text, HasSubstr("[CVQCircularByteBuffer::size:"));
+}
+
+TEST(CVQCircularByteBuffer, HasNothingToFindInsertOrDumpWhenItIsInvalid) {
+    const support::ChildResult result = support::runInChild([] {
+        SlogCapture log;
+        PlacedBuffer buffer(40);
+        write(buffer, std::string("\2\0\0\0okmore", 10));
+        buffer.mFlags = CVQCircularByteBuffer::INVALID;
+        const auto expectOperations = [&](const std::vector<std::string>& operations) {
+            std::vector<std::string> logged;
+            for (const std::string& text : log.texts()) {
+                const std::size_t begin = text.find("::") + 2;
+                EXPECT_EQ("] invalid buffer", invalidLine(text.substr(begin, text.rfind(':') - begin), text));
+                logged.push_back(text.substr(begin, text.rfind(':') - begin));
+            }
+            EXPECT_EQ(operations, logged);
+            log.clear();
+        };
+        EXPECT_FALSE(buffer.beginsWith("ok"));
+        expectOperations({"size"});
+        EXPECT_FALSE(buffer.goNextString("ok"));
+        expectOperations({"size"});
+        EXPECT_EQ(2u, buffer.serializeString("ok")) << "no room for the length, so none is looked for";
+        expectOperations({"size", "write", "write"});
+        EXPECT_THAT(textOf(buffer.dumpString()), HasSubstr("size = 0, free size = 0\n"));
+        EXPECT_THAT(textOf(buffer.dumpString()), HasSubstr("logic rel begin = 0, logic rel end = 10\n"));
+        expectOperations({"size", "size", "size", "size"});
+        EXPECT_EQ(10, buffer.m_logicEnd - buffer.m_physBegin);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(CVQCircularByteBuffer, CopiesBrokenPointersAsBrokenOnes) {
+    void (*const kBends[])(PlacedBuffer & buffer) = {
+        [](PlacedBuffer& b) { b.m_physBegin = nullptr; },
+        [](PlacedBuffer& b) { b.m_physEnd = nullptr; },
+        [](PlacedBuffer& b) { b.m_logicBegin = nullptr; },
+        [](PlacedBuffer& b) { b.m_logicEnd = nullptr; },
+        [](PlacedBuffer& b) { b.m_physBegin = b.m_logicEnd + 1; },
+        [](PlacedBuffer& b) { b.m_physEnd = b.m_physBegin; },
+        [](PlacedBuffer& b) { b.m_logicBegin = b.m_physEnd + 1; },
+        [](PlacedBuffer& b) { b.m_logicEnd = b.m_physBegin - 1; },
+    };
+    for (std::size_t i = 0; i < std::size(kBends); ++i) {
+        SCOPED_TRACE(i);
+        const support::ChildResult result = support::runInChild([&] {
+            SlogCapture log;
+            PlacedBuffer buffer(8);
+            write(buffer, "abcdef");
+            kBends[i](buffer);
+            const CVQCircularByteBuffer copy(buffer);
+            EXPECT_TRUE(copy.isInvalid());
+            CVQCircularByteBuffer assigned(4);
+            assigned = buffer;
+            EXPECT_TRUE(assigned.isInvalid());
+            EXPECT_EQ("", textOf(buffer.dumpLine(0)));
+            EXPECT_FALSE(buffer.beginsWith(""));
+        });
+        EXPECT_TRUE(result.exitedWith(0)) << result;
+    }
 }
 
 TEST(CVQCircularByteBuffer, Kept_ExplainsABrokenBufferInTheLogAndOnStandardOutput) {  // id: circular-explain-twice
