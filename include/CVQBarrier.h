@@ -9,6 +9,7 @@
 //            threads cannot be created.
 //   Threads  any thread, any process that maps it when shared. More threads than the barrier is for may use it:
 //            each `threads` arrivals end a round. A participant that is killed leaves its round one short.
+//            Destroy a barrier when all have left it.
 #pragma once
 
 #include <CVQCountingSemaphore.h>
@@ -30,7 +31,8 @@ public:
 
 private:
     bool enter(const unsigned char& current, unsigned char index);
-    void leave();
+    void sleep();
+    void leaveAndWake();
     void endRound(unsigned char& current, unsigned char index, unsigned released);
 
     unsigned mThreshold;  // arrivals that make a round

@@ -1,7 +1,6 @@
 #include <CVQBarrier.h>
 
 #include <cerrno>
-#include <sched.h>
 
 namespace {
 
@@ -23,38 +22,41 @@ CVQSubBarrier::CVQSubBarrier(unsigned threads, bool shared)
 
 /// Takes the semaphore's mutex, which guards the round as well. False when another sub-barrier serves.
 bool CVQSubBarrier::enter(const unsigned char& current, unsigned char index) {
-    for (;;) {
-        // Only a time-out that the caller had armed can refuse; it is gone then.
-        while (pthread_mutex_lock(&mHandle.mutex) == ETIMEDOUT) {
-        }
-        if (load(current) != index) {
-            leave();
-            return false;
-        }
-        // After a break-through this sub-barrier may serve again while units of its former round are still to be
-        // fetched. Who arrives anew must not take one of them from a thread that is slower.
-        if (VQ_LIKELY(mHandle.count == 0)) {
-            return true;
-        }
-        leave();
-        sched_yield();
+    // Only a time-out that the caller had armed can refuse; it is gone then.
+    while (pthread_mutex_lock(&mHandle.mutex) == ETIMEDOUT) {
+    }
+    // After a break-through this sub-barrier may serve again while units of its former round are still to be
+    // fetched. Who arrives anew must not take one of them from a thread that is slower.
+    while (mHandle.count != 0 && load(current) == index) {
+        sleep();
+    }
+    if (load(current) == index) {
+        return true;
+    }
+    pthread_mutex_unlock(&mHandle.mutex);
+    return false;
+}
+
+void CVQSubBarrier::sleep() {
+    ++mHandle.waiters;
+    pthread_cond_wait(&mHandle.condition, &mHandle.mutex);
+    --mHandle.waiters;
+}
+
+void CVQSubBarrier::leaveAndWake() {
+    const bool anyoneSleeps = mHandle.waiters > 0;
+    pthread_mutex_unlock(&mHandle.mutex);
+    if (anyoneSleeps) {
+        pthread_cond_broadcast(&mHandle.condition);
     }
 }
 
-void CVQSubBarrier::leave() {
-    pthread_mutex_unlock(&mHandle.mutex);
-}
-
-/// The next round begins in the other sub-barrier; the threads of this one find their units. Leaves.
+/// The next round begins in the other sub-barrier; the threads of this one find their units.
 void CVQSubBarrier::endRound(unsigned char& current, unsigned char index, unsigned released) {
     store(current, index ^ 1U);
     mRemaining = mThreshold;
     mHandle.count += released;
-    const bool anyoneSleeps = mHandle.waiters > 0;
-    leave();
-    if (anyoneSleeps) {
-        pthread_cond_broadcast(&mHandle.condition);
-    }
+    leaveAndWake();
 }
 
 bool CVQSubBarrier::wait(unsigned char& current, unsigned char index) {
@@ -65,13 +67,14 @@ bool CVQSubBarrier::wait(unsigned char& current, unsigned char index) {
         endRound(current, index, mThreshold - 1);
         return true;
     }
-    do {
-        ++mHandle.waiters;
-        pthread_cond_wait(&mHandle.condition, &mHandle.mutex);
-        --mHandle.waiters;
-    } while (mHandle.count == 0);
-    --mHandle.count;
-    leave();
+    while (mHandle.count == 0) {
+        sleep();
+    }
+    if (--mHandle.count == 0) {
+        leaveAndWake();  // who has come back, and waits for this
+    } else {
+        pthread_mutex_unlock(&mHandle.mutex);
+    }
     return true;
 }
 
