@@ -38,6 +38,7 @@ struct Thread {
     void* argument;
     void* status;  // what ThreadDestroy left, valid when `isDestroyed`
     bool isDestroyed;
+    bool isReady;    // runs, and can take the signal that ends it
     bool isForeign;  // not started by ThreadCreate
     bool isDetached;
     bool isStarting;    // its creator still needs the record
@@ -119,6 +120,7 @@ void onEndingSignal(int) {
 }
 
 bool sendSignal(int id, int signal) {
+    const ErrnoKeeper keeper;
     return id > 0 && syscall(SYS_tgkill, getpid(), id, signal) == 0;
 }
 
@@ -227,6 +229,9 @@ void* runThread(void* argument) {
     store(self->handle, pthread_self());
     store(self->id, static_cast<int>(threadId()));
     unblockEndingSignal();
+    __atomic_store_n(&self->isReady, true, __ATOMIC_SEQ_CST);
+    if (__atomic_load_n(&self->isDestroyed, __ATOMIC_SEQ_CST))
+        endOwnThread();
     void* status = nullptr;
     pthread_cleanup_push(markEnded, self);  // also when the function leaves by pthread_exit
     status = self->function(self->argument);
@@ -381,30 +386,28 @@ int ThreadDestroy(int tid, int, void* status) {
     dropTimeout();
     if (tid == -1)
         _exit(0);
-    const ErrnoKeeper keeper;
-    bool isSelf;
     {
         const TableGuard guard;
         Thread* record;
-        if (const int error = findRunning(0, tid, record); error != EOK) {
-            errno = error;
-            return -1;
-        }
+        if (const int error = findRunning(0, tid, record); error != EOK)
+            return result(error);
         if (record != nullptr && !record->isForeign) {
             record->status = status;
-            record->isDestroyed = true;
+            __atomic_store_n(&record->isDestroyed, true, __ATOMIC_SEQ_CST);
+            if (!__atomic_load_n(&record->isReady, __ATOMIC_SEQ_CST))
+                return 0;  // it looks when it is ready
         }
-        isSelf = tid == static_cast<int>(threadId());
     }
-    if (isSelf)
+    if (tid == static_cast<int>(threadId()))
         endOwnThread();
+    const ErrnoKeeper keeper;
     pthread_once(&endingSignalOnce, installEndingSignal);
-    return sendSignal(tid, endingSignal()) ? 0 : -1;
+    sendSignal(tid, endingSignal());  // a thread that has ended by itself meanwhile is as good
+    return 0;
 }
 
 int SchedGet(pid_t pid, int tid, struct sched_param* parameters) {
     dropTimeout();
-    const ErrnoKeeper keeper;
     const TableGuard guard;
     Thread* record;
     if (const int error = findRunning(pid, tid, record); error != EOK)

@@ -1,14 +1,19 @@
 /* The headers as C programs see them: here they compile, and the calls link. */
+#include <alloca.h>
 #include <atomic.h>
 #include <backtrace.h>
 #include <errno.h>
 #include <process.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/neutrino.h>
 #include <sys/slog.h>
 #include <sys/slogcodes.h>
 #include <sys/statvfs.h>
+#include <sys/syspage.h>
 #include <sys/trace.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 int headersInC(void);
 
@@ -21,6 +26,7 @@ int headersInC(void) {
     struct sigevent event;
     struct statvfs fileSystem;
     const uint64_t zero = 0;
+    struct sched_param parameters;
 
     if (sizeof(struct _sync) != 8)
         return 1;
@@ -56,5 +62,11 @@ int headersInC(void) {
         if (ConnectDetach(coid) != 0 || ChannelDestroy(chid) != 0)
             return 12;
     }
+    if (__stackavail() == 0 || SYSPAGE_ENTRY(qtime)->nsec == 0 || delay(0) != 0)
+        return 13;
+    if (waitpid(-1, NULL, WEXITED) != -1 || errno != ECHILD)
+        return 14;
+    if (ThreadJoin_r(0, NULL) != ESRCH || SchedGet(0, 0, &parameters) == -1 || parameters.sched_priority != 10)
+        return 15;
     return 0;
 }

@@ -1,0 +1,594 @@
+// Concerns: ids; joining and its errors; time-outs; ends of every kind; priorities, names, masks; forked children;
+// threads of the C++ library.
+#include "HeldElsewhere.h"
+
+#include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/neutrino.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+void* const kStatus = reinterpret_cast<void*>(0x1234);
+
+/// A thread that runs until told to end.
+class Runner {
+public:
+    explicit Runner(int flags = PTHREAD_CREATE_JOINABLE) {
+        _thread_attr attributes = {};
+        attributes.__flags = flags;
+        mId = ThreadCreate(0, &Runner::run, this, &attributes);
+    }
+    ~Runner() {
+        end();
+        if (!mIsJoined)
+            ThreadJoin_r(mId, nullptr);
+    }
+    Runner(const Runner&) = delete;
+    Runner& operator=(const Runner&) = delete;
+
+    int id() const { return mId; }
+    void end() { mMayEnd = true; }
+    int join(void** status = nullptr) {
+        mIsJoined = true;
+        return ThreadJoin_r(mId, status);
+    }
+    void forget() { mIsJoined = true; }
+
+    std::atomic<int> seenId{0};
+    std::atomic<bool> hasLeft{false};
+
+private:
+    static void* run(void* argument) {
+        Runner& self = *static_cast<Runner*>(argument);
+        self.seenId = gettid();
+        while (!self.mMayEnd)
+            usleep(500);
+        self.hasLeft = true;
+        return kStatus;
+    }
+
+    std::atomic<bool> mMayEnd{false};
+    std::atomic<bool> mIsJoined{false};
+    int mId;
+};
+
+void armJoin(uint64_t ns) {
+    ASSERT_EQ(0, TimerTimeout(CLOCK_MONOTONIC, _NTO_TIMEOUT_JOIN, nullptr, &ns, nullptr));
+}
+
+int priorityOf(int tid) {
+    sched_param parameters = {};
+    return SchedGet(0, tid, &parameters) == -1 ? -errno : parameters.sched_priority;
+}
+
+int setPriorityOf(int tid, int priority) {
+    sched_param parameters = {};
+    parameters.sched_priority = priority;
+    return SchedSet(0, tid, SCHED_NOCHANGE, &parameters) == -1 ? errno : 0;
+}
+
+int start(void* (*function)(void*), void* argument = nullptr) {
+    return ThreadCreate(0, function, argument, nullptr);
+}
+
+bool isAlive(int tid) {
+    return access(("/proc/self/task/" + std::to_string(tid)).c_str(), F_OK) == 0;
+}
+
+void waitForEndOf(int tid) {
+    while (isAlive(tid))
+        std::this_thread::sleep_for(1ms);
+}
+
+TEST(ThreadCreate, GivesTheKernelsId) {
+    Runner runner;
+    ASSERT_GT(runner.id(), 0);
+    while (runner.seenId == 0)
+        std::this_thread::yield();
+    EXPECT_EQ(runner.seenId, runner.id());
+    EXPECT_NE(gettid(), runner.id());
+}
+
+TEST(ThreadCreate, GivesTheIdAlsoOfThreadsThatEndAtOnce) {
+    static std::atomic<int> seen;
+    for (int i = 0; i < 2000; ++i) {
+        seen = 0;
+        const int id = start([](void*) -> void* {
+            seen = gettid();
+            return nullptr;
+        });
+        ASSERT_EQ(0, ThreadJoin_r(id, nullptr));
+        ASSERT_EQ(seen, id);
+    }
+}
+
+TEST(ThreadCreate, FailsWhenTheStackCannotBeHad) {
+    _thread_attr attributes = {};
+    attributes.__stacksize = static_cast<size_t>(-1) / 2 + 1;
+    errno = 0;
+    EXPECT_EQ(-1, ThreadCreate(
+                      0, [](void*) -> void* { return nullptr; }, nullptr, &attributes));
+    EXPECT_NE(0, errno);
+    attributes.__stacksize = static_cast<size_t>(-1);
+    EXPECT_EQ(-1, ThreadCreate(
+                      0, [](void*) -> void* { return nullptr; }, nullptr, &attributes));
+}
+
+TEST(ThreadCreate, ReachesThisProcessOnly) {
+    EXPECT_EQ(-1, ThreadCreate(
+                      getppid(), [](void*) -> void* { return nullptr; }, nullptr, nullptr));
+    EXPECT_EQ(ESRCH, errno);
+}
+
+TEST(ThreadCreate, LeavesErrnoWhenItSucceeds) {
+    errno = EACCES;
+    const int id = start([](void*) -> void* { return nullptr; });
+    EXPECT_EQ(EACCES, errno);
+    EXPECT_EQ(0, ThreadJoin_r(id, nullptr));
+    EXPECT_EQ(EACCES, errno);
+}
+
+TEST(ThreadCreate, DetachedThreadsLeaveNothingToJoin) {
+    Runner runner(PTHREAD_CREATE_DETACHED);
+    EXPECT_EQ(EINVAL, ThreadJoin_r(runner.id(), nullptr));
+    runner.end();
+    runner.forget();
+    waitForEndOf(runner.id());
+    EXPECT_EQ(ESRCH, ThreadJoin_r(runner.id(), nullptr));
+}
+
+TEST(ThreadCreate, ManyDetachedThreadsComeAndGo) {
+    static std::atomic<int> ended;
+    ended = 0;
+    _thread_attr attributes = {};
+    attributes.__flags = PTHREAD_CREATE_DETACHED;
+    constexpr int kThreads = 1000;
+    for (int i = 0; i < kThreads; ++i)
+        ASSERT_GT(ThreadCreate(
+                      0,
+                      [](void*) -> void* {
+                          ++ended;
+                          return nullptr;
+                      },
+                      nullptr, &attributes),
+                  0);
+    while (ended != kThreads)
+        std::this_thread::yield();
+}
+
+TEST(ThreadJoin, GivesTheStatus) {
+    Runner runner;
+    runner.end();
+    void* status = nullptr;
+    EXPECT_EQ(0, runner.join(&status));
+    EXPECT_EQ(kStatus, status);
+    EXPECT_TRUE(runner.hasLeft);
+    EXPECT_EQ(ESRCH, ThreadJoin_r(runner.id(), &status));  // once only
+}
+
+TEST(ThreadJoin, GivesTheStatusOfPthreadExit) {
+    const int id = start([](void*) -> void* { pthread_exit(kStatus); });
+    void* status = nullptr;
+    EXPECT_EQ(0, ThreadJoin_r(id, &status));
+    EXPECT_EQ(kStatus, status);
+}
+
+TEST(ThreadJoin, RefusesWhatCannotBeJoined) {
+    EXPECT_EQ(EDEADLK, ThreadJoin_r(gettid(), nullptr));
+    for (const int id : {0, -1, -7, INT_MIN, INT_MAX, getppid()})
+        EXPECT_EQ(ESRCH, ThreadJoin_r(id, nullptr)) << id;
+    std::atomic<int> id{0};
+    std::atomic<bool> mayEnd{false};
+    std::thread other([&] {
+        id = gettid();
+        while (!mayEnd)
+            std::this_thread::yield();
+    });
+    while (id == 0)
+        std::this_thread::yield();
+    EXPECT_EQ(EINVAL, ThreadJoin_r(id, nullptr));
+    mayEnd = true;
+    other.join();
+}
+
+TEST(ThreadJoin, TimesOutAndCanBeDoneAgain) {
+    Runner runner;
+    for (const uint64_t wait : {uint64_t{0}, kMs, 20 * kMs}) {
+        const uint64_t begin = monotonicNs();
+        armJoin(wait);
+        EXPECT_EQ(ETIMEDOUT, ThreadJoin_r(runner.id(), nullptr));
+        EXPECT_GE(monotonicNs() - begin, wait);
+    }
+    runner.end();
+    void* status = nullptr;
+    armJoin(60 * host::kNsPerSecond);
+    EXPECT_EQ(0, runner.join(&status));
+    EXPECT_EQ(kStatus, status);
+}
+
+TEST(ThreadJoin, TakesAnEndedThreadWhateverTheTimeSays) {
+    Runner runner;
+    runner.end();
+    waitForEndOf(runner.id());
+    armJoin(0);
+    EXPECT_EQ(0, runner.join());
+}
+
+TEST(ThreadJoin, ConsumesTheTimeoutEvenIfItIsRefused) {
+    for (const int id : {gettid(), -1}) {
+        armJoin(0);
+        EXPECT_NE(0, ThreadJoin_r(id, nullptr));
+        Runner runner;
+        std::thread ender([&] {
+            std::this_thread::sleep_for(10ms);
+            runner.end();
+        });
+        EXPECT_EQ(0, runner.join());
+        ender.join();
+    }
+}
+
+TEST(ThreadJoin, IsForOneThreadAtATime) {
+    Runner runner;
+    std::atomic<int> result{-1};
+    std::atomic<int> joinerId{0};
+    std::thread joiner([&] {
+        joinerId = gettid();
+        result = runner.join();
+    });
+    while (joinerId == 0)
+        std::this_thread::yield();
+    int second = ETIMEDOUT;
+    while (second == ETIMEDOUT) {  // until the joiner has arrived
+        armJoin(kMs);
+        second = ThreadJoin_r(runner.id(), nullptr);
+    }
+    EXPECT_EQ(EBUSY, second);
+    runner.end();
+    joiner.join();
+    EXPECT_EQ(0, result);
+}
+
+// The id is out before ThreadCreate has returned: whoever learns it may join at once.
+TEST(ThreadJoin, MayOvertakeTheCreator) {
+    static std::atomic<int> id;
+    for (int i = 0; i < 500; ++i) {
+        id = 0;
+        std::thread joiner([] {
+            while (id == 0)
+                std::this_thread::yield();
+            EXPECT_EQ(0, ThreadJoin_r(id, nullptr));
+        });
+        const int created = start([](void*) -> void* {
+            id = gettid();
+            return nullptr;
+        });
+        joiner.join();
+        EXPECT_EQ(created, id);
+    }
+}
+
+TEST(ThreadDestroy, EndsAnotherThread) {
+    NEEDS_THREADS_THAT_VANISH();
+    Runner runner;
+    EXPECT_EQ(0, ThreadDestroy(runner.id(), -1, nullptr));
+    void* status = kStatus;
+    EXPECT_EQ(0, runner.join(&status));
+    EXPECT_EQ(nullptr, status);
+    EXPECT_FALSE(runner.hasLeft);
+    EXPECT_EQ(-1, ThreadDestroy(runner.id(), -1, nullptr));
+    EXPECT_EQ(ESRCH, errno);
+}
+
+TEST(ThreadDestroy, GivesItsStatusToTheJoiner) {
+    NEEDS_THREADS_THAT_VANISH();
+    Runner runner;
+    EXPECT_EQ(0, ThreadDestroy(runner.id(), -1, &runner));
+    void* status = nullptr;
+    armJoin(60 * host::kNsPerSecond);
+    EXPECT_EQ(0, runner.join(&status));
+    EXPECT_EQ(&runner, status);
+}
+
+TEST(ThreadDestroy, EndsTheCaller) {
+    NEEDS_THREADS_THAT_VANISH();
+    for (const bool byId : {false, true}) {
+        static std::atomic<bool> hasReturned;
+        hasReturned = false;
+        const auto leave = [](void* mode) -> void* {
+            ThreadDestroy(mode != nullptr ? gettid() : 0, -1, kStatus);
+            hasReturned = true;
+            return nullptr;
+        };
+        bool marker = byId;
+        const int id = start(leave, byId ? &marker : nullptr);
+        void* status = nullptr;
+        EXPECT_EQ(0, ThreadJoin_r(id, &status));
+        EXPECT_EQ(kStatus, status);
+        EXPECT_FALSE(hasReturned);
+    }
+}
+
+TEST(ThreadDestroy, EndsAThreadThatSleepsInACall) {
+    NEEDS_THREADS_THAT_VANISH();
+    static _sync mutex, condition;
+    pthread_mutex_lock(&mutex);
+    void* (*const kSleeps[])(void*) = {
+        [](void*) -> void* {
+            pthread_mutex_lock(&mutex);
+            return kStatus;
+        },
+        [](void*) -> void* {
+            _sync own = {};
+            pthread_mutex_lock(&own);
+            pthread_cond_wait(&condition, &own);
+            return kStatus;
+        },
+        [](void*) -> void* {
+            delay(3600000);
+            return kStatus;
+        },
+    };
+    for (const auto sleep : kSleeps) {
+        const int id = start(sleep);
+        std::this_thread::sleep_for(5ms);
+        EXPECT_EQ(0, ThreadDestroy(id, -1, nullptr));
+        void* status = kStatus;
+        EXPECT_EQ(0, ThreadJoin_r(id, &status));
+        EXPECT_EQ(nullptr, status);
+    }
+    pthread_mutex_unlock(&mutex);
+}
+
+TEST(ThreadDestroy, EndsAThreadWhoseCreatorBlockedAllSignals) {
+    NEEDS_THREADS_THAT_VANISH();
+    sigset_t all, old;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &old);
+    Runner runner;
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    while (runner.seenId == 0)
+        std::this_thread::yield();
+    EXPECT_EQ(0, ThreadDestroy(runner.id(), -1, nullptr));
+    EXPECT_EQ(0, runner.join());
+}
+
+TEST(ThreadDestroy, RefusesUnknownThreads) {
+    for (const int id : {-2, INT_MIN, INT_MAX, getppid()}) {
+        EXPECT_EQ(-1, ThreadDestroy(id, -1, nullptr)) << id;
+        EXPECT_EQ(ESRCH, errno) << id;
+    }
+}
+
+TEST(ThreadDestroy, ThreadsThatStartAndJoinOthersLeaveNoLockBehind) {
+    NEEDS_THREADS_THAT_VANISH();
+    for (int i = 0; i < 100; ++i) {
+        const int busy = start([](void*) -> void* {
+            for (;;) {
+                sched_param parameters;
+                SchedGet(0, 0, &parameters);  // takes and leaves the table's lock
+            }
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(50 * (i % 7)));
+        ASSERT_EQ(0, ThreadDestroy(busy, -1, nullptr));
+        ASSERT_EQ(0, ThreadJoin_r(busy, nullptr));
+        ASSERT_EQ(10, priorityOf(0));
+    }
+}
+
+TEST(ThreadDestroy, OfAllEndsTheProcess) {
+    const auto result = support::runInChild([] {
+        std::atexit([] { _exit(7); });  // not run
+        static std::atomic<bool> never{false};
+        std::thread([] {
+            while (!never)
+                usleep(1000);
+        }).detach();
+        ThreadDestroy(-1, -1, nullptr);
+        _exit(8);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(ThreadDestroy, OfTheOnlyThreadEndsTheProcess) {
+    const auto result = support::runInChild([] {
+        ThreadDestroy(0, -1, nullptr);
+        _exit(8);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(ThreadDestroy, TheProcessGoesOnWithoutItsFirstThread) {
+    NEEDS_THREADS_THAT_VANISH();
+    const auto result = support::runInChild([] {
+        start([](void*) -> void* {
+            std::this_thread::sleep_for(10ms);
+            _exit(5);
+        });
+        ThreadDestroy(0, -1, nullptr);
+    });
+    EXPECT_TRUE(result.exitedWith(5)) << result;
+}
+
+TEST(Sched, RecordsPriorities) {
+    Runner runner;
+    EXPECT_EQ(10, priorityOf(runner.id()));
+    for (const int priority : {1, 6, 10, 30, 63}) {
+        EXPECT_EQ(0, setPriorityOf(runner.id(), priority));
+        EXPECT_EQ(priority, priorityOf(runner.id()));
+    }
+    EXPECT_EQ(10, priorityOf(0));
+}
+
+TEST(Sched, RefusesOtherPriorities) {
+    for (const int priority : {0, -1, 64, INT_MAX, INT_MIN})
+        EXPECT_EQ(EINVAL, setPriorityOf(0, priority)) << priority;
+    sched_param parameters = {};
+    parameters.sched_priority = 10;
+    EXPECT_EQ(-1, SchedSet(0, 0, 77, &parameters));
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(10, priorityOf(0));
+}
+
+TEST(Sched, RefusesUnknownThreads) {
+    for (const int id : {-1, INT_MAX, getppid()}) {
+        EXPECT_EQ(-ESRCH, priorityOf(id)) << id;
+        EXPECT_EQ(ESRCH, setPriorityOf(id, 10)) << id;
+    }
+    sched_param parameters = {};
+    EXPECT_EQ(-1, SchedGet(getppid(), 0, &parameters));
+    EXPECT_EQ(ESRCH, errno);
+}
+
+TEST(Sched, KeepsOrChangesThePolicy) {
+    std::thread([] {
+        sched_param parameters = {};
+        EXPECT_EQ(SCHED_RR, SchedGet(0, 0, &parameters));
+        EXPECT_EQ(0, SchedSet(0, 0, SCHED_FIFO, &parameters));
+        EXPECT_EQ(SCHED_FIFO, SchedGet(0, 0, &parameters));
+        EXPECT_EQ(0, SchedSet(0, 0, SCHED_NOCHANGE, &parameters));
+        EXPECT_EQ(SCHED_FIFO, SchedGet(getpid(), gettid(), &parameters));
+        EXPECT_EQ(SCHED_OTHER, sched_getscheduler(0));  // never for the kernel: a loop would stop the machine
+    }).join();
+}
+
+TEST(Sched, NewThreadsInheritTheirCreatorsPriority) {
+    std::thread([] {
+        ASSERT_EQ(0, setPriorityOf(0, 7));
+        Runner runner;
+        EXPECT_EQ(7, priorityOf(runner.id()));
+    }).join();
+    Runner runner;
+    EXPECT_EQ(10, priorityOf(runner.id()));
+}
+
+TEST(Sched, AThreadOfTheLibraryMayBeSetFromOutside) {
+    std::atomic<int> id{0};
+    std::atomic<bool> mayEnd{false};
+    std::thread other([&] {
+        id = gettid();
+        while (!mayEnd)
+            std::this_thread::yield();
+        EXPECT_EQ(33, priorityOf(0));
+        EXPECT_EQ(0, setPriorityOf(0, 9));
+        EXPECT_EQ(9, priorityOf(gettid()));
+    });
+    while (id == 0)
+        std::this_thread::yield();
+    EXPECT_EQ(0, setPriorityOf(id, 33));
+    EXPECT_EQ(33, priorityOf(id));
+    mayEnd = true;
+    other.join();
+    waitForEndOf(id);
+    EXPECT_EQ(-ESRCH, priorityOf(id));
+}
+
+TEST(Thread, AForkedChildKeepsThePriorityAndForgetsTheOthers) {
+    Runner runner;
+    ASSERT_EQ(0, setPriorityOf(0, 12));
+    const auto result = support::runInChild([&] {
+        EXPECT_EQ(12, priorityOf(0));
+        EXPECT_EQ(12, priorityOf(getpid()));
+        EXPECT_EQ(ESRCH, ThreadJoin_r(runner.id(), nullptr));
+        const int id = start([](void*) -> void* { return kStatus; });
+        void* status = nullptr;
+        EXPECT_EQ(0, ThreadJoin_r(id, &status));
+        EXPECT_EQ(kStatus, status);
+        runner.forget();
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    ASSERT_EQ(0, setPriorityOf(0, 10));
+}
+
+TEST(Thread, AThreadMayForkAndItsChildMayStartThreads) {
+    const int id = start([](void*) -> void* {
+        const pid_t child = fork();
+        if (child == 0) {
+            const int inner = start([](void*) -> void* { return kStatus; });
+            void* status = nullptr;
+            _exit(ThreadJoin_r(inner, &status) == 0 && status == kStatus && priorityOf(0) == 10 ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        return reinterpret_cast<void*>(static_cast<intptr_t>(status));
+    });
+    void* status = kStatus;
+    EXPECT_EQ(0, ThreadJoin_r(id, &status));
+    EXPECT_EQ(nullptr, status);
+}
+
+std::string nameOf(int tid) {
+    std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/comm");
+    std::string name;
+    std::getline(file, name);
+    return name;
+}
+
+TEST(ThreadName, IsWhatToolsShow) {
+    Runner runner;
+    EXPECT_EQ(0, pthread_setname_np(runner.id(), "pump"));
+    EXPECT_EQ("pump", nameOf(runner.id()));
+    EXPECT_EQ(0, pthread_setname_np(runner.id(), "a name of 20 letters"));
+    EXPECT_EQ("a name of 20 le", nameOf(runner.id()));
+    EXPECT_EQ(0, pthread_setname_np(runner.id(), nullptr));
+    EXPECT_EQ("", nameOf(runner.id()));
+    EXPECT_EQ(0, pthread_setname_np(runner.id(), ""));
+}
+
+TEST(ThreadName, OfTheCallerHasTheIdZero) {
+    std::thread([] {
+        EXPECT_EQ(0, pthread_setname_np(0, "mine"));
+        EXPECT_EQ("mine", nameOf(gettid()));
+    }).join();
+}
+
+TEST(ThreadName, HasABound) {
+    Runner runner;
+    EXPECT_EQ(0, pthread_setname_np(runner.id(), std::string(100, 'x').c_str()));
+    EXPECT_EQ(E2BIG, pthread_setname_np(runner.id(), std::string(101, 'x').c_str()));
+    EXPECT_EQ(ESRCH, pthread_setname_np(INT_MAX, "nobody"));
+    EXPECT_EQ(ESRCH, pthread_setname_np(-1, "nobody"));
+}
+
+TEST(SignalProcmask, ChangesTheCallersMask) {
+    std::thread([] {
+        sigset_t set, old;
+        sigemptyset(&set);
+        sigaddset(&set, SIGUSR1);
+        ASSERT_EQ(0, SignalProcmask(0, 0, SIG_BLOCK, &set, &old));
+        EXPECT_EQ(0, sigismember(&old, SIGUSR1));
+        ASSERT_EQ(0, SignalProcmask(0, gettid(), SIG_UNBLOCK, nullptr, &old));  // asks only
+        EXPECT_EQ(1, sigismember(&old, SIGUSR1));
+        sigfillset(&set);
+        ASSERT_EQ(0, SignalProcmask_r(0, 0, SIG_SETMASK, &set, nullptr));
+        ASSERT_EQ(0, SignalProcmask_r(0, 0, SIG_BLOCK, nullptr, &old));
+        EXPECT_EQ(1, sigismember(&old, SIGTERM));
+        EXPECT_EQ(0, sigismember(&old, SIGKILL));
+    }).join();
+}
+
+TEST(SignalProcmask, RefusesOtherThreadsAndModes) {
+    sigset_t set;
+    sigemptyset(&set);
+    EXPECT_EQ(-1, SignalProcmask(0, INT_MAX, SIG_BLOCK, &set, nullptr));
+    EXPECT_EQ(ESRCH, errno);
+    errno = 0;
+    EXPECT_EQ(EINVAL, SignalProcmask_r(0, 0, 99, &set, nullptr));
+    EXPECT_EQ(0, errno);
+}
+
+}  // namespace

@@ -1,0 +1,244 @@
+// VQOperatingSystem: clocks, sleeping, kernel time-outs; SVQKernelTimer; CVQOSUtility.
+#include <VQOperatingSystem.h>
+
+#include <CVQMutex.h>
+#include <CVQOSUtility.h>
+#include <SVQKernelTimer.h>
+
+#include "support/AssertionLog.h"
+#include "support/ChildProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <sys/neutrino.h>
+#include <thread>
+#include <time.h>
+
+using namespace VQOperatingSystem;
+
+namespace {
+
+constexpr unsigned long long kMs = 1000000;
+constexpr unsigned long long kNoLimit = ~0ULL;
+
+unsigned long long nowOf(clockid_t clock) {
+    timespec now;
+    clock_gettime(clock, &now);
+    return static_cast<unsigned long long>(now.tv_sec) * 1000000000ULL +
+           static_cast<unsigned long long>(now.tv_nsec);
+}
+
+/// A mutex that another thread holds for 20 ms.
+class CHeldMutex {
+public:
+    CHeldMutex() {
+        while (!mIsHeld) {
+            std::this_thread::yield();
+        }
+    }
+    ~CHeldMutex() { mHolder.join(); }
+    CHeldMutex(const CHeldMutex&) = delete;
+    CHeldMutex& operator=(const CHeldMutex&) = delete;
+
+    /// The platform's result of a lock, which is released again.
+    int lock() {
+        const int result = pthread_mutex_lock(&mMutex);
+        if (result == 0) {
+            mMutex.unlock();
+        }
+        return result;
+    }
+
+private:
+    CVQMutex mMutex{/*unlocked*/ true, CVQMutex::NON_RECURSIVE};
+    std::atomic<bool> mIsHeld{false};
+    std::thread mHolder{[this] {
+        mMutex.lock();
+        mIsHeld = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        mMutex.unlock();
+    }};
+};
+
+}  // namespace
+
+TEST(VQOperatingSystemTime, TheRealTimeIsInMilliseconds) {
+    const auto before = static_cast<unsigned>(nowOf(CLOCK_REALTIME) / kMs);
+    const unsigned now = getRealTimeMs();
+    EXPECT_LT(now - before, 1000u);
+}
+
+TEST(VQOperatingSystemTime, MonotonicClocksAgree) {
+    for (int i = 0; i < 1000; ++i) {
+        const unsigned long long times[] = {nowOf(CLOCK_MONOTONIC), getSysPageTime(),
+                                            getClockValue(CLOCK_MONOTONIC), getMonotonicTime(),
+                                            nowOf(CLOCK_MONOTONIC)};
+        for (int k = 1; k < 5; ++k) {
+            ASSERT_LE(times[k - 1], times[k]) << k;
+        }
+    }
+}
+
+TEST(VQOperatingSystemTime, EachThreadReadsATimeOfItsOwn) {
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([] {
+            unsigned long long last = 0;
+            for (int n = 0; n < 50000; ++n) {
+                const unsigned long long now = getSysPageTime();
+                ASSERT_LE(last, now);
+                last = now;
+            }
+        });
+    }
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+}
+
+TEST(VQOperatingSystemTime, OtherClocksAreAskedOfTheKernel) {
+    const unsigned long long before = nowOf(CLOCK_REALTIME);
+    const unsigned long long now = getClockValue(CLOCK_REALTIME);
+    EXPECT_LE(before, now);
+    EXPECT_LE(now, nowOf(CLOCK_REALTIME));
+    EXPECT_NE(0u, getClockValue(CLOCK_PROCESS_CPUTIME_ID));
+}
+
+TEST(VQOperatingSystemTime, AClockThatCannotBeReadIsZero) {
+    EXPECT_EQ(0u, getClockValue(4711));
+    EXPECT_EQ(EINVAL, getLastError());
+}
+
+TEST(VQOperatingSystemTime, StoresTheMonotonicTimeAndLeavesErrno) {
+    unsigned long long stored = 0;
+    setLastError(EACCES);
+    const unsigned long long now = getMonotonicTime(&stored);
+    EXPECT_EQ(now, stored);
+    EXPECT_EQ(EACCES, getLastError());
+}
+
+TEST(VQOperatingSystemTime, TheBiasIsTheTimeOfTheFirstCall) {
+    const auto result = support::runInChild([] {
+        const unsigned long long before = getMonotonicTime();
+        const unsigned long long bias = getMonotonicBias();
+        EXPECT_LE(before, bias);
+        EXPECT_LE(bias, getMonotonicTime());
+        sleepMs(2);
+        unsigned long long again = 0;
+        EXPECT_EQ(bias, getMonotonicBias(&again));
+        EXPECT_EQ(bias, again);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(VQOperatingSystemTime, TheDifferenceToAFutureTimeIsAnAssertionAndZero) {
+    support::AssertionLog log;
+    EXPECT_EQ(0u, timeDiffMonotonic(getMonotonicTime() + 3600000 * kMs));
+    EXPECT_EQ(std::vector<std::string>{"VQOperatingSystem:47"}, log.takeSites());
+    EXPECT_EQ(0u, timeDiffMonotonic(kNoLimit));
+    EXPECT_EQ(std::vector<std::string>{"VQOperatingSystem:47"}, log.takeSites());
+    const unsigned long long then = getMonotonicTime();
+    sleepMs(2);
+    EXPECT_GE(timeDiffMonotonic(then), 2 * kMs);
+}
+
+TEST(VQOperatingSystemTime, Sleeps) {
+    const unsigned long long begin = getMonotonicTime();
+    sleepMs(0);
+    EXPECT_LT(timeDiffMonotonic(begin), 1000 * kMs);
+    const unsigned long long again = getMonotonicTime();
+    sleepMs(15);
+    EXPECT_GE(timeDiffMonotonic(again), 15 * kMs);
+}
+
+TEST(VQOperatingSystemTime, DeadlinesCountFromNow) {
+    EXPECT_EQ(kNoLimit, calculateKernelTimeout(-1));
+    EXPECT_EQ(kNoLimit, calculateKernelTimeout(INT_MIN));
+    for (const int timeoutMs : {0, 1, 1500, INT_MAX}) {
+        const unsigned long long before = getMonotonicTime();
+        const unsigned long long deadline = calculateKernelTimeout(timeoutMs);
+        const unsigned long long wait = static_cast<unsigned>(timeoutMs) * kMs;
+        EXPECT_LE(before + wait, deadline);
+        EXPECT_LE(deadline, getMonotonicTime() + wait);
+    }
+}
+
+TEST(VQOperatingSystemTime, AKernelTimeoutCoversTheNextWaitOnly) {
+    CHeldMutex held;
+    EXPECT_TRUE(setKernelTimeout(calculateKernelTimeout(1), _NTO_TIMEOUT_MUTEX));
+    EXPECT_EQ(ETIMEDOUT, held.lock());
+    EXPECT_EQ(0, held.lock());
+}
+
+TEST(VQOperatingSystemTime, AKernelTimeoutIsForItsStatesOnly) {
+    CHeldMutex held;
+    EXPECT_TRUE(setKernelTimeout(calculateKernelTimeout(1), _NTO_TIMEOUT_JOIN | _NTO_TIMEOUT_SEND));
+    EXPECT_EQ(0, held.lock());
+}
+
+TEST(VQOperatingSystemTime, AKernelTimeoutCanBeTakenBack) {
+    CHeldMutex held;
+    EXPECT_TRUE(setKernelTimeout(calculateKernelTimeout(1), _NTO_TIMEOUT_MUTEX));
+    EXPECT_TRUE(resetKernelTimeout());
+    EXPECT_EQ(0, held.lock());
+}
+
+TEST(VQOperatingSystemTime, ARelativeKernelTimerCountsFromItsArming) {
+    CHeldMutex held;
+    EXPECT_TRUE(setKernelTimer(kMs, _NTO_TIMEOUT_MUTEX));
+    EXPECT_EQ(ETIMEDOUT, held.lock());
+}
+
+TEST(VQOperatingSystemTime, NoLimitIsNone) {
+    CHeldMutex held;
+    EXPECT_TRUE(setKernelTimeout(calculateKernelTimeout(-1), _NTO_TIMEOUT_MUTEX));
+    EXPECT_EQ(0, held.lock());
+}
+
+TEST(SVQKernelTimer, TellsWhenItsDeadlineHasPassed) {
+    SVQKernelTimer timer(20);
+    setLastError(EACCES);
+    EXPECT_FALSE(timer.timeoutOccurred());
+    sleepMs(20);
+    setLastError(EACCES);
+    EXPECT_TRUE(timer.timeoutOccurred());
+    EXPECT_EQ(EACCES, getLastError());
+    EXPECT_TRUE(SVQKernelTimer(0).timeoutOccurred());
+    EXPECT_FALSE(SVQKernelTimer(-1).timeoutOccurred());
+    EXPECT_EQ(kNoLimit, SVQKernelTimer(-1).mDeadline);
+}
+
+TEST(SVQKernelTimer, ArmsForSendAndReply) {
+    CHeldMutex held;
+    SVQKernelTimer timer(1);
+    EXPECT_TRUE(timer.start());
+    EXPECT_EQ(0, held.lock());
+}
+
+TEST(SVQKernelTimer, WithoutADeadlineDoesNotStart) {
+    SVQKernelTimer timer(1);
+    timer.mDeadline = 0;
+    setLastError(0);
+    EXPECT_FALSE(timer.start());
+    EXPECT_EQ(ETIMEDOUT, getLastError());
+}
+
+TEST(CVQOSUtility, TurnsATimeoutIntoAWallClockTime) {
+    for (const int timeoutMs : {INT_MIN, -1, 0, 1, 999, 1000, 1500, INT_MAX}) {
+        const unsigned long long wait = timeoutMs < 0 ? 0 : static_cast<unsigned>(timeoutMs) * kMs;
+        for (int i = 0; i < 200; ++i) {
+            const unsigned long long before = nowOf(CLOCK_REALTIME);
+            timespec out;
+            EXPECT_EQ(&out, &CVQOSUtility::translateToOSTimeout(timeoutMs, out));
+            ASSERT_GE(out.tv_nsec, 0);
+            ASSERT_LE(out.tv_nsec, 999999999);
+            const unsigned long long found = static_cast<unsigned long long>(out.tv_sec) * 1000000000ULL +
+                                             static_cast<unsigned long long>(out.tv_nsec);
+            ASSERT_LE(before + wait, found);
+            ASSERT_LE(found, nowOf(CLOCK_REALTIME) + wait);
+        }
+    }
+}
