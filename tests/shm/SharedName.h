@@ -1,0 +1,57 @@
+// SharedName: a name for a shared-memory object that nobody else has, and that is gone at the end of the scope.
+#pragma once
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <string>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace shmtest {
+
+class SharedName {
+public:
+    SharedName() {
+        static int count = 0;
+        mName = "/marlix-test-" + std::to_string(getpid()) + "-" + std::to_string(++count);
+    }
+    ~SharedName() {
+        if (getpid() == mOwner)
+            shm_unlink(mName.c_str());
+    }
+    SharedName(const SharedName&) = delete;
+    SharedName& operator=(const SharedName&) = delete;
+
+    operator const char*() const { return mName.c_str(); }
+    const std::string& text() const { return mName; }
+
+    /// -1 when there is no such object.
+    long long objectSize() const {
+        const int descriptor = shm_open(mName.c_str(), O_RDONLY, 0);
+        struct stat status = {};
+        const bool isThere = descriptor != -1 && fstat(descriptor, &status) == 0;
+        if (descriptor != -1)
+            close(descriptor);
+        return isThere ? static_cast<long long>(status.st_size) : -1;
+    }
+    bool exists() const { return objectSize() != -1; }
+
+    /// Makes the object with other means than the library's.
+    void make(off_t size, mode_t mode = 0600) const {
+        const int descriptor = shm_open(mName.c_str(), O_RDWR | O_CREAT, mode);
+        if (descriptor == -1 || ftruncate(descriptor, size) != 0)
+            std::abort();
+        close(descriptor);
+    }
+
+private:
+    std::string mName;
+    pid_t mOwner = getpid();
+};
+
+/// Names that no platform takes: empty, only a slash, with a folder, far too long.
+inline const std::string kBadNames[] = {"", "/", "/marlix/test", "/" + std::string(5000, 'x')};
+
+}  // namespace shmtest
