@@ -2,9 +2,11 @@
 #include <VQStartupOptions.h>
 
 #include <CVQString.h>
+#include <VQCommandLineOptions.h>
 #include <VQMemory.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <pthread.h>
 
@@ -13,6 +15,7 @@ namespace {
 struct SBeforeMain {
     bool breakEnabled = VQStartupOptions::isBreakEnabled();
     int level = VQStartupOptions::getMemoryTraceLevel();
+    int count = VQCommandLineOptions::getARGC();
 };
 const SBeforeMain sBeforeMain;
 
@@ -45,6 +48,11 @@ void raceForTheFirstAllocation() {
 int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "race") == 0) {
         raceForTheFirstAllocation();
+        return 0;
+    }
+    if (argc > 1 && std::strcmp(argv[1], "count") == 0) {
+        std::printf("%d %d", sBeforeMain.count, VQCommandLineOptions::getARGC());
+        std::atexit([] { std::printf(" %d", VQCommandLineOptions::getARGC()); });
         return 0;
     }
     std::printf("%d %d", VQStartupOptions::isBreakEnabled(), VQStartupOptions::getMemoryTraceLevel());
