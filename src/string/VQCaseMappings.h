@@ -32,7 +32,6 @@
 #include <VQStringUtilities.h>
 
 namespace VQStringUtilities {
-namespace {
 
 using SSingle = TVQCaseMappings<unsigned short>::SSingle;
 using SRange = TVQCaseMappings<unsigned short>::SRange;
@@ -258,5 +257,4 @@ constexpr SMulti kLowerMultis[] = {
 };
 // clang-format on
 
-}  // namespace
 }  // namespace VQStringUtilities

@@ -9,13 +9,14 @@
 #include <cstring>
 
 namespace VQUtf8 {
-namespace {
 
 constexpr std::uint64_t kLowBits = 0x0101010101010101U;  ///< in each byte of a word
 constexpr std::uint64_t kTopBits = 0x8080808080808080U;
 
 constexpr unsigned kReplacementCharacter = 0xFFFD;
 constexpr unsigned kLastCodePoint = 0x10FFFF;
+
+namespace {
 
 constexpr unsigned asByte(char c) {
     return static_cast<unsigned char>(c);

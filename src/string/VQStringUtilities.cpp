@@ -59,9 +59,10 @@ CVQString tokenOf(const char* text, std::size_t bytes, std::size_t characters) {
 }  // namespace
 
 void split(TVQVector<CVQString>& out, const CVQString& text, const CVQString& delimiters, bool skipEmpty) {
-    // Shared, as `out` may hold both.
+    // Owned here as well, since `out` may hold both.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const CVQString source(text);
-    const CDelimiters ends((CVQString(delimiters)));
+    const CDelimiters ends(delimiters);
     out.clear();
     const char* const begin = source.c_str();
     const char* const end = begin + source.getByteLength();

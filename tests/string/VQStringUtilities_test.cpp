@@ -123,6 +123,13 @@ TEST(VQStringUtilities, TheVectorMayHoldTheArguments) {
     EXPECT_THAT(bytesOfAll(out), ElementsAre("a", "b", "c"));
 }
 
+TEST(VQStringUtilities, TheVectorKeepsItsBlock) {
+    TVQVector<CVQString> out(10);
+    VQStringUtilities::split(out, CVQString("a b c"), CVQString(" "), false);
+    EXPECT_THAT(bytesOfAll(out), ElementsAre("a", "b", "c"));
+    EXPECT_EQ(10, out.capacity());
+}
+
 TEST(VQStringUtilities, SplitsRandomTextsLikeThePlainRule) {
     std::mt19937 random{20120401};
     static const char* const kPieces[] = {",", ";", "a", "bc", "\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", " "};

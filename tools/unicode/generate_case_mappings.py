@@ -156,7 +156,6 @@ def main():
 #include <VQStringUtilities.h>
 
 namespace VQStringUtilities {{
-namespace {{
 
 using SSingle = TVQCaseMappings<unsigned short>::SSingle;
 using SRange = TVQCaseMappings<unsigned short>::SRange;
@@ -166,7 +165,6 @@ using SMulti = TVQCaseMappings<unsigned short>::SMulti;
 {tables(folder, "Upper")}
 {tables(folder, "Lower")}// clang-format on
 
-}}  // namespace
 }}  // namespace VQStringUtilities""")
 
 
