@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <type_traits>
@@ -40,7 +41,9 @@ auto callOr(const char* name, First first, Rest... rest) {
         if (script->actsAnyway)
             real(first, rest...);
         errno = error;
-        if constexpr (std::is_pointer_v<Result>)
+        if constexpr (std::is_same_v<Result, void*>)
+            return MAP_FAILED;
+        else if constexpr (std::is_pointer_v<Result>)
             return Result(nullptr);
         else
             return Result(-1);
@@ -92,6 +95,13 @@ int open(const char* path, int flags, ...) {
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     return callOr<int(const char*, int, ...)>("open", path, flags, mode);
+}
+void* mmap64(void* address, size_t size, int protection, int flags, int descriptor, off64_t offset) noexcept {
+    return callOr<void*(void*, size_t, int, int, int, off64_t)>("mmap64", address, size, protection, flags,
+                                                                descriptor, offset);
+}
+int munmap(void* address, size_t size) noexcept {
+    return callOr<int(void*, size_t)>("munmap", address, size);
 }
 DIR* opendir(const char* path) {
     return callOr<DIR*(const char*)>("opendir", path);

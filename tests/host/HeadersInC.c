@@ -2,6 +2,7 @@
 #include <alloca.h>
 #include <atomic.h>
 #include <backtrace.h>
+#include <devctl.h>
 #include <errno.h>
 #include <process.h>
 #include <pthread.h>

@@ -1,0 +1,126 @@
+// Concerns: which time-outs bound a transfer, and that it consumes them; what is there, and past deadlines; devctl's
+// answers and errors on real devices; calls of any kind ended at a deadline.
+#include <host/KernelIO.h>
+
+#include "Interrupter.h"
+
+#include <cerrno>
+#include <climits>
+#include <devctl.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <sys/neutrino.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr uint64_t kMs = 1000000;
+
+void arm(int states, uint64_t relativeNs) {
+    ASSERT_EQ(0, TimerTimeout(CLOCK_MONOTONIC, states, nullptr, &relativeNs, nullptr));
+}
+
+class KernelIOTest : public testing::Test {
+protected:
+    KernelIOTest() { EXPECT_EQ(0, pipe2(mPipe, O_NONBLOCK)); }
+    ~KernelIOTest() override {
+        close(mPipe[0]);
+        close(mPipe[1]);
+    }
+    void block() const { fcntl(mPipe[0], F_SETFL, 0); }
+
+    int mPipe[2];
+    char mByte = '\0';
+};
+
+TEST_F(KernelIOTest, EitherStateBoundsATransferAndOthersDoNot) {
+    block();
+    for (const int states : {_NTO_TIMEOUT_SEND, _NTO_TIMEOUT_REPLY, _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY}) {
+        const uint64_t begin = host::nowNs(CLOCK_MONOTONIC);
+        arm(states, 5 * kMs);
+        EXPECT_EQ(-1, KernelIO::read(mPipe[0], &mByte, 1));
+        EXPECT_EQ(ETIMEDOUT, errno);
+        EXPECT_GE(host::nowNs(CLOCK_MONOTONIC) - begin, 5 * kMs);
+    }
+    fcntl(mPipe[0], F_SETFL, O_NONBLOCK);
+    arm(_NTO_TIMEOUT_MUTEX, 5 * kMs);
+    EXPECT_EQ(-1, KernelIO::read(mPipe[0], &mByte, 1));
+    EXPECT_EQ(EAGAIN, errno);
+}
+
+TEST_F(KernelIOTest, ATransferConsumesTheTimeout) {
+    ASSERT_EQ(1, write(mPipe[1], "x", 1));
+    arm(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_MUTEX, 0);
+    EXPECT_EQ(1, KernelIO::read(mPipe[0], &mByte, 1));
+    _sync mutex = {};
+    EXPECT_EQ(0, pthread_mutex_lock(&mutex));
+    EXPECT_EQ(0, pthread_mutex_unlock(&mutex));
+    arm(_NTO_TIMEOUT_SEND, 0);
+    EXPECT_EQ(0, KernelIO::read(mPipe[0], &mByte, 0));
+    ASSERT_EQ(-1, KernelIO::read(mPipe[0], &mByte, 1));
+    EXPECT_EQ(EAGAIN, errno);  // and not the time-out
+}
+
+TEST_F(KernelIOTest, ADeadlineThatHasPassedStillTakesWhatIsThere) {
+    block();
+    ASSERT_EQ(2, write(mPipe[1], "xy", 2));
+    ASSERT_EQ(0, TimerTimeout(CLOCK_MONOTONIC, _NTO_TIMEOUT_SEND, nullptr, nullptr, nullptr));
+    EXPECT_EQ(1, KernelIO::read(mPipe[0], &mByte, 1));
+    arm(_NTO_TIMEOUT_SEND | static_cast<int>(TIMER_ABSTIME), 1);
+    EXPECT_EQ(1, KernelIO::read(mPipe[0], &mByte, 1));
+    arm(_NTO_TIMEOUT_SEND | static_cast<int>(TIMER_ABSTIME), 1);
+    EXPECT_EQ(-1, KernelIO::read(mPipe[0], &mByte, 1));
+    EXPECT_EQ(ETIMEDOUT, errno);
+}
+
+TEST_F(KernelIOTest, ErrorsOfADescriptorComeThrough) {
+    arm(_NTO_TIMEOUT_SEND, kMs);
+    EXPECT_EQ(-1, KernelIO::read(mPipe[1], &mByte, 1));
+    EXPECT_EQ(EBADF, errno);
+    arm(_NTO_TIMEOUT_SEND, kMs);
+    EXPECT_EQ(-1, KernelIO::write(-1, &mByte, 1));
+    EXPECT_EQ(EBADF, errno);
+}
+
+TEST_F(KernelIOTest, ACallOfAnyKindEndsAtItsDeadline) {
+    block();
+    for (const uint64_t wait : {uint64_t{0}, kMs, 20 * kMs}) {
+        const uint64_t begin = host::nowNs(CLOCK_MONOTONIC);
+        EXPECT_EQ(-1, host::callUntil({begin + wait}, [&] { return read(mPipe[0], &mByte, 1); }));
+        EXPECT_EQ(ETIMEDOUT, errno);
+        EXPECT_GE(host::nowNs(CLOCK_MONOTONIC) - begin, wait);
+    }
+    EXPECT_EQ(-1, host::callUntil(host::Deadline::immediate(), [&] { return read(mPipe[0], &mByte, 1); }));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    ASSERT_EQ(1, write(mPipe[1], "x", 1));
+    EXPECT_EQ(1, host::callUntil({INT64_MAX}, [&] { return read(mPipe[0], &mByte, 1); }));
+}
+
+TEST_F(KernelIOTest, DevctlAnswersAsTheDeviceDoes) {
+    int master;
+    int slave;
+    winsize size = {33, 44, 0, 0};
+    ASSERT_EQ(0, openpty(&master, &slave, nullptr, nullptr, &size));
+    for (const bool isArmed : {false, true}) {
+        if (isArmed) {
+            arm(_NTO_TIMEOUT_SEND, 1000 * kMs);
+        }
+        winsize told = {};
+        int info = -5;
+        errno = EIO;
+        EXPECT_EQ(EOK, devctl(slave, TIOCGWINSZ, &told, sizeof told, &info));
+        EXPECT_EQ(33, told.ws_row);
+        EXPECT_EQ(0, info);
+        EXPECT_EQ(EOK, devctl(slave, TIOCGWINSZ, &told, sizeof told, nullptr));
+        EXPECT_EQ(ENOTTY, devctl(mPipe[0], TIOCGWINSZ, &told, sizeof told, &info));
+        EXPECT_EQ(EBADF, devctl(-1, TIOCGWINSZ, &told, sizeof told, &info));
+        EXPECT_EQ(0, info);
+        EXPECT_EQ(EIO, errno);
+    }
+    close(master);
+    close(slave);
+}
+
+}  // namespace
