@@ -1,7 +1,11 @@
-// The memory of our arrays and maps. Names are of 19 bytes and more, a block of text each.
+// The memory of our containers. Names are of 19 bytes and more, a block of text each.
 #include "Footprint.h"
+#include "Keys.h"
 
 #include <CVQString.h>
+#include <TVQHashArray.h>
+#include <TVQHashMap.h>
+#include <TVQList.h>
 #include <TVQMap.h>
 #include <TVQQueue.h>
 #include <TVQVector.h>
@@ -22,4 +26,10 @@ int main(int /*count*/, char** arguments) {
                                                [&](auto& array, int i) { array.push_back(name(i)); });
     footprint::printLine<TVQMap<CVQString, int>>("text to int: TVQMap",
                                                  [&](auto& map, int i) { map.insert(name(i), i); });
+    footprint::printLine<TVQHashArray<CVQString, int>>("text to int: TVQHashArray",
+                                                       [&](auto& table, int i) { table.insert(name(i), i); });
+    footprint::printLine<TVQHashMap<void*>>("key to pointer: TVQHashMap", [](auto& map, int i) {
+        map[bench::mixed(static_cast<unsigned>(i) + 1)] = &map;
+    });
+    footprint::printLine<TVQList<int>>("int: TVQList", [](auto& list, int i) { list.push_back(i); });
 }

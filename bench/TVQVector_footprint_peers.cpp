@@ -1,13 +1,17 @@
-// The memory of the arrays and maps that one would pick instead.
+// The memory of the containers that one would pick instead.
 #include "Footprint.h"
+#include "Keys.h"
 
 #include <cstdio>
 #include <deque>
+#include <list>
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #if BENCH_QT
+#include <QHash>
 #include <QMap>
 #include <QString>
 #include <QVector>
@@ -18,6 +22,7 @@
 #endif
 #if BENCH_ABSEIL
 #include <absl/container/btree_map.h>
+#include <absl/container/flat_hash_map.h>
 #endif
 
 int main(int /*count*/, char** arguments) {
@@ -55,4 +60,24 @@ int main(int /*count*/, char** arguments) {
         map.insert(map.cend(), QString::fromStdString(name(i)), i);
     });
 #endif
+
+    const auto hashName = [&](auto& table, int i) { table.emplace(name(i), i); };
+    const auto hashKey = [](auto& table, int i) { table[bench::mixed(static_cast<unsigned>(i) + 1)] = &table; };
+    footprint::printLine<std::unordered_map<std::string, int>>("text to int: std::unordered_map", hashName);
+#if BENCH_ABSEIL
+    footprint::printLine<absl::flat_hash_map<std::string, int>>("text to int: absl::flat_hash_map", hashName);
+#endif
+#if BENCH_QT
+    footprint::printLine<QHash<QString, int>>("text to int: QHash of QString", [&](auto& table, int i) {
+        table.insert(QString::fromStdString(name(i)), i);
+    });
+#endif
+    footprint::printLine<std::unordered_map<unsigned, void*>>("key to pointer: std::unordered_map", hashKey);
+#if BENCH_ABSEIL
+    footprint::printLine<absl::flat_hash_map<unsigned, void*>>("key to pointer: absl::flat_hash_map", hashKey);
+#endif
+#if BENCH_QT
+    footprint::printLine<QHash<unsigned, void*>>("key to pointer: QHash", hashKey);
+#endif
+    footprint::printLine<std::list<int>>("int: std::list", push);
 }

@@ -93,12 +93,15 @@ public:
 
     /// The rest of it: `bucket` is that of `key`, and no previous array is kept.
     void*& access(CVQHashMapItem* bucket, unsigned int key) {
+        if (bucket->mKey == kEmptyKey) {
+            return createInBucket(bucket, key);
+        }
         CVQHashMapItem* const item = walk(bucket, key);
         if (VQ_LIKELY(item != &mSentinel)) {
             mLastKey = key;
             return item->mValue;
         }
-        return create(bucket, key);
+        return createInChain(key);
     }
 
     /// Doubles the buckets and keeps the old array until the next keyed access.
@@ -188,7 +191,8 @@ private:
     CVQHashMapItem* homeKept(CVQHashMapItem* item) const;
     CVQHashMapItem* claim(CVQHashMapItem* bucket, unsigned int key);
     CVQHashMapItem* bucketWithRoom(unsigned int key);
-    void*& create(CVQHashMapItem* bucket, unsigned int key);
+    void*& createInBucket(CVQHashMapItem* bucket, unsigned int key);
+    void*& createInChain(unsigned int key);
     void*& refuse();
     void dropRefused();
     void settle();

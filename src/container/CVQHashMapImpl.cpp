@@ -120,15 +120,21 @@ CVQHashMapItem* CVQHashMapImpl::claim(CVQHashMapItem* bucket, unsigned int key) 
     return cell;
 }
 
-void*& CVQHashMapImpl::create(CVQHashMapItem* bucket, unsigned int key) {
+void*& CVQHashMapImpl::createInBucket(CVQHashMapItem* bucket, unsigned int key) {
+    bucket->mKey = key;
+    bucket->mValue = nullptr;
+    // Kept: hashmap-construct-empty-key.
+    constructValue(&bucket->mValue, kEmptyKey);
+    mLastKey = key;
+    return bucket->mValue;
+}
+
+void*& CVQHashMapImpl::createInChain(unsigned int key) {
     if (VQ_UNLIKELY(key == kEmptyKey)) {
         return refuse();
     }
-    const bool wasFree = bucket->mKey == kEmptyKey;
     CVQHashMapItem* const cell = claim(bucketWithRoom(key), key);
-    // Kept: hashmap-construct-empty-key.
-    constructValue(&cell->mValue, wasFree ? kEmptyKey : key);
-    mLastKey = wasFree ? key : mLastKey;
+    constructValue(&cell->mValue, key);
     return cell->mValue;
 }
 
