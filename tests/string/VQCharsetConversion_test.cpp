@@ -203,9 +203,9 @@ TEST(VQCharsetConversion, NoBytesMakeAnEmptyStringWithABufferOfItsOwn) {
 
 TEST(VQCharsetConversion, TakesTheCallersTableAsItIs) {
     SVQConvTable table = sConvTable8859_15;
-    table.mEntries['a'] = {3, {0xE5, 0xA4, 0xA9}};
-    table.mEntries['b'] = {0, {'x', 0, 0}};
-    table.mEntries['c'] = {9, {0xE2, 0x82, 0xAC}};  // a form has three bytes at most
+    table.mEntries[std::size_t{'a'}] = {3, {0xE5, 0xA4, 0xA9}};
+    table.mEntries[std::size_t{'b'}] = {0, {'x', 0, 0}};
+    table.mEntries[std::size_t{'c'}] = {9, {0xE2, 0x82, 0xAC}};  // a form has three bytes at most
     table.mEntries[0] = {1, {'0', 0, 0}};
     const CVQString text = convertStringToUTF8(&table, "abc\0abcabcabcd", 14);
     const std::string one = "\xE5\xA4\xA9\xE2\x82\xAC";
@@ -304,7 +304,7 @@ TEST(VQCharsetConversion, ZeroBytesWithinATextAreCharacters) {
 
 TEST(VQCharsetConversion, TakesTheCallersReverseTableAsItIs) {
     SVQReverseConvTable table = sReverseConvTable8859_15;
-    table.mEntries['a'].mByte = '1';
+    table.mEntries[std::size_t{'a'}].mByte = '1';
     table.mEntries[128].mByte = '2';  // C2 80
     table.mEntries[254].mByte = '3';  // C5 BE
     table.mEntries[255] = {{0xE5, 0xA4, 0xA9}, '4'};

@@ -1,7 +1,7 @@
 // LogEntry: one record of the log, checked and taken apart.
 #pragma once
 
-#include <host/SlogRecord.h>
+#include "host/include/host/SlogRecord.h"
 #include <optional>
 #include <string>
 #include <string_view>

@@ -1,9 +1,10 @@
 #include "LogSocket.h"
 
+#include "host/include/host/SlogRecord.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <host/SlogRecord.h>
 #include <stdexcept>
 #include <sys/file.h>
 #include <sys/socket.h>
