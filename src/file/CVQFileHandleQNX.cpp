@@ -65,16 +65,7 @@ bool CVQFileHandle::open(const CVQPath& path, unsigned flags) {
 }
 
 bool CVQFileHandle::close() {
-    if (!isOpen()) {
-        return true;
-    }
-    int result;
-    bool wasInterrupted = false;
-    while ((result = ::close(mDescriptor)) < 0 && errno == EINTR) {
-        wasInterrupted = true;
-    }
-    // The attempt that was interrupted may have released the descriptor: then it is not ours any more.
-    if (result >= 0 || (wasInterrupted && errno == EBADF)) {
+    if (isOpen() && closeDescriptor(mDescriptor) == 0) {
         mDescriptor = -1;
     }
     return true;  // Kept: handle-close-true.

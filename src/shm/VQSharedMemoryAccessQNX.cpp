@@ -62,7 +62,7 @@ bool VQSharedMemoryAccess::unmap(void* address, unsigned size) {
 }
 
 bool VQSharedMemoryAccess::close(int descriptor) {
-    return retryInterrupted([&] { return ::close(descriptor); }) == 0;
+    return closeDescriptor(descriptor) == 0;
 }
 
 bool VQSharedMemoryAccess::unlink(const char* name) {
