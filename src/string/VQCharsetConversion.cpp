@@ -113,8 +113,11 @@ bool areAscii(std::uint64_t word) {
     return (word & VQUtf8::kTopBits) == 0;
 }
 
-bool areAsciiWithoutZero(std::uint64_t word) {
-    return ((word | (word - VQUtf8::kLowBits)) & VQUtf8::kTopBits) == 0;
+/// The bytes before the first that is zero or not ASCII.
+std::size_t asciiIn(std::uint64_t word) {
+    // A zero borrows from beyond, so that what is marked behind it may be wrong: only the first counts.
+    const std::uint64_t marks = (word | (word - VQUtf8::kLowBits)) & VQUtf8::kTopBits;
+    return marks == 0 ? kWord : static_cast<std::size_t>(__builtin_ctzll(marks)) / 8;
 }
 
 /// The entry of this table for one byte that has several: the place of a character of two bytes, or null.
@@ -181,28 +184,29 @@ CVQString convertStringToUTF8(const SVQConvTable* table, const char* bytes, std:
     CVQStringWriter writer(text);
     char* out = writer.text();
     while (count > 0) {
-        if (asciiStays && count >= kWord && areAsciiWithoutZero(VQUtf8::loadWord(bytes))) {
+        if (asciiStays && count >= kWord) {
+            // What is behind the ASCII is written as well, and overwritten in the next round.
             std::memcpy(out, bytes, kWord);
-            out += kWord;
-            bytes += kWord;
-            count -= kWord;
-            characters += kWord;
-            continue;
-        }
-        const std::size_t run = smaller(count, kWord);
-        for (std::size_t i = 0; i < run; ++i) {
-            const SVQConvTable::SEntry& entry = table->mEntries[VQUtf8::asByte(bytes[i])];
-            // Kept: charset-zero-bytes. Fixed-size fields arrive with zero bytes behind their text.
-            if (entry.mBytes[0] != 0 && entry.mByteCount != 0) {
-                // The whole form, whatever its length: a block has room for that behind its capacity.
-                static_assert(CVQStringWriter::kSpare >= sizeof entry.mBytes - 1);
-                std::memcpy(out, entry.mBytes, sizeof entry.mBytes);
-                out += lengthOf(entry);
-                ++characters;
+            const std::size_t ascii = asciiIn(VQUtf8::loadWord(bytes));
+            out += ascii;
+            bytes += ascii;
+            count -= ascii;
+            characters += ascii;
+            if (ascii == kWord) {
+                continue;
             }
         }
-        bytes += run;
-        count -= run;
+        const SVQConvTable::SEntry& entry = table->mEntries[VQUtf8::asByte(*bytes)];
+        ++bytes;
+        --count;
+        // Kept: charset-zero-bytes. Fixed-size fields arrive with zero bytes behind their text.
+        if (entry.mBytes[0] != 0 && entry.mByteCount != 0) {
+            // The whole form, whatever its length: a block has room for that behind its capacity.
+            static_assert(CVQStringWriter::kSpare >= sizeof entry.mBytes - 1);
+            std::memcpy(out, entry.mBytes, sizeof entry.mBytes);
+            out += lengthOf(entry);
+            ++characters;
+        }
     }
     writer.setLengths(static_cast<std::size_t>(out - writer.text()), characters);
     return text;
