@@ -80,6 +80,13 @@ WORK = {
     "CVQMutex_LockUnlockRecursive": "lock and unlock, recursive",
     "CVQMutex_LockWithTimeout": "lock with a time-out of 1 s and unlock",
     "CVQMutex_TryLock": "try to lock, and unlock",
+    "VQSemaphoreAccess_PostWait": "post and take a unit, uncontended",
+    "VQSemaphoreAccess_PingPong": "two threads, two semaphores, there and back",
+    "CVQWaitCondition_PingPong": "two threads, one condition, there and back",
+    "CVQWaitCondition_SignalNobody": "signal a condition nobody waits for",
+    "CVQBarrier_Round": "a round of {size} threads at a barrier",
+    "CVQThreadCtrl_StartJoin": "start a thread and join it",
+    "VQOperatingSystem_MonotonicTime": "read the monotonic clock",
     "TVQVector_PushInts": "push {size} ints, growing",
     "TVQVector_PushTexts": "push {size} texts, growing, and drop them",
     "TVQVector_InsertEraseInts": "insert and erase an int amid {size}",
@@ -189,6 +196,12 @@ GOALS = {
     ("CVQCriticalSection_LockUnlock", "glibc default mutex", None): 1.0,
     ("CVQCriticalSection_LockUnlockAlone", "glibc default mutex", None): 1.0,
     ("CVQCriticalSection_Contended", "glibc default mutex", None): 1.0,
+    ("VQSemaphoreAccess_PostWait", "sem_t and a mutex", None): 1.0,
+    ("VQSemaphoreAccess_PingPong", "sem_t", None): 1.1,
+    ("CVQWaitCondition_PingPong", "glibc condition", None): 1.0,
+    ("CVQBarrier_Round", "pthread_barrier", None): 1.0,
+    ("CVQThreadCtrl_StartJoin", "pthread_create, pthread_join", None): 1.05,
+    ("VQOperatingSystem_MonotonicTime", "clock_gettime", None): 1.05,
     ("TVQVector_PushInts", "std::vector", None): 1.2,
     ("TVQVector_PushTexts", "std::vector*", None): 1.2,
     ("TVQVector_InsertEraseInts", "std::vector", None): 1.0,
@@ -256,8 +269,8 @@ def programs(build):
 
 
 def pin(operation):
-    """Keeps the measured thread on one processor. Threads that compete choose their own."""
-    if "Contended" not in operation:
+    """Keeps the measured thread on one processor. Threads that compete or take turns choose their own."""
+    if not re.search("Contended|PingPong|Round$|StartJoin", operation):
         os.sched_setaffinity(0, {max(os.sched_getaffinity(0))})
 
 

@@ -6,7 +6,7 @@
 #pragma once
 
 #include <VQExport.h>
-#include <VQOSTypes.h>
+#include <VQSemaphoreAccess.h>
 
 class VQ_EXPORT CVQBinarySemaphore {
 public:
@@ -17,9 +17,9 @@ public:
     CVQBinarySemaphore& operator=(const CVQBinarySemaphore&) = delete;
 
     /// Takes a unit. -1 waits without limit, 0 tries once. After false, VQOperatingSystem::getLastError() says why.
-    bool lock(int timeoutMs = -1);
+    bool lock(int timeoutMs = -1) { return VQSemaphoreAccess::lock(mHandle, timeoutMs); }
     /// Gives a unit. Returns the platform's error number, 0 for success.
-    int unlock();
+    int unlock() { return VQSemaphoreAccess::unlock(mHandle); }
 
 private:
     VQOSTypes::SEMHANDLE mHandle = VQOSTypes::sInvalidSemHandle;

@@ -7,9 +7,7 @@
 //   Kept     condition-expiry-is-true: see `wait`.
 #pragma once
 
-#include <VQExport.h>
-
-#include <pthread.h>
+#include <VQConditionVariableAccess.h>
 
 class VQ_EXPORT CVQWaitCondition : public _sync {
 public:
@@ -20,7 +18,7 @@ public:
 
     /// As VQConditionVariableAccess::wait: the caller holds `mutex`. True with errno 0 after a signal, true with
     /// errno ETIMEDOUT after `timeoutMs`, false after a `timeoutMs` of 0 that found nothing.
-    bool wait(_sync& mutex, int timeoutMs = -1);
+    bool wait(_sync& mutex, int timeoutMs = -1) { return VQConditionVariableAccess::wait(*this, mutex, timeoutMs); }
     /// Wakes one thread, or all. The result is the platform's error number, 0 for success.
     int signal() { return pthread_cond_signal(this); }
     int broadcast() { return pthread_cond_broadcast(this); }

@@ -198,10 +198,6 @@ void sayDisconnected(Channel* channel, int scoid) {
         wakeReceiver(callReceiver(channel));
 }
 
-int callerPriority() {
-    return 10;
-}
-
 Message* newMessage(Channel* channel) {
     if (freeMessages == nullptr && !addMessageBlock())
         return nullptr;

@@ -10,6 +10,7 @@
 #include "Futex.h"
 #include "IdTable.h"
 #include "Parts.h"
+#include "Thread.h"
 
 #include <pthread.h>
 #include <sys/neutrino.h>
@@ -139,9 +140,6 @@ void finishMessages(const Channel* channel, int coid, int error);
 constexpr int kAllConnections = -1;
 /// Queues the pulse that asks the receivers for the sender's release.
 void askForRelease(Message* message);
-
-/// The priority of what the calling thread sends.
-int callerPriority();
 
 void wakeReceiver(unsigned* word);
 void wakeSender(unsigned* word);

@@ -8,10 +8,12 @@
 #include <errno.h>
 #include <unistd.h>
 
+extern "C" {
+__thread qtime_entry __nto_qtime = {0};
+}
+
 namespace host {
 namespace {
-
-__thread qtime_entry qtime __attribute__((tls_model("initial-exec"))) = {0};
 
 timespec timespecOf(uint64_t ns) {
     timespec time;
@@ -24,11 +26,6 @@ timespec timespecOf(uint64_t ns) {
 }  // namespace host
 
 using namespace host;
-
-qtime_entry* __nto_syspage_qtime() {
-    qtime.nsec = nowNs(CLOCK_MONOTONIC);
-    return &qtime;
-}
 
 int ClockTime(clockid_t id, const uint64_t* set, uint64_t* old) {
     dropTimeout();

@@ -1,7 +1,6 @@
 #include <pthread.h>
 
 #include "Look.h"
-#include "Polling.h"
 #include "ThreadState.h"
 
 #include <errno.h>
@@ -22,6 +21,7 @@ unsigned* signalsOf(_sync* condition) {
 constexpr unsigned kShared = __NTO_SYNC_SHARED;
 constexpr unsigned kMonotonic = 0x40000000;
 constexpr unsigned kSleepers = 0x20000000;  // somebody may sleep
+constexpr unsigned kIdle = 0x10000000;      // the last signal woke nobody
 
 unsigned loadAttributes(const _sync* condition) {
     return __atomic_load_n(&condition->__count, __ATOMIC_SEQ_CST);
@@ -35,21 +35,14 @@ bool isLast(_sync* condition, unsigned signal) {
     return __atomic_load_n(signalsOf(condition), __ATOMIC_ACQUIRE) == signal;
 }
 
-/// True when another signal came soon.
-bool pollForSignal(_sync* condition, unsigned last) {
-    for (unsigned polls = pollCount(); polls > 1; --polls) {
-        if (!isLast(condition, last))
-            return true;
-        pauseProcessor();
-    }
-    return !isLast(condition, last);
-}
-
 /// Sleeps until there is a signal after `last`. 0 or ETIMEDOUT.
 int sleepUntilSignal(_sync* condition, unsigned attributes, unsigned last, Deadline deadline) {
     // Set after the signals were read: who takes the flag away counts a signal between that and waking all.
-    if ((loadAttributes(condition) & kSleepers) == 0)
+    const unsigned flags = loadAttributes(condition);
+    if ((flags & kSleepers) == 0)
         __atomic_fetch_or(&condition->__count, kSleepers, __ATOMIC_SEQ_CST);
+    if ((flags & kIdle) != 0)
+        __atomic_fetch_and(&condition->__count, ~kIdle, __ATOMIC_RELAXED);
     const Sharing sharing = sharingOf(attributes);
     for (;;) {
         const Deadline wakeUp = nextLook(deadline, sharing);
@@ -73,7 +66,7 @@ int wait(_sync* condition, _sync* mutex, Deadline deadline) {
     int result = 0;
     if (deadline.isImmediate())
         result = isLast(condition, last) ? ETIMEDOUT : 0;
-    else if (!pollForSignal(condition, last))
+    else
         result = sleepUntilSignal(condition, attributes, last, deadline);
     // The time-out was for the condition. Only one that a signal handler armed meanwhile can end this wait.
     while (pthread_mutex_lock(mutex) == ETIMEDOUT) {
@@ -85,10 +78,25 @@ void countSignal(_sync* condition) {
     __atomic_fetch_add(signalsOf(condition), 1u, __ATOMIC_SEQ_CST);
 }
 
-void wakeAll(_sync* condition) {
-    const unsigned attributes = __atomic_fetch_and(&condition->__count, ~kSleepers, __ATOMIC_SEQ_CST);
+/// Takes the flag away, so that the next signals need not ask the kernel. Who has set it since, and sleeps, is woken.
+void forgetSleepers(_sync* condition, Sharing sharing) {
+    __atomic_fetch_and(&condition->__count, ~(kSleepers | kIdle), __ATOMIC_SEQ_CST);
     countSignal(condition);
-    futexWake(signalsOf(condition), INT_MAX, sharingOf(attributes));
+    futexWake(signalsOf(condition), INT_MAX, sharing);
+}
+
+int signal(_sync* condition, int waiters) {
+    dropTimeout();
+    countSignal(condition);
+    const unsigned attributes = loadAttributes(condition);
+    if ((attributes & kSleepers) == 0 || futexWake(signalsOf(condition), waiters, sharingOf(attributes)) != 0)
+        return 0;
+    // Once may be a waiter on its way to sleep. Twice is a condition that nobody waits for.
+    if ((attributes & kIdle) == 0)
+        __atomic_fetch_or(&condition->__count, kIdle, __ATOMIC_RELAXED);
+    else
+        forgetSleepers(condition, sharingOf(attributes));
+    return 0;
 }
 
 }  // namespace
@@ -130,21 +138,9 @@ int pthread_cond_timedwait(_sync* condition, _sync* mutex, const timespec* deadl
 }
 
 int pthread_cond_signal(_sync* condition) noexcept {
-    dropTimeout();
-    countSignal(condition);
-    const unsigned attributes = loadAttributes(condition);
-    if ((attributes & kSleepers) == 0)
-        return 0;
-    // Nobody slept: the next signals need not ask the kernel, until somebody sleeps again.
-    if (futexWake(signalsOf(condition), 1, sharingOf(attributes)) == 0)
-        wakeAll(condition);
-    return 0;
+    return signal(condition, 1);
 }
 
 int pthread_cond_broadcast(_sync* condition) noexcept {
-    dropTimeout();
-    countSignal(condition);
-    if ((loadAttributes(condition) & kSleepers) != 0)
-        wakeAll(condition);
-    return 0;
+    return signal(condition, INT_MAX);
 }

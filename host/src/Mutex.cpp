@@ -1,10 +1,10 @@
 #include <sys/neutrino.h>
 
 #include "Look.h"
-#include "Polling.h"
 #include "ThreadState.h"
 
 #include <errno.h>
+#include <sched.h>
 
 namespace host {
 namespace {
@@ -60,6 +60,30 @@ int take(_sync* mutex, unsigned self) {
     if ((owner & kNested) == 0)
         __atomic_fetch_or(&mutex->__owner, kNested, __ATOMIC_RELAXED);
     return 0;
+}
+
+void pauseProcessor() {
+#if defined(__i386__) || defined(__x86_64__)
+    __builtin_ia32_pause();
+#elif defined(__arm__) || defined(__aarch64__)
+    __asm__ __volatile__("yield");
+#endif
+}
+
+/// How often a held mutex is looked at before the thread sleeps: a microsecond or two, which short critical sections
+/// end within and which costs less than sleeping and waking. With one processor the holder does not run meanwhile.
+unsigned pollCount() {
+    static unsigned count = 0;  // 0: not known yet; two threads may find it out at once and agree
+    unsigned known = __atomic_load_n(&count, __ATOMIC_RELAXED);
+    if (known == 0) {
+        const ErrnoKeeper keeper;
+        cpu_set_t processors;
+        const bool single =
+            sched_getaffinity(0, sizeof(processors), &processors) == 0 && CPU_COUNT(&processors) == 1;
+        known = single ? 1 : 100;
+        __atomic_store_n(&count, known, __ATOMIC_RELAXED);
+    }
+    return known;
 }
 
 /// Takes the mutex when it becomes free soon; else `owner` is what its word was last, not 0.

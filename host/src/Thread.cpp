@@ -1,4 +1,4 @@
-#include <sys/neutrino.h>
+#include "Thread.h"
 
 #include "Descriptor.h"
 #include "ErrnoKeeper.h"
@@ -12,6 +12,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/neutrino.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -50,6 +51,8 @@ struct Thread {
 
 Thread* firstThread = nullptr;  // guarded by the lock below
 unsigned tableLock = 0;         // 0 free, 1 held, 2 held and waited for
+
+bool anyoneForeign = false;  // a record was made for a thread that ThreadCreate did not start
 
 __thread Thread* ownThread = nullptr;
 
@@ -302,6 +305,15 @@ bool isPolicy(int policy) {
     return policy == SCHED_FIFO || policy == SCHED_RR || policy == SCHED_OTHER;
 }
 
+/// The caller's own record, if it has one.
+Thread* findOwn() {
+    if (ownThread == nullptr && load(anyoneForeign)) {
+        const TableGuard guard;
+        ownThread = find(static_cast<int>(threadId()));
+    }
+    return ownThread;
+}
+
 int result(int error) {
     if (error == EOK)
         return 0;
@@ -310,6 +322,12 @@ int result(int error) {
 }
 
 }  // namespace
+
+int callerPriority() {
+    const Thread* const own = findOwn();
+    return own != nullptr ? load(own->priority) : kFirstPriority;
+}
+
 }  // namespace host
 
 using namespace host;
@@ -329,12 +347,12 @@ int ThreadCreate(pid_t pid, void* (*function)(void*), void* argument, const stru
     thread->argument = argument;
     thread->isStarting = true;
     thread->isDetached = attributes != nullptr && (attributes->__flags & PTHREAD_CREATE_DETACHED) != 0;
+    if (const Thread* const creator = findOwn(); creator != nullptr) {
+        thread->priority = load(creator->priority);
+        thread->policy = load(creator->policy);
+    }
     {
         const TableGuard guard;
-        if (const Thread* const creator = find(static_cast<int>(threadId())); creator != nullptr) {
-            thread->priority = creator->priority;
-            thread->policy = creator->policy;
-        }
         enter(thread);
     }
     const int error = start(thread, attributes != nullptr ? attributes->__stacksize : 0);
@@ -431,12 +449,13 @@ int SchedSet(pid_t pid, int tid, int policy, const struct sched_param* parameter
             return result(ENOMEM);
         record->isForeign = true;
         enter(record);
+        store(anyoneForeign, true);
         if (tid == static_cast<int>(threadId()))
             ownThread = record;
     }
-    record->priority = priority;
+    store(record->priority, priority);
     if (policy != SCHED_NOCHANGE)
-        record->policy = policy;
+        store(record->policy, policy);
     applyPriority(tid, priority);
     return 0;
 }

@@ -118,14 +118,13 @@ void VQOperatingSystem::sleepMs(unsigned ms) {
 }
 
 unsigned long long VQOperatingSystem::getSysPageTime() {
-    // The target reads 32 bits at a time, and the kernel may count between two reads.
-    using Half = volatile std::uint32_t VQ_MAY_ALIAS;
-    const Half* const halves = reinterpret_cast<const Half*>(&SYSPAGE_ENTRY(qtime)->nsec);
-    unsigned long long high, low;
+    // The target reads 32 bits at a time, and the kernel may count on between two reads.
+    const auto& nsec = SYSPAGE_ENTRY(qtime)->nsec;
+    std::uint64_t high, low;
     do {
-        high = halves[1];
-        low = halves[0];
-    } while (VQ_UNLIKELY(halves[1] != high));
+        high = nsec >> 32;
+        low = static_cast<std::uint32_t>(nsec);
+    } while (VQ_UNLIKELY(nsec >> 32 != high));
     return high << 32 | low;
 }
 
@@ -226,7 +225,8 @@ int VQOperatingSystem::spawnProcess(const char* name, const char* arguments) {
         return -1;
     }
     char* const path = static_cast<char*>(alloca(nameSize + 2));
-    std::memcpy(path, "./", 2);
+    path[0] = '.';
+    path[1] = '/';
     std::memcpy(path + 2, name, nameSize);
     return spawnvp(P_NOWAIT, path, words);
 }

@@ -57,14 +57,17 @@ bool createShared(SEMHANDLE& handle, bool shared) {
 
 /// Leaves `error` as the caller's last error, and is true when that is none.
 bool finish(int error) {
-    VQOperatingSystem::setLastError(error);
+    errno = error;
     return error == 0;
 }
 
 int waitForUnit(SEMHANDLE& handle) {
-    ++handle.waiters;
-    const int error = pthread_cond_wait(&handle.condition, &handle.mutex);
-    --handle.waiters;
+    int error = 0;
+    while (handle.count == 0 && error == 0) {
+        ++handle.waiters;
+        error = pthread_cond_wait(&handle.condition, &handle.mutex);
+        --handle.waiters;
+    }
     return error;
 }
 
@@ -72,12 +75,10 @@ bool lockWithoutLimit(SEMHANDLE& handle) {
     if (const int error = pthread_mutex_lock(&handle.mutex); error != 0) {
         return finish(error);
     }
-    while (handle.count == 0) {
-        if (const int error = waitForUnit(handle); error != 0) {
-            // Kept: semaphore-locks-again. The mutex is left to who finds out why the platform refused to wait.
-            pthread_mutex_lock(&handle.mutex);
-            return finish(error);
-        }
+    if (const int error = waitForUnit(handle); error != 0) {
+        // Kept: semaphore-locks-again. The mutex is left to who finds out why the platform refused to wait.
+        pthread_mutex_lock(&handle.mutex);
+        return finish(error);
     }
     --handle.count;
     return finish(pthread_mutex_unlock(&handle.mutex));

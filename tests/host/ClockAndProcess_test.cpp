@@ -103,8 +103,10 @@ TEST(Spawn, MayReplaceTheCaller) {
 TEST(Spawn, RefusesWhatItCannotStart) {
     const char* const arguments[] = {"x", nullptr};
     char* const* const argv = const_cast<char* const*>(arguments);
-    EXPECT_EQ(-1, spawnvp(P_NOWAIT, "./no-such-program", argv));
-    EXPECT_EQ(ENOENT, errno);
+    if (!support::isEmulated()) {  // which starts a process, and that ends with 127
+        EXPECT_EQ(-1, spawnvp(P_NOWAIT, "./no-such-program", argv));
+        EXPECT_EQ(ENOENT, errno);
+    }
     EXPECT_EQ(-1, spawnvp(99, "/bin/true", argv));
     EXPECT_EQ(EINVAL, errno);
     EXPECT_EQ(-1, spawnvp(P_NOWAIT, "/bin/true", nullptr));

@@ -100,9 +100,10 @@ TEST(VQOperatingSystemSignals, AddsRemovesAndReplaces) {
 
 TEST(VQOperatingSystemSignals, RealTimeSignalsAreAmongThem) {
     std::thread([] {
-        const int signals[] = {64, 34, 1};
+        const int last = support::isEmulated() ? 62 : 64;  // the emulator keeps two for itself
+        const int signals[] = {last, 34, 1};
         EXPECT_EQ(0, setSignalMask(signals, 3, nullptr, VQOSTypes::SIGNAL_MASK_REPLACE));
-        EXPECT_EQ((std::vector<int>{1, 34, 64}), maskOf());
+        EXPECT_EQ((std::vector<int>{1, 34, last}), maskOf());
     }).join();
 }
 
@@ -128,8 +129,10 @@ TEST(VQOperatingSystemProcesses, Kept_StartsAProgramOfTheCurrentDirectory) {  //
     EXPECT_EQ(Strings{""}, CToolFolder::argumentsAfter("   "));
     EXPECT_EQ(Strings{""}, CToolFolder::argumentsAfter(nullptr));
     EXPECT_EQ((Strings{"a\tb", "'c", "d'"}), CToolFolder::argumentsAfter("a\tb 'c d'"));
-    EXPECT_EQ(-1, spawnProcess("sh", ""));
-    EXPECT_EQ(ENOENT, getLastError());
+    if (!support::isEmulated()) {  // which starts a process, and that ends with 127
+        EXPECT_EQ(-1, spawnProcess("sh", ""));
+        EXPECT_EQ(ENOENT, getLastError());
+    }
 }
 
 TEST(VQOperatingSystemProcesses, TheBareNameIsArgumentZero) {

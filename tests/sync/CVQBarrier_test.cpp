@@ -144,7 +144,7 @@ TEST(CVQBarrier, KeepsRoundsApartWhenThreadsReturnAtOnce) {
 }
 
 TEST(CVQBarrier, MoreThreadsThanItIsForMakeRoundsInTurns) {
-    constexpr int kThreads = 6, kRounds = 500;
+    constexpr int kThreads = 6, kRounds = 200;
     CVQBarrier barrier(2);
     std::vector<std::thread> workers;
     for (int i = 0; i < kThreads; ++i) {

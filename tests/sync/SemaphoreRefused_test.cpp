@@ -177,7 +177,6 @@ class CVQWaitConditionThatBalks : public _sync {
 public:
     CVQWaitConditionThatBalks();
     ~CVQWaitConditionThatBalks();
-    bool wait(_sync& mutex, int timeoutMs = -1);
 };
 #include "sync/CVQWaitCondition.cpp"
 #undef CVQWaitCondition
