@@ -7,8 +7,8 @@
 #include <sys/neutrino.h>
 
 // A waiter remembers the number of the last signal while it still holds the mutex, and sleeps only while that is
-// the last one: no signal that it could know of by what the mutex guards is lost. Who was woken only takes the mutex
-// again: the condition may be gone by then.
+// the last one: no signal that it could know of by what the mutex guards is lost. It counts itself in before it
+// gives the mutex up, and out, as the last thing that it does to the condition, before it takes the mutex again.
 
 namespace host {
 namespace {
@@ -20,8 +20,7 @@ unsigned* signalsOf(_sync* condition) {
 
 constexpr unsigned kShared = __NTO_SYNC_SHARED;
 constexpr unsigned kMonotonic = 0x40000000;
-constexpr unsigned kSleepers = 0x20000000;  // somebody may sleep
-constexpr unsigned kIdle = 0x10000000;      // the last signal woke nobody
+constexpr unsigned kWaiters = 0x0FFFFFFF;  // how many threads are in a wait
 
 unsigned loadAttributes(const _sync* condition) {
     return __atomic_load_n(&condition->__count, __ATOMIC_SEQ_CST);
@@ -36,14 +35,7 @@ bool isLast(_sync* condition, unsigned signal) {
 }
 
 /// Sleeps until there is a signal after `last`. 0 or ETIMEDOUT.
-int sleepUntilSignal(_sync* condition, unsigned attributes, unsigned last, Deadline deadline) {
-    // Set after the signals were read: who takes the flag away counts a signal between that and waking all.
-    const unsigned flags = loadAttributes(condition);
-    if ((flags & kSleepers) == 0)
-        __atomic_fetch_or(&condition->__count, kSleepers, __ATOMIC_SEQ_CST);
-    if ((flags & kIdle) != 0)
-        __atomic_fetch_and(&condition->__count, ~kIdle, __ATOMIC_RELAXED);
-    const Sharing sharing = sharingOf(attributes);
+int sleepUntilSignal(_sync* condition, Sharing sharing, unsigned last, Deadline deadline) {
     for (;;) {
         const Deadline wakeUp = nextLook(deadline, sharing);
         switch (futexWait(signalsOf(condition), last, sharing, wakeUp)) {
@@ -59,44 +51,37 @@ int sleepUntilSignal(_sync* condition, unsigned attributes, unsigned last, Deadl
 }
 
 int wait(_sync* condition, _sync* mutex, Deadline deadline) {
-    const unsigned attributes = loadAttributes(condition);
     const unsigned last = __atomic_load_n(signalsOf(condition), __ATOMIC_ACQUIRE);
-    if (const int result = pthread_mutex_unlock(mutex); result != 0)
-        return result;
-    int result = 0;
-    if (deadline.isImmediate())
-        result = isLast(condition, last) ? ETIMEDOUT : 0;
-    else
-        result = sleepUntilSignal(condition, attributes, last, deadline);
-    // The time-out was for the condition. Only one that a signal handler armed meanwhile can end this wait.
-    while (pthread_mutex_lock(mutex) == ETIMEDOUT) {
+    const unsigned attributes = __atomic_fetch_add(&condition->__count, 1u, __ATOMIC_SEQ_CST);
+    const int refused = pthread_mutex_unlock(mutex);
+    const int result = refused != 0 ? refused : sleepUntilSignal(condition, sharingOf(attributes), last, deadline);
+    __atomic_fetch_sub(&condition->__count, 1u, __ATOMIC_RELEASE);
+    // The time-out was for the condition. Only one that a signal handler armed meanwhile can refuse the mutex.
+    while (refused == 0 && pthread_mutex_lock(mutex) == ETIMEDOUT) {
     }
     return result;
 }
 
-void countSignal(_sync* condition) {
-    __atomic_fetch_add(signalsOf(condition), 1u, __ATOMIC_SEQ_CST);
-}
-
-/// Takes the flag away, so that the next signals need not ask the kernel. Who has set it since, and sleeps, is woken.
-void forgetSleepers(_sync* condition, Sharing sharing) {
-    __atomic_fetch_and(&condition->__count, ~(kSleepers | kIdle), __ATOMIC_SEQ_CST);
-    countSignal(condition);
-    futexWake(signalsOf(condition), INT_MAX, sharing);
-}
-
 int signal(_sync* condition, int waiters) {
     dropTimeout();
-    countSignal(condition);
+    __atomic_fetch_add(signalsOf(condition), 1u, __ATOMIC_SEQ_CST);
     const unsigned attributes = loadAttributes(condition);
-    if ((attributes & kSleepers) == 0 || futexWake(signalsOf(condition), waiters, sharingOf(attributes)) != 0)
-        return 0;
-    // Once may be a waiter on its way to sleep. Twice is a condition that nobody waits for.
-    if ((attributes & kIdle) == 0)
-        __atomic_fetch_or(&condition->__count, kIdle, __ATOMIC_RELAXED);
-    else
-        forgetSleepers(condition, sharingOf(attributes));
+    if ((attributes & kWaiters) != 0)
+        futexWake(signalsOf(condition), waiters, sharingOf(attributes));
     return 0;
+}
+
+/// True when all who wait have left. Those who were woken do so soon; the others are not to be waited for.
+bool isLeft(const _sync* condition) {
+    constexpr uint64_t kPatienceNs = kNsPerSecond;
+    const uint64_t end = nowNs(CLOCK_MONOTONIC) + kPatienceNs;
+    while ((__atomic_load_n(&condition->__count, __ATOMIC_ACQUIRE) & kWaiters) != 0) {
+        if (nowNs(CLOCK_MONOTONIC) >= end)
+            return false;
+        const timespec moment = {0, 20000};
+        clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
+    }
+    return true;
 }
 
 }  // namespace
@@ -120,6 +105,8 @@ int pthread_cond_init(_sync* condition, const pthread_condattr_t* attributes) no
 
 int pthread_cond_destroy(_sync* condition) noexcept {
     dropTimeout();
+    if ((loadAttributes(condition) & kWaiters) != 0 && !isLeft(condition))
+        return EBUSY;
     __atomic_store_n(&condition->__count, 0u, __ATOMIC_RELAXED);
     return 0;
 }

@@ -357,7 +357,7 @@ int ThreadCreate(pid_t pid, void* (*function)(void*), void* argument, const stru
     }
     const int error = start(thread, attributes != nullptr ? attributes->__stacksize : 0);
     const TableGuard guard;
-    const int id = thread->id;
+    const int id = load(thread->id);
     if (error == 0) {
         thread->isStarting = false;
         return id;

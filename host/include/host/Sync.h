@@ -10,11 +10,11 @@
 //            when a recursive mutex cannot count further. A caught signal never ends a wait. trylock: EBUSY.
 //            unlock: EPERM when the caller is not the holder. destroy: EBUSY when locked.
 //            A mutex that is not recursive and locked again by its holder blocks (EDEADLK if made error-checking).
-//   Condition  one word counts the signals, the other has the attributes and whether somebody may sleep. All zero is
-//            a condition private to the process, on CLOCK_REALTIME. A wait releases the mutex, which the caller holds
+//   Condition  one word counts the signals, the other has the attributes and counts those who wait. All zero is a
+//            condition private to the process, on CLOCK_REALTIME. A wait releases the mutex, which the caller holds
 //            once, and holds it again on return, whatever the result: 0, ETIMEDOUT, EPERM when it is not the
-//            caller's, EINVAL for bad nanoseconds. It may return 0 without a signal. Who was woken does not touch
-//            the condition any more, so it may be destroyed after the signal.
+//            caller's, EINVAL for bad nanoseconds. It may return 0 without a signal. destroy lets those who were woken
+//            leave, so that it may follow the signal; EBUSY when threads still wait after a second.
 //   Threads  any thread; any process that maps it when made with PTHREAD_PROCESS_SHARED. No priority inheritance;
 //            what a dead holder left locked stays locked.
 #pragma once
