@@ -1,20 +1,22 @@
 // Sanitizers: what a test cannot do under one.
 #pragma once
 
-#if defined(__SANITIZE_THREAD__)
-#define SUPPORT_THREAD_SANITIZER 1
+namespace support {
+
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr bool kIsSanitized = true;
 #elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define SUPPORT_THREAD_SANITIZER 1
-#endif
-#endif
-#ifndef SUPPORT_THREAD_SANITIZER
-#define SUPPORT_THREAD_SANITIZER 0
+constexpr bool kIsSanitized = __has_feature(thread_sanitizer) || __has_feature(address_sanitizer);
+#else
+constexpr bool kIsSanitized = false;
 #endif
 
-/// The thread sanitizer waits for ever for the end of a thread that did not end by its own return.
+}  // namespace support
+
+/// The thread sanitizer waits for ever for the end of a thread that did not end by its own return, and the address
+/// sanitizer keeps what it knows of it for the next.
 #define NEEDS_THREADS_THAT_VANISH()                                                                                \
     do {                                                                                                           \
-        if (SUPPORT_THREAD_SANITIZER)                                                                              \
+        if (support::kIsSanitized)                                                                                 \
             GTEST_SKIP() << "the sanitizer loses track of threads that vanish";                                    \
     } while (false)
