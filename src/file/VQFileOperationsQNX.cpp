@@ -92,6 +92,11 @@ private:
             if (length + 1 + nameLength >= kPathSize) {
                 return failWith(ENAMETOOLONG);  // a name that was cut would be another's
             }
+            // Most entries are files, and found sooner from their directory than from the root. What cannot be removed
+            // this way, for whatever reason, is then treated by its path.
+            if (succeeds(&::unlinkat, ::dirfd(directory), name, 0)) {
+                continue;
+            }
             mPath[length] = '/';
             std::memcpy(mPath + length + 1, name, nameLength + 1);
             if (!remove(length + 1 + nameLength)) {

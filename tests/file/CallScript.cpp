@@ -138,6 +138,9 @@ int symlink(const char* target, const char* link) noexcept {
 int unlink(const char* path) noexcept {
     return callOr<int(const char*)>("unlink", path);
 }
+int unlinkat(int directory, const char* name, int flags) noexcept {
+    return callOr<int(int, const char*, int)>("unlinkat", directory, name, flags);
+}
 
 }  // extern "C"
 #pragma GCC visibility pop

@@ -1,7 +1,7 @@
 // CallScript: what one of the platform's file calls answers, for what the real one does not do on demand. It answers
 // while the object lives; otherwise the real call is made.
 //   Calls    access chdir chmod close closedir getcwd lstat64 mkdir mmap64 munmap open opendir read readdir readdir64
-//            remove rename rmdir stat64 statvfs symlink unlink
+//            remove rename rmdir stat64 statvfs symlink unlink unlinkat
 //   Threads  one script at a time, made and ended on the test's thread; it sees the calls of all threads.
 #pragma once
 

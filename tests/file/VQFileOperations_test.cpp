@@ -484,6 +484,15 @@ TEST_F(VQFileOperationsTest, ANameThatDoesNotFitIsAFailureAndNothingElseIsRemove
     EXPECT_THAT(folder.list(), IsEmpty());
 }
 
+TEST_F(VQFileOperationsTest, EntriesThatCannotBeRemovedFromTheirDirectoryAreRemovedByTheirPath) {
+    ASSERT_TRUE(makeDirRecursive(pathOf(folder / "a/b"), 0700));
+    folder.write("a/b/file", "");
+    doubles::CallScript script("unlinkat", [](int) { return ENOTDIR; });
+    EXPECT_TRUE(recursiveRemove(pathOf(folder / "a")));
+    EXPECT_EQ(2, script.calls());
+    EXPECT_THAT(folder.list(), IsEmpty());
+}
+
 TEST_F(VQFileOperationsTest, DirectoriesAreClosedOnExecWhileTheyAreRead) {
     ASSERT_TRUE(makeDirRecursive(pathOf(folder / "a/b"), 0700));
     folder.write("a/b/file", "");
@@ -491,7 +500,7 @@ TEST_F(VQFileOperationsTest, DirectoriesAreClosedOnExecWhileTheyAreRead) {
     int seen = 0;
     const std::set<int> before = files::openDescriptors();
     {
-        doubles::CallScript script("unlink", [&](int) {
+        doubles::CallScript script("unlinkat", [&](int) {
             for (const int descriptor : files::openDescriptors()) {
                 if (before.count(descriptor) == 0) {
                     ++seen;
@@ -502,7 +511,7 @@ TEST_F(VQFileOperationsTest, DirectoriesAreClosedOnExecWhileTheyAreRead) {
         });
         EXPECT_TRUE(recursiveRemove(pathOf(folder / "a")));
     }
-    EXPECT_EQ(3, seen);  // none for a, one for b, two for the file
+    EXPECT_EQ(3, seen);  // one for b, two for the file
     EXPECT_EQ(0, inherited);
 }
 
@@ -696,6 +705,8 @@ TEST_F(VQFileOperationsTest, EveryCallIsMadeAgainAfterInterruptions) {
          }},
         {"rename", [&] { return VQFileOperations::rename(other, pathOf(folder / "renamed")); }},
         {"unlink", [&] { return recursiveRemove(pathOf(folder / "renamed")); }},
+        {"mkdir", [&] { return makeDir(other, 0700); }},
+        {"unlinkat", [&] { return createSymlink("a", other / "b") && recursiveRemove(other); }},
         {"mkdir", [&] { return makeDir(other, 0700); }},
         {"remove", [&] { return VQFileOperations::remove(other); }},
         {"mkdir", [&] { return makeDirRecursive(other / "a/b", 0700); }},
