@@ -124,6 +124,17 @@ std::set<std::string> namesIn(const std::string& path, int (*read)(DIR*, Entry*,
     return names;
 }
 
+/// The C library's own readdir refuses a directory whose offsets have no room in its entries: an emulated 32-bit
+/// process on a disk of a 64-bit machine may meet one.
+bool hasRoomForOffsets(const std::string& path) {
+    DIR* const directory = opendir(path.c_str());
+    errno = 0;
+    const bool refused = readdir(directory) == nullptr && errno == EOVERFLOW;
+    closedir(directory);
+    EXPECT_TRUE(!refused || sizeof(void*) == 4);
+    return !refused;
+}
+
 TEST(TVQErrnoSafeFunction, ReadsAWholeDirectory) {
     const support::TemporaryFolder folder;
     std::set<std::string> expected = {".", ".."};
@@ -135,8 +146,10 @@ TEST(TVQErrnoSafeFunction, ReadsAWholeDirectory) {
     folder.write(std::string(255, 'y'), "");
     expected.insert(std::string(255, 'y'));
     const std::set<int> before = files::openDescriptors();
-    EXPECT_EQ(expected, namesIn(folder.path(), &marlix_qnx_safe_readdir_r));
     EXPECT_EQ(expected, namesIn(folder.path(), &marlix_qnx_safe_readdir64_r));
+    if (hasRoomForOffsets(folder.path())) {
+        EXPECT_EQ(expected, namesIn(folder.path(), &marlix_qnx_safe_readdir_r));
+    }
     EXPECT_EQ(before, files::openDescriptors());
 }
 
@@ -150,7 +163,7 @@ TEST(TVQErrnoSafeFunction, ReadsOnAfterInterruptions) {
         EXPECT_EQ(expected, namesIn(folder.path(), &marlix_qnx_safe_readdir64_r));
         EXPECT_EQ(8, script.calls());
     }
-    {
+    if (hasRoomForOffsets(folder.path())) {
         doubles::CallScript script("readdir", everySecond);
         EXPECT_EQ(expected, namesIn(folder.path(), &marlix_qnx_safe_readdir_r));
         EXPECT_EQ(8, script.calls());
