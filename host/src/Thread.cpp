@@ -196,7 +196,7 @@ void remove(Thread* thread) {
 
 /// The record of an id, if it has one; that of a detached thread only while it runs.
 Thread* find(int id) {
-    if (ownThread != nullptr && ownThread->id == id)
+    if (ownThread != nullptr && load(ownThread->id) == id)
         return ownThread;
     for (Thread* thread = firstThread; thread != nullptr; thread = thread->next)
         if (load(thread->id) == id && !isGone(*thread))

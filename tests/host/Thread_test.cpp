@@ -391,6 +391,7 @@ TEST(ThreadDestroy, ThreadsThatStartAndJoinOthersLeaveNoLockBehind) {
 }
 
 TEST(ThreadDestroy, OfAllEndsTheProcess) {
+    NEEDS_THREADS_THAT_VANISH();
     const auto result = support::runInChild([] {
         std::atexit([] { _exit(7); });  // not run
         static std::atomic<bool> never{false};
@@ -405,6 +406,7 @@ TEST(ThreadDestroy, OfAllEndsTheProcess) {
 }
 
 TEST(ThreadDestroy, OfTheOnlyThreadEndsTheProcess) {
+    NEEDS_THREADS_THAT_VANISH();
     const auto result = support::runInChild([] {
         ThreadDestroy(0, -1, nullptr);
         _exit(8);
@@ -414,6 +416,7 @@ TEST(ThreadDestroy, OfTheOnlyThreadEndsTheProcess) {
 
 TEST(ThreadDestroy, TheProcessGoesOnWithoutItsFirstThread) {
     NEEDS_THREADS_THAT_VANISH();
+    NEEDS_THREADS_AFTER_FORK();
     const auto result = support::runInChild([] {
         start([](void*) -> void* {
             std::this_thread::sleep_for(10ms);
@@ -498,8 +501,7 @@ TEST(Sched, AThreadOfTheLibraryMayBeSetFromOutside) {
 }
 
 TEST(Thread, AForkedChildKeepsThePriorityAndForgetsTheOthers) {
-    if (support::isEmulated())
-        GTEST_SKIP() << "the emulator does not start threads in a forked child";
+    NEEDS_THREADS_AFTER_FORK();
     Runner runner;
     ASSERT_EQ(0, setPriorityOf(0, 12));
     const auto result = support::runInChild([&] {
@@ -517,8 +519,7 @@ TEST(Thread, AForkedChildKeepsThePriorityAndForgetsTheOthers) {
 }
 
 TEST(Thread, AThreadMayForkAndItsChildMayStartThreads) {
-    if (support::isEmulated())
-        GTEST_SKIP() << "the emulator does not start threads in a forked child";
+    NEEDS_THREADS_AFTER_FORK();
     const int id = start([](void*) -> void* {
         const pid_t child = fork();
         if (child == 0) {

@@ -215,6 +215,7 @@ TEST(CVQThreadCtrl, EndsTheCallingThread) {
 }
 
 TEST(CVQThreadCtrl, EndingTheOnlyThreadEndsTheProcess) {
+    NEEDS_THREADS_THAT_VANISH();
     const auto result = support::runInChild([] { CVQThreadCtrl::terminate(); });
     EXPECT_TRUE(result.exitedWith(0)) << result;
 }

@@ -20,3 +20,10 @@ constexpr bool kIsSanitized = false;
         if (support::kIsSanitized)                                                                                 \
             GTEST_SKIP() << "the sanitizer loses track of threads that vanish";                                    \
     } while (false)
+
+/// Nor does it start threads in a forked child; neither does the emulator.
+#define NEEDS_THREADS_AFTER_FORK()                                                                                 \
+    do {                                                                                                           \
+        if (SUPPORT_THREAD_SANITIZER || support::isEmulated())                                                     \
+            GTEST_SKIP() << "no threads can be started in a forked child here";                                    \
+    } while (false)
