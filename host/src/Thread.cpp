@@ -25,10 +25,11 @@ constexpr int kLastPriority = 63;
 constexpr size_t kMaxName = 100;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr size_t kSmallestStack = 1 << 20;
+constexpr size_t kStackOverhead = 1 << 20;
 #else
-constexpr size_t kSmallestStack = 256 << 10;
+constexpr size_t kStackOverhead = 64 << 10;
 #endif
+constexpr size_t kSmallestStack = 256 << 10;
 
 // One record for each thread that ThreadCreate started, and for each other one whose priority was set.
 struct Thread {
@@ -255,11 +256,15 @@ int idOf(const Thread& thread, pthread_t handle) {
 
 /// Creates the thread of a record; 0 or an error number.
 int start(Thread* thread, size_t stackSize) {
+    const bool isDetached = thread->isDetached;  // another thread may join it as soon as it runs
     pthread_attr_t attributes;
     int result = pthread_attr_init(&attributes);
     if (result != 0)
         return result;
-    result = pthread_attr_setstacksize(&attributes, stackSize < kSmallestStack ? kSmallestStack : stackSize);
+    // The C library and sanitizers keep data of the thread at the end of its stack.
+    const size_t wanted = stackSize < kSmallestStack ? kSmallestStack : stackSize;
+    result = wanted > SIZE_MAX - kStackOverhead ? EAGAIN
+                                                : pthread_attr_setstacksize(&attributes, wanted + kStackOverhead);
     pthread_t handle;
     if (result == 0)
         result = pthread_create(&handle, &attributes, runThread, thread);
@@ -268,7 +273,7 @@ int start(Thread* thread, size_t stackSize) {
         return result;
     store(thread->handle, handle);
     store(thread->id, idOf(*thread, handle));
-    if (thread->isDetached)
+    if (isDetached)
         pthread_detach(handle);
     return 0;
 }
