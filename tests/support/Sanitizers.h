@@ -21,9 +21,9 @@ constexpr bool kIsSanitized = false;
             GTEST_SKIP() << "the sanitizer loses track of threads that vanish";                                    \
     } while (false)
 
-/// Nor does it start threads in a forked child; neither does the emulator.
+/// Nor does the thread sanitizer start threads in a forked child; neither does the emulator.
 #define NEEDS_THREADS_AFTER_FORK()                                                                                 \
     do {                                                                                                           \
-        if (SUPPORT_THREAD_SANITIZER || support::isEmulated())                                                     \
+        if (support::kIsSanitized || support::isEmulated())                                                        \
             GTEST_SKIP() << "no threads can be started in a forked child here";                                    \
     } while (false)
