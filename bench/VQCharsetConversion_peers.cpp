@@ -1,5 +1,5 @@
-// What one would convert text with instead. The C library's iconv is always there. Its and ICU's functions write into a
-// buffer that the caller has ready, on the way to UTF-8 as well, where ours makes a string.
+// What one would convert text with instead. The C library's iconv is always there. Its and ICU's functions write
+// into a buffer that the caller has ready, on the way to UTF-8 as well, where ours makes a string.
 #include "Bench.h"
 #include "Texts.h"
 

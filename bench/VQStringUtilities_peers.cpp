@@ -1,5 +1,5 @@
-// What one would map case with instead. ICU maps UTF-8 into a buffer that the caller has ready, Qt its own UTF-16 text
-// into a new one; utf8proc maps code points, so that the way from and to UTF-8 is a loop here.
+// What one would map case with instead. ICU maps UTF-8 into a buffer that the caller has ready, Qt its own UTF-16
+// text into a new one; utf8proc maps code points, so that the way from and to UTF-8 is a loop here.
 #include "Bench.h"
 #include "Texts.h"
 

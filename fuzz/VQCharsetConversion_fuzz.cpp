@@ -1,6 +1,6 @@
 // Arbitrary bytes through every conversion, in both directions: the results have to agree with the plain rules.
-//   Input    the first byte says which conversion; the second, where there is a choice, the size of the output or what the
-//            text holds before; all others are the text, in bytes or in units.
+//   Input    the first byte says which conversion; the second, where there is a choice, the size of the output or
+//            what the text holds before; all others are the text, in bytes or in units.
 #include "string/PlainConversions.h"
 #include "string/StringInternals.h"
 

@@ -1,6 +1,6 @@
 // Arbitrary bytes, split and mapped to the other case: the results have to agree with the plain rules.
-//   Input    the first byte says what to do and how the text is held; then the text; for a split, up to the first byte FF,
-//            the delimiters behind it.
+//   Input    the first byte says what to do and how the text is held; then the text; for a split, up to the first
+//            byte FF, the delimiters behind it.
 #include "string/PlainConversions.h"
 #include "string/StringInternals.h"
 

@@ -1,6 +1,7 @@
 // TVQFormatString: a formatted text in an array of fixed size, for messages that must not allocate.
 //   Units    N bytes, the terminating zero byte included.
-//   Errors   a text that does not fit is cut, perhaps within a character. A null or refused format gives the empty text.
+//   Errors   a text that does not fit is cut, perhaps within a character. A null or refused format gives the empty
+//            text.
 //   Threads  one thread at a time.
 #pragma once
 

@@ -6,8 +6,8 @@
 //            assertion on its capacity, and nothing is converted.
 //   Threads  any thread; the text that is written: one thread at a time.
 //   Source   ISO/IEC 8859-1 and 8859-15; the table of well-formed byte sequences of the Unicode standard.
-//   Kept     charset-zero-bytes: zero bytes of ISO 8859 text, and zero units of UTF-16, are dropped on the way into a
-//            string; the capacity still counts the bytes.
+//   Kept     charset-zero-bytes: zero bytes of ISO 8859 text, and zero units of UTF-16, are dropped on the way into
+//            a string; the capacity still counts the bytes.
 //            charset-four-bytes: on the way to ISO 8859 three bytes of a four-byte character make one replacement,
 //            and conversion goes on with its fourth.
 //            charset-last-character: a text that fills the whole output loses its last character to the terminating
@@ -64,11 +64,11 @@ VQ_EXPORT CVQString convertStringToUTF8(const SVQConvTable* table, const char* b
 VQ_EXPORT unsigned convertUTF8ToString(const SVQReverseConvTable& table, const CVQString& text, char* out,
                                        std::size_t outSize, char replacement);
 
-/// Writes the text and its terminating zero byte as UTF-16. `count`: in, the room; out, the units written, the 0 unit
-/// included. False when the text is not well-formed UTF-8, does not fit, or `out` is null: then nothing is written
-/// and `count` stays. Zero bytes inside a text are characters.
+/// Writes the text and its terminating zero byte as UTF-16. `count`: in, the room; out, the units written, the 0
+/// unit included. False when the text is not well-formed UTF-8, does not fit, or `out` is null: then nothing is
+/// written and `count` stays. Zero bytes inside a text are characters.
 VQ_EXPORT bool convertUTF8ToUTF16(const CVQString& text, unsigned short* out, unsigned& count);
 
-/// Appends `count` units to `text`. False for null (nothing is appended), and when the last unit is a high surrogate
-/// (all before it is appended).
+/// Appends `count` units to `text`. False for null (nothing is appended), and when the last unit is a high
+/// surrogate (all before it is appended).
 VQ_EXPORT bool convertUTF16ToUTF8(const unsigned short* units, CVQString& text, std::size_t count);

@@ -1,7 +1,7 @@
 // VQStringUtilities: splitting a text at delimiters, and upper and lower case.
 //   Units    characters are code points.
-//   Rules    case mapping goes character by character, without regard to what stands beside it or to a language: the
-//            final sigma and the Turkish i are mapped like others. One character may become up to three.
+//   Rules    case mapping goes character by character, without regard to what stands beside it or to a language:
+//            the final sigma and the Turkish i are mapped like others. One character may become up to three.
 //   Errors   none. Bytes that form no character stay as they are.
 //   Threads  any thread; the text or vector that is written: one thread at a time.
 //   Source   Unicode Character Database, the mappings of Unicode 4.0 for letters below U+10000
@@ -57,8 +57,8 @@ VQ_EXPORT void split(TVQVector<CVQString>& out, const CVQString& text, const CVQ
 VQ_EXPORT void toUpper(CVQString& text);
 VQ_EXPORT void toLower(CVQString& text);
 
-/// Maps each character by the first kind that has it: single, range, multi. A text in which nothing changes keeps its
-/// buffer, shared or not.
+/// Maps each character by the first kind that has it: single, range, multi. A text in which nothing changes keeps
+/// its buffer, shared or not.
 VQ_EXPORT void doCaseMapping(CVQString& text, const SVQCaseMappingTable& table);
 
 }  // namespace VQStringUtilities

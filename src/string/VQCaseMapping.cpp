@@ -170,8 +170,8 @@ public:
         return word ^ ((fromFirst & ~behindLast & ~word & VQUtf8::kTopBits) >> 2);
     }
 
-    /// The two bytes that a character of these two bytes becomes, the first one lower; kNothing when it becomes another
-    /// number of bytes, or had no need of two.
+    /// The two bytes that a character of these two bytes becomes, the first one lower; kNothing when it becomes
+    /// another number of bytes, or had no need of two.
     std::uint16_t ofTwo(std::uint16_t form) const { return mOfTwo[placeOfTwo(form)]; }
 
     /// The code that a character becomes; kNothing when it stays as it is.
@@ -197,8 +197,8 @@ private:
         return static_cast<std::uint16_t>(form);
     }
 
-    /// By both bytes as they are, the first one's mark cut off: three quarters of the table are never touched, but a
-    /// place is found in two instructions.
+    /// By both bytes as they are, the first one's mark cut off: three quarters of the table are never touched, but
+    /// a place is found in two instructions.
     static constexpr unsigned placeOfTwo(std::uint16_t form) {
         return (static_cast<unsigned>(form) << 8 | form >> 8) & (kPlacesOfTwo - 1);
     }
@@ -232,8 +232,8 @@ constexpr Marks marksBelow(std::size_t byte) {
     return byte < kBlock ? (Marks{1} << (byte * kMarkBits)) - 1 : ~Marks{0};
 }
 
-/// A block of a text, from the beginning of a character on, and the way to its mapped form, which is written as far as
-/// no character changes its number of bytes.
+/// A block of a text, from the beginning of a character on, and the way to its mapped form, which is written as far
+/// as no character changes its number of bytes.
 class CBlock {
 public:
     /// `in` has kBlock bytes, and kLookBack before them; the first `size` are of the text.
@@ -245,8 +245,8 @@ public:
         }
     }
 
-    /// Writes kBlock bytes to `out`, of which the first size() are the mapped form. The others still have to be mapped,
-    /// or are cut; where they are ASCII letters, they may have been mapped already.
+    /// Writes kBlock bytes to `out`, of which the first size() are the mapped form. The others still have to be
+    /// mapped, or are cut; where they are ASCII letters, they may have been mapped already.
     template <class Index>
     void map(const Index& index, char* out) {
         for (std::size_t i = 0; i < kBlock; i += kWord) {
@@ -355,7 +355,8 @@ private:
 
 // ---- any text
 
-/// Visits the characters from byte `at` on: those that are mapped, with the codes that they become, and those that stay.
+/// Visits the characters from byte `at` on: those that are mapped, with the codes that they become, and those that
+/// stay.
 template <class Mappings, class Visitor>
 void walk(const Mappings& mappings, const char* const text, std::size_t at, std::size_t bytes, Visitor& visitor) {
     const auto onCode = [&visitor](unsigned mapped) {
@@ -460,8 +461,8 @@ public:
     }
 
 private:
-    /// Makes room for a result of `bytes` bytes, of which those before mAt are there already. `overtakes`: not in the
-    /// same buffer as the original. False when no string may be that long.
+    /// Makes room for a result of `bytes` bytes, of which those before mAt are there already. `overtakes`: not in
+    /// the same buffer as the original. False when no string may be that long.
     bool provide(unsigned long long bytes, bool overtakes) {
         const bool apart = mIn != mWriter.text();
         const bool roomy = mWriter.hasRoomOfItsOwn(bytes);

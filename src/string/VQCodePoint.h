@@ -72,8 +72,8 @@ struct SCharacter {
     std::size_t bytes;
 };
 
-/// The character at `text`, of `bytes` bytes. A byte that starts none stands for itself, with the sign-extended value
-/// that iterators give it: no code point.
+/// The character at `text`, of `bytes` bytes. A byte that starts none stands for itself, with the sign-extended
+/// value that iterators give it: no code point.
 inline SCharacter nextCharacter(const char* text, std::size_t bytes) {
     const std::size_t length = characterAt(text, bytes);
     if (length == 0) {

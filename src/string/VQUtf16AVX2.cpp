@@ -3,10 +3,10 @@
 #include "VQUtf8Vector32.h"
 #include "VQUtf8Vectors.h"
 
-// A step takes a fixed number of bytes or units, whatever characters they are of, so that no step waits for another to
-// tell where it begins. A shuffle, chosen by which of them end a character, gathers the parts of each character (from
-// UTF-8) or closes the gaps between them (to UTF-8). Each step writes whole vectors; what lies behind its result is
-// overwritten by the next, so the last few characters go one by one.
+// A step takes a fixed number of bytes or units, whatever characters they are of, so that no step waits for another
+// to tell where it begins. A shuffle, chosen by which of them end a character, gathers the parts of each character
+// (from UTF-8) or closes the gaps between them (to UTF-8). Each step writes whole vectors; what lies behind its
+// result is overwritten by the next, so the last few characters go one by one.
 
 namespace VQUtf16 {
 namespace {
@@ -45,8 +45,8 @@ constexpr unsigned kGatherBytes = 8;
 constexpr unsigned kGatherKeys = 1U << kGatherBytes;
 constexpr unsigned kLookBack = 2;  ///< of the vectors; what begins a pair is looked for one byte earlier
 
-/// By a key with a bit set for each of eight bytes that completes a unit: where that byte and the one before it stand
-/// in a vector that begins two bytes earlier.
+/// By a key with a bit set for each of eight bytes that completes a unit: where that byte and the one before it
+/// stand in a vector that begins two bytes earlier.
 struct SGathers {
     SShuffle byKey[kGatherKeys];
 };
@@ -72,8 +72,8 @@ inline __m256i all16(unsigned bits) {
     return _mm256_set1_epi16(static_cast<short>(bits));
 }
 
-/// Twice eight units, each from its last byte and the one before it (in `two`, the last byte lower), of characters of up
-/// to two bytes.
+/// Twice eight units, each from its last byte and the one before it (in `two`, the last byte lower), of characters
+/// of up to two bytes.
 inline __m256i unitsOf(__m256i two) {
     const __m256i last = _mm256_and_si256(two, all16(0x7F));
     const __m256i middle = _mm256_srli_epi16(_mm256_and_si256(two, all16(0x3F00)), 2);
@@ -124,8 +124,8 @@ inline std::size_t fromPlain(const char* text, std::size_t bytes, unsigned short
     return at;
 }
 
-/// From the beginning of a character on, with three bytes before it, up to the end or the end of the room but for a few.
-/// It may stop inside a character.
+/// From the beginning of a character on, with three bytes before it, up to the end or the end of the room but for a
+/// few. It may stop inside a character.
 inline void fromUtf8BySteps(const char*& text, const char* end, unsigned short*& out,
                             const unsigned short* outEnd) {
     const auto left = [&] { return toSize(end - text); };
@@ -274,8 +274,8 @@ struct SForms {
         return _mm256_or_si256(all(marks), _mm256_or_si256(a, b));
     }
 
-    /// Surrogates of pairs have two bytes each: the high one has the bits for the first two, and its last two bits are
-    /// the third byte's. `neighbours` are the units before and behind each.
+    /// Surrogates of pairs have two bytes each: the high one has the bits for the first two, and its last two bits
+    /// are the third byte's. `before` and `behind` have the neighbours of each.
     void pair(__m128i before, __m128i behind) {
         const auto isOf = [](__m256i x, unsigned kind) {
             return _mm256_cmpeq_epi32(_mm256_and_si256(x, all(0xFC00)), all(kind));
@@ -354,8 +354,8 @@ inline bool stepToUtf8(const unsigned short* units, char*& out) {
     return true;
 }
 
-/// From behind at least one unit on, as long as units and room are there for whole steps and a unit is behind them. May
-/// stop inside a pair.
+/// From behind at least one unit on, as long as units and room are there for whole steps and a unit is behind them.
+/// May stop inside a pair.
 template <std::size_t Halves>
 inline void toUtf8BySteps(const unsigned short*& units, std::size_t& count, char*& out, const char* outEnd) {
     while (count > Halves * kUnits && toSize(outEnd - out) >= Halves * kStepRoom) {

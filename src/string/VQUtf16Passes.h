@@ -1,5 +1,5 @@
-// VQUtf16Passes: the passes of VQUtf16, written once over a vector type of VQUtf8Passes. Internal linkage throughout,
-// for the reason given there.
+// VQUtf16Passes: the passes of VQUtf16, written once over a vector type of VQUtf8Passes. Internal linkage
+// throughout, for the reason given there.
 #pragma once
 
 #include "VQUtf16.h"

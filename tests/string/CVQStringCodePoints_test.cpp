@@ -1,5 +1,5 @@
-// Concerns: every code point and unit; zeros, surrogates and what is no code point; what becomes of the old text and of
-// its buffer; odd ranges.
+// Concerns: every code point and unit; zeros, surrogates and what is no code point; what becomes of the old text
+// and of its buffer; odd ranges.
 #include "PlainConversions.h"
 #include "StringInternals.h"
 

@@ -1,5 +1,5 @@
-// CaseMappingOracle: what each letter becomes, in upper and in lower case. Written by make_case_mapping_oracle.pl, from
-// another source than the library's tables.
+// CaseMappingOracle: what each letter becomes, in upper and in lower case. Written by make_case_mapping_oracle.pl,
+// from another source than the library's tables.
 #pragma once
 
 namespace oracle {

@@ -1,5 +1,5 @@
-// PlainConversions: what the conversions, case mapping and splitting do, written out without a thought for speed; their
-// yardstick in the tests and in the fuzz targets.
+// PlainConversions: what the conversions, case mapping and splitting do, written out without a thought for speed;
+// their yardstick in the tests and in the fuzz targets.
 #pragma once
 
 #include "CaseMappingOracle.h"

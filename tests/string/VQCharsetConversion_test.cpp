@@ -1,5 +1,5 @@
-// Concerns: the tables; both directions of ISO 8859 for all bytes, code points, output sizes; what is lost on purpose;
-// UTF-16 within its room, refused without a trace, appended; odd arguments; sharing; limits of 32 bits.
+// Concerns: the tables; both directions of ISO 8859 for all bytes, code points, output sizes; what is lost on
+// purpose; UTF-16 within its room, refused without a trace, appended; odd arguments; sharing; limits of 32 bits.
 #include "PlainConversions.h"
 #include "StringInternals.h"
 

@@ -1,5 +1,6 @@
-// Concerns: splitting, with and without empty tokens, at any delimiter, into a vector that holds the arguments; the case
-// of every character of the plane, in texts of every length, in place or not, shared or not; tables of callers.
+// Concerns: splitting, with and without empty tokens, at any delimiter, into a vector that holds the arguments; the
+// case of every character of the plane, in texts of every length, in place or not, shared or not; tables of
+// callers.
 #include "PlainConversions.h"
 #include "StringInternals.h"
 

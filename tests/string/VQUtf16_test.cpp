@@ -1,6 +1,6 @@
 // Concerns: each pass against the rules written plainly: every code point, every row of the table of well-formed
-// sequences from inside and outside, all lengths and alignments, kinds of characters in every mixture, nothing written
-// but the result; all builds for this machine.
+// sequences from inside and outside, all lengths and alignments, kinds of characters in every mixture, nothing
+// written but the result; all builds for this machine.
 #include "PlainConversions.h"
 
 #include "string/VQUtf16Passes.h"

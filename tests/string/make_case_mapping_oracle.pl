@@ -21,8 +21,8 @@ sub mappings {
 }
 
 print <<'HEAD';
-// CaseMappingOracle: what each letter becomes, in upper and in lower case. Written by make_case_mapping_oracle.pl, from
-// another source than the library's tables.
+// CaseMappingOracle: what each letter becomes, in upper and in lower case. Written by make_case_mapping_oracle.pl,
+// from another source than the library's tables.
 #pragma once
 
 namespace oracle {
