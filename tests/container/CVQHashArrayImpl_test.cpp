@@ -428,7 +428,7 @@ TEST(CVQHashArrayImpl, TooManyBucketsAreAFatalErrorWhereTheyAreAskedFor) {
     std::vector<std::size_t> tooMany = {CVQHashArrayImpl::kMaxBuckets + 1, 0x80000000U, 0x80000001U, 0xFFFFFFFFU,
                                         ~std::size_t{0}};
     if (sizeof(std::size_t) > 4)
-        tooMany.push_back((~std::size_t{0} >> 32U) + 2);  // 1, if it were cut to 32 bits
+        tooMany.push_back(static_cast<std::size_t>(0x100000001ULL));  // 1, if it were cut to 32 bits
     for (const std::size_t count : tooMany) {
         SCOPED_TRACE(count);
         const support::ChildResult constructed = support::runInChild([count] { RecordingHashArray table(count); });

@@ -426,7 +426,7 @@ TEST(CVQHashMapImpl, TooManyBucketsAreAFatalErrorWhereTheyAreAskedFor) {
     std::vector<std::size_t> tooMany = {CVQHashMapImpl::kMaxBuckets + 1, 0x80000000U, 0x80000001U, 0xFFFFFFFFU,
                                         ~std::size_t{0}};
     if (sizeof(std::size_t) > 4)
-        tooMany.push_back((~std::size_t{0} >> 32U) + 3);  // 2, if it were cut to 32 bits
+        tooMany.push_back(static_cast<std::size_t>(0x100000002ULL));  // 2, if it were cut to 32 bits
     for (const std::size_t count : tooMany) {
         SCOPED_TRACE(count);
         const support::ChildResult result = support::runInChild([count] { RecordingHashMap map(count); });
