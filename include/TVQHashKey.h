@@ -1,7 +1,7 @@
 // TVQHashKey: how TVQHashArray hashes and compares its keys. Specialise it for a key type of your own, or give the
 // table another class with these two functions.
-//   Shape    hashes have 32 bits, of which a table uses the low ones. Most types have std::hash, spread over these
-//            bits; a string has all its bytes hashed, eight at a time, by multiplication.
+//   Shape    hashes have 32 bits, of which a table uses the low ones. Numbers are spread over these bits, as is the
+//            std::hash of other types; a string has all its bytes hashed, eight at a time, by multiplication.
 //   Strings  are equal when all their bytes are, zero bytes included (CVQString's == ends at the first of them).
 //   Errors   none.  Threads  any thread, as far as reading the keys is for any thread.
 //   Stable   hashes are for one process only: they differ between platforms, and may change.
@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <type_traits>
 
 namespace VQPrivate {
 
@@ -53,7 +54,14 @@ inline unsigned int hashBytes(const char* bytes, std::size_t count) noexcept {
 
 template <class K>
 struct TVQHashKey {
-    static unsigned int hash(const K& key) { return VQPrivate::spreadHash(std::hash<K>()(key)); }
+    static unsigned int hash(const K& key) {
+        // std::hash cuts 64-bit numbers to the target's 32 bits.
+        if constexpr (std::is_integral_v<K> || std::is_enum_v<K>) {
+            return VQPrivate::spreadHash(static_cast<unsigned long long>(key));
+        } else {
+            return VQPrivate::spreadHash(std::hash<K>()(key));
+        }
+    }
     static bool equal(const K& left, const K& right) { return left == right; }
 };
 
