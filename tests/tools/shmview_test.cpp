@@ -1,0 +1,91 @@
+// Concerns: what is listed of an object; which are marked as left; removing, and what is refused; wrong arguments.
+#include <CVQReferencedSharedMemory.h>
+
+#include "shm/SharedName.h"
+#include "support/ChildProcess.h"
+
+#include <csignal>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using shmtest::SharedName;
+using support::runProgram;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+/// The line of an object; empty when it is not listed.
+std::string lineOf(const std::string& name) {
+    const std::string out = runProgram(SHMVIEW).out;
+    const std::size_t end = out.find(' ' + name + '\n');
+    if (end == std::string::npos)
+        return "";
+    const std::size_t begin = out.rfind('\n', end) + 1;
+    return out.substr(begin, end - begin);
+}
+
+class shmview : public testing::Test {
+protected:
+    SharedName mName;
+};
+
+TEST_F(shmview, ListsSizeCountProcessesAndAge) {
+    const auto handle = CVQReferencedSharedMemory::create(mName, 100);
+    EXPECT_THAT(lineOf(mName.text()), MatchesRegex(" +104 +1 +1 +[0-9]+s +"));
+}
+
+TEST_F(shmview, MarksWhatAKilledProcessLeft) {
+    support::ChildProcess user([&] {
+        const auto handle = CVQReferencedSharedMemory::create(mName, 100);
+        raise(SIGKILL);
+    });
+    EXPECT_TRUE(user.finish().killedBy(SIGKILL));
+    EXPECT_THAT(lineOf(mName.text()), MatchesRegex(" +104 +1 +0 +[0-9]+s +left"));
+    EXPECT_TRUE(runProgram(SHMVIEW, {"--remove", mName.text()}).exitedWith(0));
+    EXPECT_FALSE(mName.exists());
+    EXPECT_EQ("", lineOf(mName.text()));
+}
+
+TEST_F(shmview, ObjectsWithoutACountAreListedToo) {
+    mName.make(3);
+    EXPECT_THAT(lineOf(mName.text()), MatchesRegex(" +3 +- +0 +[0-9]+s +"));
+}
+
+TEST_F(shmview, RemovesWhatIsInUseOnlyWhenForced) {
+    const auto handle = CVQReferencedSharedMemory::create(mName, 100);
+    const auto refused = runProgram(SHMVIEW, {"--remove", mName.text()});
+    EXPECT_TRUE(refused.exitedWith(1));
+    EXPECT_EQ("shmview: " + mName.text() + ": in use (remove it with --force)\n", refused.err);
+    EXPECT_TRUE(mName.exists());
+    EXPECT_TRUE(runProgram(SHMVIEW, {"--remove", "--force", mName.text()}).exitedWith(0));
+    EXPECT_FALSE(mName.exists());
+}
+
+TEST_F(shmview, SaysWhatIsWrong) {
+    const auto missing = runProgram(SHMVIEW, {"--remove", mName.text().substr(1)});
+    EXPECT_TRUE(missing.exitedWith(1));
+    EXPECT_EQ("shmview: " + mName.text() + ": No such file or directory\n", missing.err);
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"--remove"}, {"--remove", "--force"}, {"list"}, {"--remove", "a", "b"}}) {
+        const auto wrong = runProgram(SHMVIEW, words);
+        EXPECT_TRUE(wrong.exitedWith(2));
+        EXPECT_THAT(wrong.err, HasSubstr("usage: shmview"));
+    }
+    const auto help = runProgram(SHMVIEW, {"--help"});
+    EXPECT_TRUE(help.exitedWith(0));
+    EXPECT_THAT(help.out, HasSubstr("usage: shmview"));
+    EXPECT_THAT(help.err, Not(HasSubstr("usage")));
+}
+
+TEST_F(shmview, ShowsNoControlCharactersOfNames) {
+    const std::string name = mName.text() + "\x1b[2J";
+    const int descriptor = shm_open(name.c_str(), O_RDWR | O_CREAT, 0600);
+    ASSERT_NE(-1, descriptor);
+    close(descriptor);
+    EXPECT_NE("", lineOf(mName.text() + "?[2J"));
+    shm_unlink(name.c_str());
+}
+
+}  // namespace

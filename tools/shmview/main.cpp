@@ -1,0 +1,167 @@
+// shmview: shows the shared-memory objects of a Linux host, and removes those that killed processes left behind.
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr char kFolder[] = "/dev/shm";
+constexpr char kHelp[] =
+    "usage: shmview                         list the shared-memory objects\n"
+    "       shmview --remove [--force] NAME remove one; with --force also while a process maps it\n"
+    "\n"
+    "COUNT is the object's first word: the users of a referenced segment, anything in others. PROCESSES is how "
+    "many\n"
+    "map it, of those that may be looked at; \"left\" marks objects that none maps and whose count says "
+    "otherwise.\n"
+    "AGE is the time since the object was made, or where the kernel does not tell, last changed.\n";
+
+struct Object {
+    std::string name;  // with its slash
+    std::uint64_t size;
+    std::optional<std::uint32_t> count;
+    std::time_t since;
+    unsigned processes;
+
+    bool isLeft() const { return processes == 0 && count.has_value() && *count != 0; }
+};
+
+using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+Directory openDirectory(const char* path) {
+    return {opendir(path), &closedir};
+}
+
+/// How many processes map each file below the folder.
+std::map<std::string, unsigned> countProcesses() {
+    std::map<std::string, unsigned> counts;
+    const std::string prefix = std::string(kFolder) + '/';
+    const Directory processes = openDirectory("/proc");
+    while (const dirent* const entry = processes ? readdir(processes.get()) : nullptr) {
+        if (std::isdigit(static_cast<unsigned char>(entry->d_name[0])) == 0)
+            continue;
+        std::set<std::string> mapped;
+        std::ifstream maps(std::string("/proc/") + entry->d_name + "/maps");
+        for (std::string line; std::getline(maps, line);) {
+            const std::size_t begin = line.find(prefix);
+            if (begin != std::string::npos)
+                mapped.insert(line.substr(begin + prefix.size()));  // of an unlinked object with " (deleted)"
+        }
+        for (const std::string& name : mapped)
+            ++counts[name];
+    }
+    return counts;
+}
+
+std::optional<Object> look(int folder, const char* name) {
+    struct statx status = {};
+    if (statx(folder, name, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &status) != 0 ||
+        !S_ISREG(status.stx_mode))
+        return std::nullopt;
+    const bool hasBirth = (status.stx_mask & STATX_BTIME) != 0;
+    Object object{std::string("/") + name, status.stx_size, std::nullopt,
+                  static_cast<std::time_t>((hasBirth ? status.stx_btime : status.stx_mtime).tv_sec), 0};
+    const int descriptor = openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (descriptor >= 0) {
+        std::uint32_t count;
+        if (pread(descriptor, &count, sizeof count, 0) == sizeof count)
+            object.count = count;
+        close(descriptor);
+    }
+    return object;
+}
+
+std::vector<Object> list() {
+    std::vector<Object> objects;
+    const Directory folder = openDirectory(kFolder);
+    if (!folder)
+        return objects;
+    const auto processes = countProcesses();
+    while (const dirent* const entry = readdir(folder.get())) {
+        std::optional<Object> object = look(dirfd(folder.get()), entry->d_name);
+        if (!object)
+            continue;
+        if (const auto found = processes.find(entry->d_name); found != processes.end())
+            object->processes = found->second;
+        objects.push_back(std::move(*object));
+    }
+    std::sort(objects.begin(), objects.end(), [](const Object& a, const Object& b) { return a.name < b.name; });
+    return objects;
+}
+
+/// Names are anybody's: what a terminal would take for a command is not shown.
+std::string printable(std::string name) {
+    for (char& character : name)
+        if (std::iscntrl(static_cast<unsigned char>(character)) != 0)
+            character = '?';
+    return name;
+}
+
+std::string ageOf(std::time_t since) {
+    const long long seconds = std::time(nullptr) - since;
+    const auto in = [&](long long unit, char letter) { return std::to_string(seconds / unit) + letter; };
+    return seconds < 0        ? "0s"
+           : seconds < 120    ? in(1, 's')
+           : seconds < 7200   ? in(60, 'm')
+           : seconds < 172800 ? in(3600, 'h')
+                              : in(86400, 'd');
+}
+
+int show() {
+    std::printf("%12s %10s %9s %5s       %s\n", "SIZE", "COUNT", "PROCESSES", "AGE", "NAME");
+    for (const Object& object : list())
+        std::printf("%12llu %10s %9u %5s  %-4s %s\n", static_cast<unsigned long long>(object.size),
+                    object.count ? std::to_string(*object.count).c_str() : "-", object.processes,
+                    ageOf(object.since).c_str(), object.isLeft() ? "left" : "", printable(object.name).c_str());
+    return 0;
+}
+
+int refuse(const std::string& name, const char* reason) {
+    std::fprintf(stderr, "shmview: %s: %s\n", printable(name).c_str(), reason);
+    return 1;
+}
+
+int remove(std::string name, bool isForced) {
+    if (name.empty() || name[0] != '/')
+        name.insert(0, 1, '/');
+    if (!isForced)
+        for (const Object& object : list())
+            if (object.name == name && object.processes != 0)
+                return refuse(name, "in use (remove it with --force)");
+    return shm_unlink(name.c_str()) == 0 ? 0 : refuse(name, std::strerror(errno));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> words(argv + 1, argv + argc);
+    if (words.empty())
+        return show();
+    if (words == std::vector<std::string>{"--help"}) {
+        std::fputs(kHelp, stdout);
+        return 0;
+    }
+    if (words.size() == 2 && words[0] == "--remove" && words[1].substr(0, 2) != "--")
+        return remove(words[1], false);
+    if (words.size() == 3 && words[0] == "--remove" && words[1] == "--force")
+        return remove(words[2], true);
+    std::fputs(kHelp, stderr);
+    return 2;
+}
