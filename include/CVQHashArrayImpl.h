@@ -178,7 +178,8 @@ private:
     }
 
     CVQHashArrayItem* insertCounted(CVQHashArrayItem* bucket, void* key, void* value);
-    CVQHashArrayItem* place(CVQHashArrayItem* bucket, void* key, void* value, CVQHashArrayItem* node);
+    template <class MakeNode>
+    CVQHashArrayItem* place(CVQHashArrayItem* bucket, void* key, void* value, MakeNode makeNode);
     void forgetArray() noexcept;
     void releaseStorage() noexcept;
 

@@ -11,6 +11,7 @@
 #include <VQAtomic.h>
 #include <VQContainerAssertions.h>
 
+#include <climits>
 #include <iterator>
 
 template <class T>

@@ -10,9 +10,9 @@
 #include <VQExport.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -20,7 +20,8 @@
 
 template <class T>
 struct TVQElementOps {
-    static_assert(sizeof(T) <= INT_MAX, "the engine counts an element's bytes in int");
+    static_assert(sizeof(T) <= std::size_t{std::numeric_limits<int>::max()},
+                  "the engine counts an element's bytes in int");
     static_assert(alignof(T) <= alignof(std::max_align_t), "slots are aligned as the heap aligns");
 
     static constexpr int kSize = static_cast<int>(sizeof(T));

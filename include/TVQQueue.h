@@ -17,6 +17,8 @@
 #include <TVQElementOps.h>
 #include <VQContainerAssertions.h>
 
+#include <climits>
+
 template <class T>
 class TVQQueue {
     using Ops = TVQElementOps<T>;

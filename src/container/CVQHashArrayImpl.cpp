@@ -116,16 +116,17 @@ CVQHashArrayItem* CVQHashArrayImpl::insertCounted(CVQHashArrayItem* bucket, void
 }
 
 CVQHashArrayItem* CVQHashArrayImpl::insertAtPosition(CVQHashArrayItem* bucket, void* key, void* value) {
-    return place(bucket, key, value, bucket->mNext != nullptr ? allocateItems(1) : nullptr);
+    return place(bucket, key, value, [] { return allocateItems(1); });
 }
 
-/// `node` is used if the bucket is taken.
-CVQHashArrayItem* CVQHashArrayImpl::place(CVQHashArrayItem* bucket, void* key, void* value,
-                                          CVQHashArrayItem* node) {
+/// `makeNode` is asked for a node if the bucket is taken.
+template <class MakeNode>
+CVQHashArrayItem* CVQHashArrayImpl::place(CVQHashArrayItem* bucket, void* key, void* value, MakeNode makeNode) {
     if (bucket->mNext == nullptr) {
         *bucket = {key, value, &mSentinel};
         return bucket;
     }
+    CVQHashArrayItem* const node = makeNode();
     *node = {key, value, bucket->mNext};
     bucket->mNext = node;
     return node;
@@ -177,14 +178,10 @@ void CVQHashArrayImpl::rehash(std::size_t count) {
 
     // The nodes of the old chains become those of the new ones, as far as these need any.
     CVQHashArrayItem* spare = nullptr;
-    const auto move = [this, &spare](void* key, void* value) {
-        CVQHashArrayItem* const bucket = tableEntryFor(key);
-        CVQHashArrayItem* node = nullptr;
-        if (bucket->mNext != nullptr) {
-            node = spare != nullptr ? spare : allocateItems(1);
-            spare = spare != nullptr ? spare->mNext : nullptr;
-        }
-        place(bucket, key, value, node);
+    const auto takeNode = [&spare] {
+        CVQHashArrayItem* const node = spare != nullptr ? spare : allocateItems(1);
+        spare = spare != nullptr ? spare->mNext : nullptr;
+        return node;
     };
     for (unsigned i = 0; i < oldBucketCount; ++i) {
         CVQHashArrayItem* const cell = oldBuckets + i;
@@ -196,14 +193,14 @@ void CVQHashArrayImpl::rehash(std::size_t count) {
         if (cell->mNext == nullptr) {
             continue;
         }
-        move(cell->mKey, cell->mValue);
+        place(tableEntryFor(cell->mKey), cell->mKey, cell->mValue, takeNode);
         for (CVQHashArrayItem* item = cell->mNext; item != &mSentinel;) {
             CVQHashArrayItem* const next = item->mNext;
             void* const key = item->mKey;
             void* const value = item->mValue;
             item->mNext = spare;
             spare = item;
-            move(key, value);
+            place(tableEntryFor(key), key, value, takeNode);
             item = next;
         }
     }
