@@ -144,6 +144,19 @@ pid_t childOf(pid_t parent) {
     return std::atoi(readFile("/proc/" + id + "/task/" + id + "/children").c_str());
 }
 
+/// Returns when the process, of one thread, has done what there was to do and waits for more.
+bool waitUntilAsleep(pid_t process) {
+    const std::string stat = "/proc/" + std::to_string(process) + "/stat";
+    for (int i = 0; i < 10000; ++i) {
+        usleep(1000);
+        const std::string line = readFile(stat);
+        const std::size_t name = line.rfind(')');
+        if (name != std::string::npos && line.compare(name, 4, ") S ") == 0)
+            return true;
+    }
+    return false;
+}
+
 TEST_F(recorder, CountsWhatThisTestCounts) {
     std::mt19937 random(20260101);
     const auto below = [&](unsigned limit) { return static_cast<unsigned>(random() % limit); };
@@ -390,7 +403,9 @@ TEST_F(recorder, ThePartnerSaysThatItWasLeftAlone) {
     RunningRecorder running(mFolder / "fifo", command);
     ASSERT_TRUE(running.child().waitForOut("\n"));
     running.give("one\ntwo\n");
-    ASSERT_EQ(0, kill(std::atoi(running.child().out().c_str()), SIGKILL));
+    const pid_t writer = std::atoi(running.child().out().c_str());
+    ASSERT_TRUE(waitUntilAsleep(writer));
+    ASSERT_EQ(0, kill(writer, SIGKILL));
     EXPECT_TRUE(running.child().waitForErr("recorder: the writing process died; "
                                            "the records ended without their end mark, after number 1\n"))
         << running.child().finish();
