@@ -13,7 +13,11 @@ public:
     TVQRefCountPointer(TVQRefCountPointer&& other) noexcept : mObject(other.mObject) { other.mObject = nullptr; }
     ~TVQRefCountPointer() { remove(mObject); }
 
-    TVQRefCountPointer& operator=(const TVQRefCountPointer& other) { return *this = other.mObject; }
+    TVQRefCountPointer& operator=(const TVQRefCountPointer& other) {
+        if (this != &other)
+            *this = other.mObject;
+        return *this;
+    }
     TVQRefCountPointer& operator=(TVQRefCountPointer&& other) noexcept {
         if (this != &other) {
             T* const old = mObject;

@@ -112,13 +112,13 @@ int nto_statvfs(const char* path, struct nto_statvfs* status) {
     struct stat64 file;
     if (statvfs(path, &known) != 0 || stat64(path, &file) != 0)
         return -1;
-    char type[sizeof(status->f_basetype)];
+    char type[sizeof(status->f_basetype)] = {};
+    bool isKnown;
     {
         const host::ErrnoKeeper keeper;
-        if (!host::findInMountTable(file.st_dev, type) && !host::findByMagic(path, type))
-            type[0] = '\0';
+        isKnown = host::findInMountTable(file.st_dev, type) || host::findByMagic(path, type);
     }
-    if (type[0] == '\0') {
+    if (!isKnown) {
         errno = host::unsupported("statvfs of a file system of unknown type", ENOTSUP);
         return -1;
     }
