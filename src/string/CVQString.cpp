@@ -5,6 +5,7 @@
 #include <CVQAsserter.h>
 #include <IVQIStream.h>
 #include <IVQOStream.h>
+#include <TVQFormatString.h>
 #include <VQMemory.h>
 #include <VQSyslog.h>
 
@@ -44,9 +45,8 @@ constexpr std::size_t smaller(std::size_t a, std::size_t b) {
 }
 
 VQ_COLD void reportCapacity(unsigned line, const char* function, unsigned long long capacity) {
-    char text[256];
     const unsigned shown = capacity < UINT_MAX ? field(capacity) : UINT_MAX;
-    std::snprintf(text, sizeof text, "CVQString::%s: Capacity %d not valid!", function, static_cast<int>(shown));
+    const TVQFormatString<256> text("CVQString::%s: Capacity %d not valid!", function, static_cast<int>(shown));
     doAssert(line, kUnit, text);
 }
 
