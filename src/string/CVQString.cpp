@@ -104,9 +104,9 @@ constexpr bool isWhiteSpace(char byte) {
 
 SVQStringData* const kNullHandle = const_cast<SVQStringData*>(&CVQString::nullData);
 
-/// Whether `place` is the zero byte before a text, not one in it or behind it. A position knows nothing but its place,
-/// so what lies before that has to look like a header, its character count below 2^24. No text without zero bytes
-/// does; one with them may, and the position then stays there.
+/// Whether `place` is the zero byte before a text, not one in it or behind it. A position knows nothing but its
+/// place, so what lies before that has to look like a header, its character count below 2^24. No text without zero
+/// bytes does; one with them may, and the position then stays there.
 bool isBeforeText(const char* place) {
     if (*place != '\0' || place[-1] != '\0' || reinterpret_cast<std::uintptr_t>(place) % kBlockAlignment != 0) {
         return false;

@@ -1,6 +1,6 @@
 // TVQPassesChoice: passes that are built for more than one kind of x86-64, chosen at the first use.
-//   Choice   by the given function, which asks the processor and gives the same answer each time: it does not matter
-//            who comes first. Every later use is one load.
+//   Choice   by the given function, which asks the processor and gives the same answer each time: it does not
+//            matter who comes first. Every later use is one load.
 //   Threads  any thread, before main as well: nothing is allocated or locked.
 #pragma once
 

@@ -77,8 +77,8 @@ constexpr SVQReverseConvTable reverse(const SVQConvTable& table) {
 
 // ---- ISO 8859
 
-/// In the library's own tables every byte below 80 stays as it is, and every other has two bytes, but in one of them
-/// this one.
+/// In the library's own tables every byte below 80 stays as it is, and every other has two bytes, but in one of
+/// them this one.
 constexpr unsigned char kByteOfThree = 0xA4;
 
 bool isOwn(const SVQConvTable* table) {

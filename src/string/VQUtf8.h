@@ -1,8 +1,9 @@
 // VQUtf8: the passes over text that the string makes: measure, validate, search.
-//   Rule     lenient UTF-8. The lead byte announces the length; the bytes after it need their top bit set, no more.
-//   Speed    each pass exists once, written over a vector type (VQUtf8Passes.h), and is built for what the processor
-//            offers: 32-byte vectors where the machine has them (asked once, at the first use), 16-byte ones on any
-//            other x86-64, machine words elsewhere. All give the same results to the byte.
+//   Rule     lenient UTF-8. The lead byte announces the length; the bytes after it need their top bit set, no
+//            more.
+//   Speed    each pass exists once, written over a vector type (VQUtf8Passes.h), and is built for what the
+//            processor offers: 32-byte vectors where the machine has them (asked once, at the first use), 16-byte
+//            ones on any other x86-64, machine words elsewhere. All give the same results to the byte.
 //   Threads  any thread, before main as well.
 #pragma once
 

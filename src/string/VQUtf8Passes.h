@@ -1,13 +1,14 @@
 // VQUtf8Passes: the passes of VQUtf8, written once over a vector type.
 //
-// A vector type V has kBytes bytes, a `Vector`, `load`, `loadAligned` and `splat` (of one byte), and views of a vector
-// of which only the top bit of each byte counts: `atLeast90` and `atLeastA0` (of bytes from 80 on), `atLeastC0` to
-// `atLeastF8`, `continuation`, `equal` (bytewise) and `outsideAscii` (zero or top bit set); they combine with `either`,
-// `both` and `differ`. `marks` turns the top bits into an integer with kMarkBits bits for each byte, the first byte lowest.
-// `plainGroup` says whether kGroup aligned vectors hold nothing outsideAscii. `Tally` counts the bytes of a view.
-// `widen` makes a 16-bit unit of each byte. `narrow` makes bytes of kBytes units and says how many of them, from the
-// first on, are 1 to 7F; what it writes behind these is of no use. `arePlain` says whether all of them are. `countWide`
-// says how many are from 80 on, when all are 1 to 7FF, and else more than kBytes.
+// A vector type V has kBytes bytes, a `Vector`, `load`, `loadAligned` and `splat` (of one byte), and views of a
+// vector of which only the top bit of each byte counts: `atLeast90` and `atLeastA0` (of bytes from 80 on),
+// `atLeastC0` to `atLeastF8`, `continuation`, `equal` (bytewise) and `outsideAscii` (zero or top bit set); they
+// combine with `either`, `both` and `differ`. `marks` turns the top bits into an integer with kMarkBits bits for
+// each byte, the first byte lowest. `plainGroup` says whether kGroup aligned vectors hold nothing outsideAscii.
+// `Tally` counts the bytes of a view. `widen` makes a 16-bit unit of each byte. `narrow` makes bytes of kBytes
+// units and says how many of them, from the first on, are 1 to 7F; what it writes behind these is of no use.
+// `arePlain` says whether all of them are. `countWide` says how many are from 80 on, when all are 1 to 7FF, and
+// else more than kBytes.
 //
 // Everything here has internal linkage and uses no function of the standard library that a compiler may place
 // elsewhere: the same code built for other processors must never be merged with it.
@@ -17,8 +18,8 @@
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "marks count from the lowest byte");
 
-/// For whole aligned vectors of which some bytes may lie before a text or behind its end: never on a page that holds
-/// nothing of it, which the sanitizers cannot know.
+/// For whole aligned vectors of which some bytes may lie before a text or behind its end: never on a page that
+/// holds nothing of it, which the sanitizers cannot know.
 #define VQ_UNSANITIZED __attribute__((no_sanitize("address"), no_sanitize("thread")))
 
 namespace VQUtf8 {
@@ -78,8 +79,8 @@ VQ_UNSANITIZED std::size_t asciiPrefix(const char* text, std::size_t maxBytes) {
     return smaller(done + firstOf<V>(stops), maxBytes);
 }
 
-/// ASCII bytes at `at`, each of them a character: eight, or the last `room` when they are fewer, or 0 when another byte
-/// is among them or none can be told. Short texts are made of these; they hold no whole vector.
+/// ASCII bytes at `at`, each of them a character: eight, or the last `room` when they are fewer, or 0 when another
+/// byte is among them or none can be told. Short texts are made of these; they hold no whole vector.
 inline std::size_t plainRun(const char* text, std::size_t at, std::size_t room) {
     constexpr std::size_t kWord = sizeof(std::uint64_t);
     const std::size_t run = smaller(room, kWord);

@@ -42,8 +42,8 @@ struct SVector32 {
         store(out, _mm256_castsi256_si128(x));
         store(out + kBytes / 2, _mm256_extracti128_si256(x, 1));
     }
-    /// The first, second, third and fourth eight units go to the first, third, second and fourth eight bytes. Saturation
-    /// makes a zero or a byte from 80 on of every unit that is not ASCII.
+    /// The first, second, third and fourth eight units go to the first, third, second and fourth eight bytes.
+    /// Saturation makes a zero or a byte from 80 on of every unit that is not ASCII.
     static Vector narrow(const unsigned short* units) {
         const auto* const from = static_cast<const Vector*>(static_cast<const void*>(units));
         return _mm256_packus_epi16(_mm256_loadu_si256(from), _mm256_loadu_si256(from + 1));

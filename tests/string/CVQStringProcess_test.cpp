@@ -1,5 +1,5 @@
-// Concerns: threads that share a buffer; use before main, while exiting and in a forked child; no memory; capacities
-// and texts that only a 64-bit host can ask for.
+// Concerns: threads that share a buffer; use before main, while exiting and in a forked child; no memory;
+// capacities and texts that only a 64-bit host can ask for.
 #include "StringInternals.h"
 #include "support/ChildProcess.h"
 

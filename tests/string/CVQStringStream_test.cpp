@@ -1,5 +1,5 @@
-// Concerns: the bytes of both forms; reading them back; sources that deliver less, nothing, garbage or a length that
-// no string may have; zero bytes; what happens to the target and its copies.
+// Concerns: the bytes of both forms; reading them back; sources that deliver less, nothing, garbage or a length
+// that no string may have; zero bytes; what happens to the target and its copies.
 #include "MemoryStream.h"
 #include "StringInternals.h"
 

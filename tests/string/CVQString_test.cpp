@@ -1,4 +1,5 @@
-// Concerns: construction and capacities; sharing and who owns a block; equality, order, hash; searching; taking parts.
+// Concerns: construction and capacities; sharing and who owns a block; equality, order, hash; searching; taking
+// parts.
 #include "StringInternals.h"
 
 #include <CVQAsserter.h>

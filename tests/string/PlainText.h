@@ -1,5 +1,5 @@
-// PlainText: what a string does, written byte by byte without a thought for speed; the yardstick of CVQString and of
-// the passes behind it. Used by the tests and by the fuzz target.
+// PlainText: what a string does, written byte by byte without a thought for speed; the yardstick of CVQString and
+// of the passes behind it. Used by the tests and by the fuzz target.
 //   Shape    the bytes of the text, the number of characters and the capacity. Positions are byte offsets; -1 is
 //            the zero byte before the text.
 #pragma once

@@ -1,5 +1,5 @@
-// StringModel: a few strings that share buffers, each beside its plain version. Every step changes one of them in one
-// of all the ways there are and compares everything that can be seen.
+// StringModel: a few strings that share buffers, each beside its plain version. Every step changes one of them in
+// one of all the ways there are and compares everything that can be seen.
 //   Use      the tests choose at random, the fuzz target by its input.
 //   Errors   throws Disagreement.
 #pragma once

@@ -1,5 +1,6 @@
-// Concerns: each pass against the rule written plainly: all lengths, alignments and limits, valid, irregular, mutated
-// and random bytes, errors at every place, zero bytes, the ends of pages; all three vector types of this machine.
+// Concerns: each pass against the rule written plainly: all lengths, alignments and limits, valid, irregular,
+// mutated and random bytes, errors at every place, zero bytes, the ends of pages; all three vector types of this
+// machine.
 #include "PlainText.h"
 
 #include "string/VQUtf8Vectors.h"

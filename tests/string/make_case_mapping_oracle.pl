@@ -1,6 +1,6 @@
 #!/usr/bin/perl
-# Writes CaseMappingOracle.h: what Perl's own uc and lc, with Perl's own copy of the character database, make of each
-# letter of the Basic Multilingual Plane that Unicode 4.0 knew, as far as Unicode 4.0 knew the result as well.
+# Writes CaseMappingOracle.h: what Perl's own uc and lc, with Perl's own copy of the character database, make of
+# each letter of the Basic Multilingual Plane that Unicode 4.0 knew, as far as Unicode 4.0 knew the result as well.
 use strict;
 use warnings;
 use feature 'unicode_strings';
