@@ -2,8 +2,9 @@
 //   Units    bytes for ISO 8859, 16-bit units in the machine's byte order for UTF-16; no byte-order mark is read or
 //            written. Counts are std::size_t, which on the target is `unsigned`.
 //   Errors   none are logged. A character that ISO 8859 lacks becomes the replacement byte; what is not well formed
-//            makes the conversion to UTF-16 return false. A result of 2^32 - 20 bytes or more is the string's
-//            assertion on its capacity, and nothing is converted.
+//            makes the conversion to UTF-16 return false. A string that would need 2^32 - 20 bytes or more is the
+//            string's assertion on its capacity; ISO 8859 text then gives the empty string, and UTF-16 that would
+//            make it 2^32 - 1 bytes or more is refused.
 //   Threads  any thread; the text that is written: one thread at a time.
 //   Source   ISO/IEC 8859-1 and 8859-15; the table of well-formed byte sequences of the Unicode standard.
 //   Kept     charset-zero-bytes: zero bytes of ISO 8859 text, and zero units of UTF-16, are dropped on the way into
@@ -57,7 +58,7 @@ VQ_EXPORT unsigned VQConvertTo8859_1(const CVQString& text, char* out, std::size
 VQ_EXPORT unsigned VQConvertTo8859_15(const CVQString& text, char* out, std::size_t outSize, char replacement);
 
 /// The text of `count` bytes according to `table`, in a string whose capacity is the sum of the forms' byte counts.
-/// Null, like a count of 0, gives an empty string.
+/// The forms are taken as they are, without validation. Null, like a count of 0, gives an empty string.
 VQ_EXPORT CVQString convertStringToUTF8(const SVQConvTable* table, const char* bytes, std::size_t count);
 
 /// The other way, as for VQConvertTo8859_1. Null, or an `outSize` of 0: returns 0 and writes nothing.
@@ -66,7 +67,8 @@ VQ_EXPORT unsigned convertUTF8ToString(const SVQReverseConvTable& table, const C
 
 /// Writes the text and its terminating zero byte as UTF-16. `count`: in, the room; out, the units written, the 0
 /// unit included. False when the text is not well-formed UTF-8, does not fit, or `out` is null: then nothing is
-/// written and `count` stays. Zero bytes inside a text are characters.
+/// written and `count` stays. Surrogates and what lies above U+10FFFF are not well-formed either, so that nothing is
+/// left that would have to become U+FFFD. Zero bytes inside a text are characters.
 VQ_EXPORT bool convertUTF8ToUTF16(const CVQString& text, unsigned short* out, unsigned& count);
 
 /// Appends `count` units to `text`. False for null (nothing is appended), and when the last unit is a high

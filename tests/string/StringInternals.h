@@ -1,6 +1,7 @@
 // StringInternals: what the tests of the string look at beside its interface.
 #pragma once
 
+#include "support/Sanitizers.h"
 #include "support/ScopedEnvironment.h"
 #include "support/SlogCapture.h"
 #include "support/TemporaryFolder.h"
@@ -20,6 +21,13 @@ inline void PrintTo(const CVQString& text, std::ostream* stream) {
 }
 
 namespace strings {
+
+/// Whether a test may go through four billion bytes one by one.
+#if defined(__OPTIMIZE__)
+constexpr bool kCountsBillions = sizeof(void*) == 8 && !support::kIsSanitized;
+#else
+constexpr bool kCountsBillions = false;
+#endif
 
 /// The block behind a string. To be written by those tests alone that need a length which no machine holds.
 inline SVQStringData& blockOf(const CVQString& text) {

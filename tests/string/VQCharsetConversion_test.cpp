@@ -1,5 +1,6 @@
 // Concerns: the tables; both directions of ISO 8859 for all bytes, code points, output sizes; what is lost on
-// purpose; UTF-16 within its room, refused without a trace, appended; odd arguments; sharing; limits of 32 bits.
+// purpose; UTF-16 within its room, refused without a trace, appended; odd arguments; sharing; limits of 32 bits;
+// use before main.
 #include "PlainConversions.h"
 #include "StringInternals.h"
 
@@ -10,6 +11,8 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace {
 
@@ -71,6 +74,10 @@ bool appendUtf16(CVQString& text, const plain::Units& units) {
     return convertUTF16ToUTF8(units.data(), text, units.size());
 }
 
+/// Kept from before main on.
+const CVQString kFromLatinBeforeMain = VQConvertFrom8859_15("\xA4 and \xE4", 7);
+const Utf16 kToUtf16BeforeMain = toUtf16(kFromLatinBeforeMain, 8);
+
 // ---- what the edges are
 
 TEST(VQCharsetConversion, TheEuroSignHasAByteInPart15Only) {
@@ -105,6 +112,12 @@ TEST(VQCharsetConversion, AHighSurrogateAtTheEndIsRefused) {
     CVQString text("before");
     EXPECT_FALSE(appendUtf16(text, {0xD800}));
     EXPECT_EQ("before", bytesOf(text));
+}
+
+TEST(VQCharsetConversion, WorksBeforeMain) {
+    EXPECT_EQ("\xE2\x82\xAC and \xC3\xA4", bytesOf(kFromLatinBeforeMain));
+    EXPECT_TRUE(kToUtf16BeforeMain.converted);
+    EXPECT_THAT(kToUtf16BeforeMain.units, ElementsAre(0x20AC, ' ', 'a', 'n', 'd', ' ', 0xE4, 0));
 }
 
 // ---- tables
@@ -214,14 +227,72 @@ TEST(VQCharsetConversion, TakesTheCallersTableAsItIs) {
     EXPECT_EQ(text.getByteLength(), text.getCapacity());
 }
 
+TEST(VQCharsetConversion, DoesNotValidateTheCallersForms) {
+    Reports reports;
+    SVQConvTable table = sConvTable8859_1;
+    table.mEntries[std::size_t{'a'}] = {1, {0xFF, 0, 0}};
+    table.mEntries[std::size_t{'b'}] = {2, {0xC3, '(', 0}};
+    const CVQString text = convertStringToUTF8(&table, "abc", 3);
+    EXPECT_EQ("\xFF\xC3(c", bytesOf(text));
+    EXPECT_EQ(3u, text.getCharacterCount());
+    EXPECT_THAT(reports.lines(), IsEmpty());
+}
+
+TEST(VQCharsetConversion, WhatNoStringCanHoldGivesTheEmptyString) {
+    if (!kCountsBillions)
+        GTEST_SKIP() << "no such text here, or not in the time of a test";
+    // The same 16 MiB all over: euro signs, of three bytes each.
+    constexpr std::size_t kPiece = std::size_t{1} << 24;
+    constexpr std::size_t kSigns = 4294967277u / 3;  // 2^32 - 19 bytes
+    constexpr std::size_t kPieces = kSigns / kPiece + 1;
+    const int file = memfd_create("text", MFD_CLOEXEC);
+    ASSERT_EQ(0, ftruncate(file, kPiece));
+    auto* const area = static_cast<char*>(mmap(nullptr, kPieces * kPiece, PROT_READ | PROT_WRITE,
+                                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+    ASSERT_NE(MAP_FAILED, static_cast<void*>(area));
+    for (std::size_t i = 0; i < kPieces; ++i)
+        ASSERT_NE(MAP_FAILED,
+                  mmap(area + i * kPiece, kPiece, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0));
+    std::memset(area, '\xA4', kPiece);
+
+    Reports reports;
+    const CVQString text = VQConvertFrom8859_15(area, kSigns);
+    EXPECT_TRUE(text.isEmpty());
+    EXPECT_EQ(CVQString::nullData.text(), text.c_str());
+    EXPECT_EQ(Reports::assertion(202, "CVQString::ctor: Capacity -19 not valid!"), reports.lines());
+    munmap(area, kPieces * kPiece);
+    close(file);
+}
+
 // ---- to ISO 8859
 
-TEST(VQCharsetConversion, ConvertsEveryCodePointOrReplacesIt) {
-    for (const Part part : {kPart1, kPart15})
-        for (unsigned code = 1; code <= 0x10FFFF; code += code < 0x3000 ? 1 : 0x3FF) {
-            const CVQString text(plain::utf8Of(code).c_str());
-            ASSERT_EQ(plain8859(part, text, 3), to8859(part, text, 3)) << code;
-        }
+TEST(VQCharsetConversion, ConvertsOrReplacesEveryCodePointOfThePlane) {
+    std::string bytes;
+    for (unsigned code = 1; code <= 0xFFFF; ++code)
+        bytes += plain::utf8Of(code);
+    const CVQString text(bytes.c_str());
+    for (const Part part : {kPart1, kPart15}) {
+        std::string expected(0x10000, '?');
+        for (unsigned byte = 1; byte < 256; ++byte)
+            expected[plain::codeOf8859(part, byte) - 1] = plain::byteOf(byte);
+        expected.back() = '\0';
+        const Converted converted = to8859(part, text, expected.size());
+        EXPECT_EQ(0xFFFFu, converted.characters);
+        EXPECT_TRUE(expected == converted.out);
+    }
+}
+
+TEST(VQCharsetConversion, ReplacesEveryCodePointAboveThePlane) {
+    std::string bytes;
+    for (unsigned code = 0x10000; code <= 0x10FFFF; ++code)
+        bytes += plain::utf8Of(code) + '+';  // goes with the fourth byte
+    const CVQString text(bytes.c_str());
+    ASSERT_EQ(0x200000u, text.getCharacterCount());
+    for (const Part part : {kPart1, kPart15}) {
+        const Converted converted = to8859(part, text, 0x200001);
+        EXPECT_EQ(0x200000u, converted.characters);
+        EXPECT_TRUE(std::string(0x200000, '?') + '\0' == converted.out);
+    }
 }
 
 TEST(VQCharsetConversion, FillsOutputsOfEverySize) {
@@ -470,18 +541,24 @@ TEST(VQCharsetConversion, Kept_ZeroUnitsAreDropped) {  // charset-zero-bytes
     EXPECT_EQ(2u, ownersOf(copy));  // nothing was appended, so the buffer is still shared
 }
 
-TEST(VQCharsetConversion, RoundTripsThroughUtf16) {
-    for (unsigned code = 1; code <= 0x10FFFF; code += code < 0x3000 ? 1 : 0x3FF) {
-        if (code >= 0xD800 && code < 0xE000)
-            continue;
-        const CVQString text(("x" + plain::utf8Of(code)).c_str());
-        const Utf16 result = toUtf16(text, 4);
-        ASSERT_TRUE(result.converted) << code;
-        CVQString back;
-        ASSERT_TRUE(convertUTF16ToUTF8(result.units.data(), back, result.count));
-        ASSERT_EQ(text, back) << code;
-        ASSERT_EQ(bytesOf(text), bytesOf(back));
-    }
+TEST(VQCharsetConversion, RoundTripsEveryCodePointThroughUtf16) {
+    std::string bytes;
+    for (unsigned code = 1; code <= 0x10FFFF; ++code)
+        if (code < 0xD800 || code >= 0xE000)
+            bytes += plain::utf8Of(code);
+    constexpr unsigned kInThePlane = 0xFFFF - 0x800;
+    constexpr unsigned kAbove = 0x100000;
+    const CVQString text(bytes.c_str());
+    const Utf16 result = toUtf16(text, kInThePlane + 2 * kAbove + 1);
+    ASSERT_TRUE(result.converted);
+    EXPECT_EQ(result.units.size(), result.count);
+    plain::Units expected;
+    ASSERT_TRUE(plain::utf16Of(bytes + '\0', expected));
+    EXPECT_TRUE(expected == result.units);
+    CVQString back;
+    EXPECT_TRUE(convertUTF16ToUTF8(result.units.data(), back, result.count));
+    EXPECT_TRUE(bytes == bytesOf(back));
+    EXPECT_EQ(kInThePlane + kAbove, back.getCharacterCount());
 }
 
 TEST(VQCharsetConversion, RefusesATextThatWouldBeTooLong) {
