@@ -2,7 +2,8 @@
 //   Units    characters are code points.
 //   Rules    case mapping goes character by character, without regard to what stands beside it or to a language:
 //            the final sigma and the Turkish i are mapped like others. One character may become up to three.
-//   Errors   none. Bytes that form no character stay as they are.
+//   Errors   none are returned. Bytes that form no character stay as they are. A text that would become one of
+//            2^32 - 1 bytes or more is the string's assertion on its capacity; it is mapped in part or not at all.
 //   Threads  any thread; the text or vector that is written: one thread at a time.
 //   Source   Unicode Character Database, the mappings of Unicode 4.0 for letters below U+10000
 //            (tools/unicode/generate_case_mappings.py).
@@ -14,7 +15,7 @@
 
 namespace VQStringUtilities {
 
-/// The case mappings of one half of the code space. Each kind is sorted by code.
+/// The case mappings of one part of the code space. Each kind is sorted by code.
 template <class Code>
 struct TVQCaseMappings {
     struct SSingle {
@@ -46,6 +47,16 @@ struct SVQCaseMappingTable {
     TVQCaseMappings<unsigned short> mPlane;  ///< code points up to U+FFFF
     TVQCaseMappings<unsigned> mAbove;        ///< those above
 };
+
+static_assert(sizeof(TVQCaseMappings<unsigned short>::SSingle) == 4 &&
+                  sizeof(TVQCaseMappings<unsigned short>::SRange) == 6 &&
+                  sizeof(TVQCaseMappings<unsigned>::SSingle) == 8 &&
+                  sizeof(TVQCaseMappings<unsigned>::SRange) == 12,
+              "codes of 16 bits, and of 32");
+static_assert(sizeof(void*) != 4 ||
+                  (sizeof(TVQCaseMappings<unsigned short>::SMulti) == 8 &&
+                   sizeof(TVQCaseMappings<unsigned>::SMulti) == 12 && sizeof(SVQCaseMappingTable) == 48),
+              "six pairs of a count and a pointer on the target");
 
 VQ_EXPORT extern const SVQCaseMappingTable sToUpperCaseMappingTable;
 VQ_EXPORT extern const SVQCaseMappingTable sToLowerCaseMappingTable;

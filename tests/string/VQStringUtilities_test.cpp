@@ -7,8 +7,10 @@
 #include <TVQVector.h>
 #include <VQStringUtilities.h>
 
+#include <array>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <random>
 
 namespace {
@@ -124,9 +126,12 @@ TEST(VQStringUtilities, TheVectorMayHoldTheArguments) {
     EXPECT_THAT(bytesOfAll(out), ElementsAre("a", "b", "c"));
 }
 
-TEST(VQStringUtilities, TheVectorKeepsItsBlock) {
+TEST(VQStringUtilities, TheVectorReleasesItsStringsAndKeepsItsBlock) {
+    const CVQString shared("shared");
     TVQVector<CVQString> out(10);
+    out.push_back(shared);
     VQStringUtilities::split(out, CVQString("a b c"), CVQString(" "), false);
+    EXPECT_EQ(1u, ownersOf(shared));
     EXPECT_THAT(bytesOfAll(out), ElementsAre("a", "b", "c"));
     EXPECT_EQ(10, out.capacity());
 }
@@ -164,6 +169,17 @@ TEST(VQStringUtilities, TheTablesHaveTheirStatedSizes) {
         EXPECT_EQ(0u, table->mAbove.mSingleCount + table->mAbove.mRangeCount + table->mAbove.mMultiCount);
 }
 
+TEST(VQStringUtilities, TheTablesHoldTheStatedMappings) {
+    const TVQCaseMappings<unsigned short>& up = VQStringUtilities::sToUpperCaseMappingTable.mPlane;
+    EXPECT_EQ('a', up.mRanges[0].mFirst);
+    EXPECT_EQ(26, up.mRanges[0].mLength);
+    EXPECT_EQ('A', up.mRanges[0].mFirstMapped);
+    EXPECT_EQ(0xB5, up.mSingles[0].mCode);
+    EXPECT_EQ(0x39C, up.mSingles[0].mMapped);
+    EXPECT_EQ(0xFF, up.mSingles[1].mCode);
+    EXPECT_EQ(0x178, up.mSingles[1].mMapped);
+}
+
 TEST(VQStringUtilities, TheTablesAreSorted) {
     for (const SVQCaseMappingTable* const table :
          {&VQStringUtilities::sToUpperCaseMappingTable, &VQStringUtilities::sToLowerCaseMappingTable}) {
@@ -177,6 +193,59 @@ TEST(VQStringUtilities, TheTablesAreSorted) {
     }
 }
 
+/// (first, length, first mapped) of each run as long as it goes.
+using Runs = std::vector<std::array<unsigned, 3>>;
+
+Runs longestRuns(const std::map<unsigned, unsigned>& mapped) {
+    Runs runs;
+    for (const auto& [code, to] : mapped) {
+        if (!runs.empty() && code == runs.back()[0] + runs.back()[1] && to == runs.back()[2] + runs.back()[1])
+            ++runs.back()[1];
+        else
+            runs.push_back({code, 1, to});
+    }
+    return runs;
+}
+
+TEST(VQStringUtilities, RangesAreTheLongestRunsAndTheRestIsSingle) {
+    for (const SVQCaseMappingTable* const table :
+         {&VQStringUtilities::sToUpperCaseMappingTable, &VQStringUtilities::sToLowerCaseMappingTable}) {
+        const TVQCaseMappings<unsigned short>& plane = table->mPlane;
+        Runs expectedRanges, expectedSingles;
+        const plain::CaseMappings& oracle =
+            table == &VQStringUtilities::sToUpperCaseMappingTable ? plain::upperCase() : plain::lowerCase();
+        std::map<unsigned, unsigned> toOne;
+        for (const auto& [code, mapped] : oracle)
+            if (mapped.size() == 1)
+                toOne[code] = mapped[0];
+        for (const auto& run : longestRuns(toOne))
+            (run[1] > 1 ? expectedRanges : expectedSingles).push_back(run);
+        Runs ranges, singles;
+        for (unsigned i = 0; i < plane.mRangeCount; ++i)
+            ranges.push_back({plane.mRanges[i].mFirst, plane.mRanges[i].mLength, plane.mRanges[i].mFirstMapped});
+        for (unsigned i = 0; i < plane.mSingleCount; ++i)
+            singles.push_back({plane.mSingles[i].mCode, 1, plane.mSingles[i].mMapped});
+        EXPECT_EQ(expectedRanges, ranges);
+        EXPECT_EQ(expectedSingles, singles);
+    }
+}
+
+TEST(VQStringUtilities, OneCharacterBecomesTwoOrThree) {
+    const TVQCaseMappings<unsigned short>& up = VQStringUtilities::sToUpperCaseMappingTable.mPlane;
+    std::map<unsigned, unsigned> ofCount;
+    for (unsigned i = 0; i < up.mMultiCount; ++i)
+        ++ofCount[up.mMultis[i].mCount];
+    EXPECT_EQ((std::map<unsigned, unsigned>{{2, 86}, {3, 16}}), ofCount);
+    EXPECT_EQ(0xDF, up.mMultis[0].mCode);
+    EXPECT_THAT(std::vector<unsigned short>(up.mMultis[0].mMapped, up.mMultis[0].mMapped + 2),
+                ElementsAre('S', 'S'));
+    const TVQCaseMappings<unsigned short>::SMulti& dotted =
+        VQStringUtilities::sToLowerCaseMappingTable.mPlane.mMultis[0];
+    EXPECT_EQ(0x130, dotted.mCode);
+    ASSERT_EQ(2, dotted.mCount);
+    EXPECT_THAT(std::vector<unsigned short>(dotted.mMapped, dotted.mMapped + 2), ElementsAre('i', 0x307));
+}
+
 TEST(VQStringUtilities, MapsEveryCharacterOfThePlaneLikeTheOracle) {
     ASSERT_EQ(755u, plain::upperCase().size());
     ASSERT_EQ(672u, plain::lowerCase().size());
@@ -186,13 +255,19 @@ TEST(VQStringUtilities, MapsEveryCharacterOfThePlaneLikeTheOracle) {
         ASSERT_EQ(plain::mapCase(bytes, plain::upperCase()).bytes, upper(text)) << std::hex << code;
         ASSERT_EQ(plain::mapCase(bytes, plain::lowerCase()).bytes, lower(text)) << std::hex << code;
     }
-    for (unsigned code = 0x10000; code <= 0x10FFFF; code += 0x11) {
-        const std::string bytes = plain::utf8Of(code);
-        ASSERT_EQ(bytes, upper(bytes.c_str()));
-        ASSERT_EQ(bytes, lower(bytes.c_str()));
-    }
-    // Letters above the plane have a case, too, but not here.
-    EXPECT_EQ("\xF0\x90\x90\x80", lower("\xF0\x90\x90\x80"));
+}
+
+TEST(VQStringUtilities, MapsNothingAboveThePlane) {
+    // Some letters there have a case, too, but not here: U+10400 is one.
+    std::string bytes;
+    for (unsigned code = 0x10000; code <= 0x10FFFF; ++code)
+        bytes += plain::utf8Of(code);
+    const CVQString text(bytes.c_str());
+    CVQString mapped(text);
+    VQStringUtilities::toUpper(mapped);
+    VQStringUtilities::toLower(mapped);
+    EXPECT_EQ(text.c_str(), mapped.c_str());
+    EXPECT_TRUE(bytes == bytesOf(text));
 }
 
 TEST(VQStringUtilities, ACopyOfTheTablesMapsEveryCharacterAlike) {
@@ -378,6 +453,25 @@ TEST(VQStringUtilities, SearchesTheCallersTableInItsOrder) {
     VQStringUtilities::doCaseMapping(gone, table);
     EXPECT_TRUE(gone.isEmpty());
     EXPECT_EQ(0u, gone.getCharacterCount());
+}
+
+TEST(VQStringUtilities, ATextThatWouldBecomeTooLongStaysAsItIs) {
+    if (!kCountsBillions)
+        GTEST_SKIP() << "no such text here, or not in the time of a test";
+    const std::vector<unsigned> codes(1u << 20, 0x1F600);
+    const TVQCaseMappings<unsigned>::SMulti multi{0x10000, 1u << 20, codes.data()};
+    const SVQCaseMappingTable table{{}, {0, nullptr, 0, nullptr, 1, &multi}};
+    std::string bytes("before");
+    for (unsigned i = 0; i < 1u << 10; ++i)
+        bytes += "\xF0\x90\x80\x80";
+    Reports reports;
+    const CVQString original(bytes.c_str());
+    CVQString text(original);
+    VQStringUtilities::doCaseMapping(text, table);
+    EXPECT_EQ(bytes, bytesOf(text));
+    EXPECT_EQ(6u + 1024u, text.getCharacterCount());
+    EXPECT_EQ(2u, ownersOf(original));
+    EXPECT_EQ(Reports::assertion(1263, "CVQString::addReference: Capacity -1 not valid!"), reports.lines());
 }
 
 TEST(VQStringUtilities, AnEmptyTableChangesNothing) {
