@@ -20,10 +20,12 @@ int doVsnprintf(char* buffer, int size, const char* format, ...) {
 }
 
 TEST(TVQFormatString, Holds255CharactersOfALongText) {
-    const std::string text(300, 'x');
-    const TVQFormatString<256> formatted("%s", text.c_str());
-    EXPECT_EQ(std::string(255, 'x'), formatted.c_str());
-    EXPECT_EQ(256u, sizeof formatted);
+    for (const std::size_t length : {254, 255, 256, 257, 300}) {
+        const std::string text(length, 'x');
+        const TVQFormatString<256> formatted("%s", text.c_str());
+        EXPECT_EQ(text.substr(0, 255), formatted.c_str());
+        EXPECT_EQ(256u, sizeof formatted);
+    }
 }
 
 TEST(TVQFormatString, FormatsLikePrintf) {
@@ -52,10 +54,12 @@ TEST(TVQFormatString, ARefusedFormatGivesTheEmptyText) {
     EXPECT_STREQ("", TVQFormatString<16>("text %ls", wide).c_str());
 }
 
-TEST(VQFormatStringHelper, TellsWhatWasKept) {
+TEST(VQFormatStringHelper, ReturnsWhatTheSystemsFormattingDoes) {
     char buffer[8];
     EXPECT_EQ(5, doVsnprintf(buffer, sizeof buffer, "%s", "12345"));
     EXPECT_STREQ("12345", buffer);
+    EXPECT_EQ(8, doVsnprintf(buffer, sizeof buffer, "%s", "12345678"));
+    EXPECT_STREQ("1234567", buffer);
     EXPECT_EQ(7, doVsnprintf(buffer, sizeof buffer, "%s", "12345678901234567890"));
     EXPECT_STREQ("1234567", buffer);
     EXPECT_EQ(0, doVsnprintf(buffer, 0, "%s", "text"));
