@@ -10,6 +10,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <sys/single_threaded.h>
@@ -22,6 +23,11 @@ inline void check(bool right, const char* what) {
         std::fprintf(stderr, "wrong result: %s\n", what);
         std::exit(EXIT_FAILURE);
     }
+}
+
+/// The size that a benchmark was registered with.
+inline std::size_t sizeOf(const benchmark::State& state) {
+    return static_cast<std::size_t>(state.range(0));
 }
 
 inline void becomeMultiThreaded() {

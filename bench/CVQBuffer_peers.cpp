@@ -15,9 +15,7 @@
 
 namespace {
 
-std::size_t sizeOf(const benchmark::State& state) {
-    return static_cast<std::size_t>(state.range(0));
-}
+using bench::sizeOf;
 
 // Copy and drop
 

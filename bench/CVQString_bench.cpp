@@ -10,10 +10,7 @@
 namespace {
 
 using bench::check;
-
-std::size_t sizeOf(const benchmark::State& state) {
-    return static_cast<std::size_t>(state.range(0));
-}
+using bench::sizeOf;
 
 CVQString stringOf(const std::string& text) {
     return CVQString(text.data(), text.size());

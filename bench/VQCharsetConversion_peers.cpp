@@ -23,10 +23,7 @@
 namespace {
 
 using bench::check;
-
-std::size_t sizeOf(const benchmark::State& state) {
-    return static_cast<std::size_t>(state.range(0));
-}
+using bench::sizeOf;
 
 using MakeText = std::string (*)(std::size_t bytes);
 

@@ -14,9 +14,7 @@
 
 namespace {
 
-std::size_t sizeOf(const benchmark::State& state) {
-    return static_cast<std::size_t>(state.range(0));
-}
+using bench::sizeOf;
 
 MARLIX_BENCH("VQMemory_AllocRelease", "malloc, free", 64, 1024, 65536) {
     std::size_t size = sizeOf(state);

@@ -1,5 +1,6 @@
 // Byte streams and buffers read from arbitrary bytes, and random operations on byte streams, each held against the plain
 // model of the tests. The first byte chooses.
+#include "Fuzz.h"
 #include "stream/ByteStreamModel.h"
 #include "stream/ByteStreamOperations.h"
 #include "stream/Streams.h"
@@ -11,21 +12,14 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <fuzzer/FuzzedDataProvider.h>
 
 namespace {
 
+using fuzz::require;
+
 // Longer lengths are honest requests for memory: nothing to find, and slow.
 constexpr std::uint32_t kLongest = 0x3FF;
-
-void require(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "not as promised: %s\n", what);
-        std::abort();
-    }
-}
 
 Bytes usedBytes(const CVQByteStream& stream) {
     return bytesOf(stream.getData(), stream.getLength());
@@ -95,9 +89,7 @@ void operate(const std::uint8_t* data, std::size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    CVQAsserter::setExpectedAssertions(~0U);                   // lengths that cannot be had are reported
-    setenv("NTO_SLOG", "/nonexistent/slog", /*overwrite*/ 1);  // invalid text is logged
-    return 0;
+    return fuzz::prepare(fuzz::Assertions::Expected);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

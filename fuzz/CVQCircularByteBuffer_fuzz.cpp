@@ -1,6 +1,7 @@
 // Circular buffers read from arbitrary bytes, then put through operations that the rest of the input chooses, each
 // held against the model of the tests. What they hold afterwards is dumped, searched, written to a stream and read
 // back.
+#include "Fuzz.h"
 #include "stream/CircularModel.h"
 #include "stream/Streams.h"
 
@@ -8,25 +9,12 @@
 #include <CVQString.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <fuzzer/FuzzedDataProvider.h>
 
-namespace {
-
-void require(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "not as promised: %s\n", what);
-        std::abort();
-    }
-}
-
-}  // namespace
+using fuzz::require;
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    CVQAsserter::setExpectedAssertions(~0U);                   // copies share their block
-    setenv("NTO_SLOG", "/nonexistent/slog", /*overwrite*/ 1);  // invalid text is logged
-    return 0;
+    return fuzz::prepare(fuzz::Assertions::Expected);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

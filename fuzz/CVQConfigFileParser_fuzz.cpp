@@ -1,18 +1,15 @@
 // Arbitrary bytes as a configuration file: the callbacks get what the plain rules say.
 //   Input    the first byte says after how many lines the callback stops the parser; all others are the file.
+#include "Fuzz.h"
 #include "util/PlainConfigFile.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
 
-void require(bool holds) {
-    if (!holds)
-        std::abort();
-}
+using fuzz::require;
 
 const std::map<std::string, unsigned>& sections() {
     static const std::map<std::string, unsigned> kSections = {{"s", 1},  {"t", 2},  {"", 3},
@@ -22,10 +19,8 @@ const std::map<std::string, unsigned>& sections() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setenv("NTO_SLOG", "/nonexistent", 1);
-    setenv("VQ_ENABLE_ABORT_ON_ASSERTION", "", 1);  // nothing here may raise one
-    return 0;
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    return fuzz::prepare(fuzz::Assertions::EndTheRun);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

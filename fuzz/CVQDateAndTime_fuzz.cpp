@@ -1,5 +1,6 @@
 // Dates read from arbitrary bytes: whatever 64 bits came, every conversion is safe and gives what the plain algorithm
 // of the tests gives. After the 8 bytes of the value come an hour offset and the fields of a date and a time.
+#include "Fuzz.h"
 #include "time/PlainCalendar.h"
 
 #include <CVQByteStream.h>
@@ -7,22 +8,15 @@
 #include <CVQString.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fuzzer/FuzzedDataProvider.h>
 
 namespace {
 
+using fuzz::require;
 using SVQDate = CVQDateAndTime::SVQDate;
 using SVQTime = CVQDateAndTime::SVQTime;
-
-void require(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "not as promised: %s\n", what);
-        std::abort();
-    }
-}
 
 void requireText(const CVQString& text, const SVQDate& date, const SVQTime& time) {
     char expected[64];
@@ -87,7 +81,7 @@ void set(CVQDateAndTime value, const SVQDate& date, const SVQTime& time, int hou
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     setenv("TZ", "UTC0", /*overwrite*/ 1);
-    return 0;
+    return fuzz::prepare(fuzz::Assertions::EndTheRun);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -2,19 +2,15 @@
 // everything that can be seen has to agree with a plain version of the string after each step.
 //   Input    the first byte says how; then, for a text, all other bytes; for a sequence of changes, bytes that choose
 //            and that are the texts.
+#include "Fuzz.h"
 #include "string/StringModel.h"
 
 #include <cstdint>
-#include <cstdlib>
 
 namespace {
 
+using fuzz::require;
 using strings::bytesOf;
-
-void require(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 void requireSame(const plain::Text& expected, const CVQString& text) {
     require(expected.bytes == bytesOf(text));
@@ -69,10 +65,8 @@ private:
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setenv("NTO_SLOG", "/nonexistent", 1);
-    setenv("VQ_ENABLE_ABORT_ON_ASSERTION", "", 1);  // nothing here may raise one
-    return 0;
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    return fuzz::prepare(fuzz::Assertions::EndTheRun);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

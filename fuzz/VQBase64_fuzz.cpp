@@ -1,30 +1,22 @@
 // Arbitrary texts, decoded into destinations of the size that the first two bytes choose, held against the plain
 // decoder of the tests: the count, and every byte of the destination. What was decoded is encoded again and has to
 // come back.
+#include "Fuzz.h"
 #include "stream/PlainBase64.h"
 
 #include <VQBase64.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 
 namespace {
 
-void require(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "not as promised: %s\n", what);
-        std::abort();
-    }
-}
+using fuzz::require;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    setenv("NTO_SLOG", "/nonexistent/slog", /*overwrite*/ 1);
-    setenv("VQ_ENABLE_ABORT_ON_ASSERTION", "", /*overwrite*/ 1);  // nothing here may raise one
-    return 0;
+    return fuzz::prepare(fuzz::Assertions::EndTheRun);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

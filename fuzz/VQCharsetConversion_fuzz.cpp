@@ -1,24 +1,20 @@
 // Arbitrary bytes through every conversion, in both directions: the results have to agree with the plain rules.
 //   Input    the first byte says which conversion; the second, where there is a choice, the size of the output or
 //            what the text holds before; all others are the text, in bytes or in units.
+#include "Fuzz.h"
 #include "string/PlainConversions.h"
 #include "string/StringInternals.h"
 
 #include <VQCharsetConversion.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
 namespace {
 
+using fuzz::require;
 using strings::bytesOf;
-
-void require(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 void requireSame(const plain::Text& expected, const CVQString& text) {
     require(expected.bytes == bytesOf(text));
@@ -110,10 +106,8 @@ void fromCodes(const std::string& bytes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setenv("NTO_SLOG", "/nonexistent", 1);
-    setenv("VQ_ENABLE_ABORT_ON_ASSERTION", "", 1);  // nothing here may raise one
-    return 0;
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    return fuzz::prepare(fuzz::Assertions::EndTheRun);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,6 +1,7 @@
 // Arbitrary bytes, split and mapped to the other case: the results have to agree with the plain rules.
 //   Input    the first byte says what to do and how the text is held; then the text; for a split, up to the first
 //            byte FF, the delimiters behind it.
+#include "Fuzz.h"
 #include "string/PlainConversions.h"
 #include "string/StringInternals.h"
 
@@ -8,16 +9,11 @@
 #include <VQStringUtilities.h>
 
 #include <cstdint>
-#include <cstdlib>
 
 namespace {
 
+using fuzz::require;
 using strings::bytesOf;
-
-void require(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 void split(const std::string& text, const std::string& delimiters, bool skipEmpty) {
     TVQVector<CVQString> tokens;
@@ -50,10 +46,8 @@ void mapCase(const std::string& bytes, bool upper, unsigned held) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setenv("NTO_SLOG", "/nonexistent", 1);
-    setenv("VQ_ENABLE_ABORT_ON_ASSERTION", "", 1);  // nothing here may raise one
-    return 0;
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    return fuzz::prepare(fuzz::Assertions::EndTheRun);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
