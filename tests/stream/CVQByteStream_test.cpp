@@ -510,18 +510,6 @@ TEST(CVQByteStream, AppendsToAPrivateCopyOfASharedBlock) {
     EXPECT_EQ(2u, untouched.getCapacity());
 }
 
-// Claims more than it was asked for.
-class Boaster : public Source {
-public:
-    using Source::Source;
-
-protected:
-    unsigned doRead(void* destination, unsigned count) const override {
-        Source::doRead(destination, count);
-        return 0xFFFFFFFFU;
-    }
-};
-
 TEST(CVQByteStream, DoesNotBelieveCountsAboveWhatItAskedFor) {
     CVQByteStream stream = streamOf({1});
     EXPECT_EQ(2u, stream.readFromIStream(Boaster({2, 3}), 2));

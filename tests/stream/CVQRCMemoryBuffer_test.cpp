@@ -303,18 +303,6 @@ TEST(CVQRCMemoryBuffer, KeepsItsBlockWhenTheSizeCannotBeHad) {
     }
 }
 
-// Claims more than it was asked for.
-class Boaster : public Source {
-public:
-    using Source::Source;
-
-protected:
-    unsigned doRead(void* destination, unsigned count) const override {
-        Source::doRead(destination, count);
-        return 0xFFFFFFFFU;
-    }
-};
-
 TEST(CVQRCMemoryBuffer, DoesNotBelieveCountsAboveWhatItAskedFor) {
     CVQRCMemoryBuffer buffer;
     Boaster({3, 0, 0, 0, 1, 2, 3}) >> buffer;

@@ -43,6 +43,18 @@ protected:
     }
 };
 
+/// Claims more than it was asked for.
+class Boaster : public Source {
+public:
+    using Source::Source;
+
+protected:
+    unsigned doRead(void* destination, unsigned count) const override {
+        Source::doRead(destination, count);
+        return 0xFFFFFFFFU;
+    }
+};
+
 /// Takes at most `most` bytes a call.
 class Sink : public IVQOStream {
 public:
