@@ -96,7 +96,8 @@ public:
     /// there are buckets, in a table of more than 1,024, the table is rebuilt with as many buckets as items.
     void removeItem(CVQHashArrayItem* item);
 
-    /// Moves all items into an array of exactly `count` buckets (at least 1), which should be a power of two.
+    /// Moves all items into an array of exactly `count` buckets (at least 1), which should be a power of two. With
+    /// at most half as many buckets as items the table grows no more, unless removing brings it under that first.
     void rehash(std::size_t count);
 
     /// The one walk that the table itself keeps: firstItem starts it, nextItem goes on behind the item that it is
@@ -144,7 +145,7 @@ protected:
 private:
     CVQHashArrayItem* nextBucket(CVQHashArrayItem*& cursor) const {
         const CVQHashArrayItem* const end = mBuckets + mBucketCount;
-        while (++cursor < end) {
+        while (cursor < end && ++cursor < end) {
             if (cursor->mNext != nullptr) {
                 return cursor;
             }

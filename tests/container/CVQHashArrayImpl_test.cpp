@@ -342,6 +342,30 @@ TEST(CVQHashArrayImpl, NextItemWithoutAWalkStartsAtTheFirstBucket) {
     EXPECT_EQ(nullptr, table.nextItem(only)) << "the end stays the end";
 }
 
+TEST(CVQHashArrayImpl, AWalkAtItsEndStaysThere) {
+    RecordingHashArray table(4);
+    CVQHashArrayItem* const only = table.add(2, 20);
+    CVQHashArrayItem* cursor = nullptr;
+    EXPECT_EQ(only, table.firstItem(cursor));
+    EXPECT_EQ(nullptr, table.nextItem(only, cursor));
+    CVQHashArrayItem* const end = cursor;
+    EXPECT_EQ(table.tableEntryFor(content(0)) + 4, end);
+    EXPECT_EQ(nullptr, table.nextItem(only, cursor));
+    EXPECT_EQ(end, cursor) << "not past the array";
+}
+
+TEST(CVQHashArrayImpl, ATableThatWasMadeTooSmallGrowsNoMore) {
+    RecordingHashArray table(8);
+    for (unsigned key = 0; key < 6; ++key)
+        table.add(key, key);
+    table.rehash(2);
+    for (unsigned key = 6; key < 20; ++key)
+        table.add(key, key);
+    EXPECT_EQ(2u, table.capacity()) << "the threshold of 4 items was behind it";
+    for (unsigned key = 0; key < 20; ++key)
+        EXPECT_TRUE(table.has(key));
+}
+
 TEST(CVQHashArrayImpl, SeveralWalksGoOnAtATimeWithCursorsOfTheirOwn) {
     RecordingHashArray table(8);
     for (unsigned key = 0; key < 12; ++key)
