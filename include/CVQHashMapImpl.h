@@ -23,7 +23,8 @@
 //            order in the chain.
 //            hashmap-construct-empty-key: a value that is created in a free bucket is constructed with the empty
 //            key in place of its own.
-//            hashmap-copy-128: a copy goes back to 128 buckets when it is cleared, whatever its source does.
+//            hashmap-copy-128: a copy goes back to 128 buckets when it is cleared, whatever its source does. Only a
+//            copy of a table without an array does as its source would.
 //            hashmap-carry-overwrites: the value that is carried over replaces what the new array holds, also when
 //            nothing has been written to it.
 #pragma once
@@ -139,7 +140,7 @@ public:
     }
 
 protected:
-    /// A table without an array, empty until its first insertion; then it takes its initial 2 buckets.
+    /// A table without an array, empty until its first insertion; then it takes its initial number of buckets, 2.
     CVQHashMapImpl() noexcept { forgetArrays(); }
 
     /// Takes over all that `other` has, which has no array afterwards. The values of a former array are forgotten.

@@ -59,7 +59,8 @@ public:
     }
     const V* find(unsigned int key) const { return const_cast<TVQHashMap*>(this)->find(key); }
 
-    /// Goes back to the number of buckets that the map was made with (2 by default, 128 for a copy).
+    /// Goes back to the number of buckets that the map was made with (2 by default, 128 for a copy of a map that has
+    /// memory).
     void clear() { mEngine.clear(); }
 
     unsigned int size() const { return mEngine.count(); }

@@ -33,8 +33,8 @@ CVQHashMapImpl::CVQHashMapImpl(std::size_t n) : CVQHashMapImpl() {
 }
 
 CVQHashMapImpl::CVQHashMapImpl(const CVQHashMapImpl& source) : CVQHashMapImpl() {
-    // Kept: hashmap-copy-128.
-    mInitialBucketCount = kInitialBucketsOfCopy;
+    // Kept: hashmap-copy-128. Without an array there is no size to copy but the one to begin with.
+    mInitialBucketCount = source.hasArray() ? toLength(kInitialBucketsOfCopy) : source.mInitialBucketCount;
     transfer(source);
 }
 

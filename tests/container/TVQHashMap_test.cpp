@@ -214,6 +214,15 @@ TEST(TVQHashMap, KeyZeroIsReportedAndKeepsNothing) {
               reports.take());
 }
 
+TEST(TVQHashMap, ACopyOfAMapWithoutMemoryStartsAsSmallAsThatDoes) {
+    const TVQHashMap<int> source;
+    TVQHashMap<int> copy(source);
+    EXPECT_EQ(0u, copy.capacity());
+    copy[1] = 10;
+    EXPECT_EQ(3u, copy.capacity());
+    EXPECT_EQ(10, *copy.find(1));
+}
+
 TEST(TVQHashMap, CopiesAreIndependent) {
     TVQHashMap<std::string> map;
     map[1] = "1";
