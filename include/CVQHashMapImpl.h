@@ -20,7 +20,8 @@
 //   Threads  one thread at a time, for reading too: a look-up writes its key into the end marker.
 //   Hooks    may not throw, and may not call into the table that calls them. Values are moved as bytes.
 //   Kept     hashmap-second-key: `insert` stores an equal key a second time; which one is found follows from the
-//            order in the chain.
+//            order in the chain, and may be another one after a growth. Carrying over loses none: the value goes to
+//            the one that is found, whose own goes where the entry accessed last has moved to.
 //            hashmap-construct-empty-key: a value that is created in a free bucket is constructed with the empty
 //            key in place of its own.
 //            hashmap-copy-128: a copy goes back to 128 buckets when it is cleared, whatever its source does. Only a
@@ -148,7 +149,7 @@ protected:
     void take(CVQHashMapImpl& other) noexcept;
 
     /// Whether `value` is the place that a refused access returned, which is no entry's.
-    bool isRefused(void* const* value) const { return value == &mTable.mCells->mValue; }
+    bool isRefused(void* const* value) const { return value == &mSentinel.mValue; }
 
 private:
     struct STable {
@@ -187,8 +188,8 @@ private:
     }
 
     bool hasArray() const { return mTable.mCells != &mSentinel; }
-    static CVQHashMapItem* newestOf(const STable& table);
-    CVQHashMapItem* findKept(unsigned int key) const;
+    CVQHashMapItem* keptLast() const;
+    CVQHashMapItem* keptNewest() const;
     CVQHashMapItem* homeKept(CVQHashMapItem* item) const;
     CVQHashMapItem* claim(CVQHashMapItem* bucket, unsigned int key);
     CVQHashMapItem* bucketWithRoom(unsigned int key);
@@ -206,7 +207,8 @@ private:
     unsigned int mReservedKey = kReservedKey;
     unsigned int mEmptyKey = kEmptyKey;
     unsigned int mInitialBucketCount = 2;
-    mutable CVQHashMapItem mSentinel{};  // every chain ends here; its key is the one looked up last
+    // Every chain ends here. Its key is the one looked up last, its value that of the last refused access.
+    mutable CVQHashMapItem mSentinel{};
     STable mTable;
     STable mPrevious;  // no cells: nothing is kept. The end marker: there is no array either, see forgetArrays
     unsigned int mLastKey = kEmptyKey;

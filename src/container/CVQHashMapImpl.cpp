@@ -5,8 +5,6 @@
 #include <container/BucketCount.h>
 #include <stream/toLength.h>
 
-#include <initializer_list>
-
 namespace {
 
 constexpr char kUnit[] = "CVQHashMapImpl";
@@ -80,11 +78,9 @@ void CVQHashMapImpl::takeBuckets(std::size_t n) {
     allocateTable(n);
     mPrevious = {};
     for (CVQHashMapItem* bucket = mTable.mCells; bucket != mTable.mNextFree; ++bucket) {
-        bucket->mKey = mEmptyKey;
-        bucket->mNext = &mSentinel;
+        *bucket = {mEmptyKey, nullptr, &mSentinel};
     }
     mTable.mCells->mKey = mReservedKey;
-    mTable.mCells->mValue = nullptr;
 }
 
 void CVQHashMapImpl::insert(unsigned int key, void* value) {
@@ -138,19 +134,18 @@ void*& CVQHashMapImpl::createInChain(unsigned int key) {
     return cell->mValue;
 }
 
-/// Bucket 0's cell is no entry's, so its value can stand in for one.
+/// The end marker is no entry, so its value can stand in for one. It stays where it is when the table grows.
 void*& CVQHashMapImpl::refuse() {
     doAssert(kLineAccessKeyZero, kUnit, kKeyZero);
     dropRefused();
-    constructValue(&mTable.mCells->mValue, kEmptyKey);
-    return mTable.mCells->mValue;
+    constructValue(&mSentinel.mValue, kEmptyKey);
+    return mSentinel.mValue;
 }
 
 void CVQHashMapImpl::dropRefused() {
-    CVQHashMapItem* const standIn = mTable.mCells;
-    if (standIn->mValue != nullptr) {
-        destroyValue(&standIn->mValue, kEmptyKey);
-        standIn->mValue = nullptr;
+    if (mSentinel.mValue != nullptr) {
+        destroyValue(&mSentinel.mValue, kEmptyKey);
+        mSentinel.mValue = nullptr;
     }
 }
 
@@ -159,7 +154,7 @@ void CVQHashMapImpl::rehash() {
         settle();
     }
     const STable old = mTable;
-    mPrevious = old;
+    CVQHashMapItem* const last = lookup(mLastKey);
     allocateTable(std::size_t{2} * old.mBucketCount);
 
     // The first key of a bucket goes to the bucket with the same number or to that in the other half, which no other
@@ -172,53 +167,62 @@ void CVQHashMapImpl::rehash() {
         lower[i] = {goesUp ? mEmptyKey : cell.mKey, cell.mValue, &mSentinel};
         upper[i] = {goesUp ? cell.mKey : mEmptyKey, cell.mValue, &mSentinel};
     }
-    const CVQHashMapItem* const overflow = old.mCells + old.mBucketCount;
-    for (const CVQHashMapItem* cell = overflow; cell != old.mNextFree; ++cell) {
+    if (last != nullptr) {
+        last->mNext = hash(last->mKey);
+    }
+    CVQHashMapItem* moved = nullptr;
+    for (CVQHashMapItem* cell = old.mCells + old.mBucketCount; cell != old.mNextFree; ++cell) {
         if (old.mNextFree - cell > kAhead) {
             __builtin_prefetch(hash(cell[kAhead].mKey), /*to be written*/ 1);
         }
-        claim(hash(cell->mKey), cell->mKey)->mValue = cell->mValue;
+        moved = claim(hash(cell->mKey), cell->mKey);
+        moved->mValue = cell->mValue;
+        if (cell == last) {
+            last->mNext = moved;
+        }
     }
-    // Whether the newest entry was written to later shows against what it holds now.
-    const CVQHashMapItem* const newest = newestOf(old);
-    old.mCells->mValue = newest != nullptr ? newest->mValue : nullptr;
+    // Nobody walks the old chains any more. Their links tell where the two entries are now whose old values may still
+    // be written to, and the reserved cell which these are.
+    const unsigned placeOfLast = last != nullptr ? toLength(static_cast<std::size_t>(last - old.mCells)) : 0;
+    *old.mCells = {placeOfLast, moved != nullptr ? old.mNextFree[-1].mValue : nullptr, moved};
+    mPrevious = old;
 }
 
-/// The entry that took the last overflow cell. A reference to it is not covered by the last key, which an access that
-/// creates an entry in a chain leaves alone.
-CVQHashMapItem* CVQHashMapImpl::newestOf(const STable& table) {
-    return table.mNextFree != table.mCells + table.mBucketCount ? table.mNextFree - 1 : nullptr;
+/// The old cell of the entry accessed last, or null. Its link leads to the new one.
+CVQHashMapItem* CVQHashMapImpl::keptLast() const {
+    const unsigned place = mPrevious.mCells->mKey;
+    return place != 0 ? mPrevious.mCells + place : nullptr;
 }
 
-/// The entry of the last key in the previous array.
-CVQHashMapItem* CVQHashMapImpl::findKept(unsigned int key) const {
-    if (key == kEmptyKey) {
-        return nullptr;
-    }
-    CVQHashMapItem* const item = walk(mPrevious.mCells + (key & mPrevious.mMask), key);
-    return item != &mSentinel ? item : nullptr;
+/// The old cell of the entry created last, or null: the one that took the last overflow cell. A reference to it is
+/// not covered by the last key, which an access that creates an entry in a chain leaves alone. The reserved cell's
+/// link leads to the new cell, and its value is the one that the entry had when the table grew.
+CVQHashMapItem* CVQHashMapImpl::keptNewest() const {
+    return mPrevious.mCells->mNext != nullptr ? mPrevious.mNextFree - 1 : nullptr;
 }
 
 CVQHashMapItem* CVQHashMapImpl::homeKept(CVQHashMapItem* item) const {
-    CVQHashMapItem* const newest = newestOf(mPrevious);
-    if (newest != nullptr && newest->mKey == item->mKey) {
-        return newest;
+    if (item == mPrevious.mCells->mNext) {
+        return keptNewest();
     }
-    CVQHashMapItem* const last = item->mKey == mLastKey ? findKept(mLastKey) : nullptr;
-    return last != nullptr ? last : item;
+    CVQHashMapItem* const last = keptLast();
+    return last != nullptr && last->mNext == item ? last : item;
 }
 
 void CVQHashMapImpl::deleteOldTable() {
     if (mPrevious.mCells == nullptr || !hasArray()) {
         return;
     }
-    // Kept: hashmap-carry-overwrites.
-    if (const CVQHashMapItem* const last = findKept(mLastKey); last != nullptr) {
-        walk(hash(mLastKey), mLastKey)->mValue = last->mValue;
-    }
-    const CVQHashMapItem* const newest = newestOf(mPrevious);
+    const CVQHashMapItem* const newest = keptNewest();
     if (newest != nullptr && newest->mValue != mPrevious.mCells->mValue) {
-        walk(hash(newest->mKey), newest->mKey)->mValue = newest->mValue;
+        mPrevious.mCells->mNext->mValue = newest->mValue;
+    }
+    if (const CVQHashMapItem* const last = keptLast(); last != nullptr) {
+        // Kept: hashmap-carry-overwrites. Of several entries of the key the growth may have put another one first:
+        // that one's value then goes where the one accessed last would have gone.
+        CVQHashMapItem* const first = walk(hash(last->mKey), last->mKey);
+        last->mNext->mValue = first->mValue;
+        first->mValue = last->mValue;
     }
     VQMemory::release(mPrevious.mCells);
     mPrevious = {};
@@ -242,9 +246,7 @@ void CVQHashMapImpl::clearEntries() {
     for (CVQHashMapItem* item = firstItem(); item != nullptr; item = nextItem(item)) {
         destroyValue(&homeOf(item)->mValue, item->mKey);
     }
-    if (hasArray()) {
-        dropRefused();
-    }
+    dropRefused();
 }
 
 unsigned int CVQHashMapImpl::size() const {
@@ -264,11 +266,9 @@ void CVQHashMapImpl::take(CVQHashMapImpl& other) noexcept {
     mTable = other.mTable;
     mPrevious = other.mPrevious;
     mLastKey = other.mLastKey;
-    for (const STable& table : {mTable, mPrevious}) {
-        for (CVQHashMapItem* cell = table.mCells; cell != table.mNextFree; ++cell) {
-            if (cell->mNext == &other.mSentinel) {
-                cell->mNext = &mSentinel;
-            }
+    for (CVQHashMapItem* cell = mTable.mCells; cell != mTable.mNextFree; ++cell) {
+        if (cell->mNext == &other.mSentinel) {
+            cell->mNext = &mSentinel;
         }
     }
     other.forgetArrays();

@@ -164,6 +164,39 @@ TEST(CVQHashMapImpl, Kept_InsertStoresAnEqualKeyASecondTime) {
     EXPECT_THAT(map.takeCalls(), IsEmpty()) << "what is inserted is stored as it is";
 }
 
+TEST(CVQHashMapImpl, EntriesOfAnEqualKeyKeepTheirOwnValuesThroughAGrowth) {
+    for (const bool accessed : {false, true}) {
+        SCOPED_TRACE(accessed);
+        RecordingHashMap map(4);
+        map.add(1, 10);
+        map.add(1, 11);
+        map.add(1, 12);
+        if (accessed)
+            map.access(1);
+        map.rehash();
+        map.add(1, 13);  // after the growth
+        map.takeCalls();
+        EXPECT_THAT(RecordingHashMap(map).items(), ElementsAre(Pair(1, 10), Pair(1, 11), Pair(1, 12), Pair(1, 13)));
+        map.takeCalls();
+        map.clear();
+        EXPECT_THAT(map.takeCalls(),
+                    ElementsAre("destroy 10 of 1", "destroy 11 of 1", "destroy 12 of 1", "destroy 13 of 1"));
+    }
+}
+
+TEST(CVQHashMapImpl, OfSeveralEntriesOfAKeyTheOneThatIsFoundGetsWhatIsCarriedOver) {
+    RecordingHashMap map(4);
+    map.add(4, 40);
+    map.add(4, 41);
+    void*& value = map.access(4);
+    EXPECT_EQ(content(41), value) << "the newer stands before the older";
+    map.rehash();
+    value = content(42);
+    map.deleteOldTable();
+    EXPECT_EQ(42u, map.get(4));
+    EXPECT_THAT(map.items(), ElementsAre(Pair(4, 42), Pair(4, 40))) << "nothing is lost, nothing is there twice";
+}
+
 TEST(CVQHashMapImpl, InsertGrowsOnlyWhereThereIsNoCellLeft) {
     RecordingHashMap map(2);
     map.add(2, 20);
@@ -341,6 +374,30 @@ TEST(CVQHashMapImpl, KeyZeroIsNeverFoundNorStoredAndReported) {
     map.clear();
     EXPECT_EQ("destroy 5 of 0", map.takeCalls().back());
     reports.take();
+}
+
+TEST(CVQHashMapImpl, TheValueOfARefusedAccessStaysWhereItIsThroughGrowths) {
+    Reports reports;
+    RecordingHashMap map(2);
+    map.set(2, 20);
+    map.mConstructed = 5;
+    void*& value = map.access(0);
+    map.mConstructed = 0;
+    map.set(4, 40);  // grows: the array before is kept, and key 2 was its newest
+    map.lookup(2)->mValue = content(21);
+    EXPECT_EQ(content(5), value);
+    value = content(6);
+    map.set(6, 60);
+    map.set(8, 80);  // grows again
+    EXPECT_EQ(12u, map.capacity());
+    EXPECT_EQ(content(6), value);
+    EXPECT_THAT(map.items(), ElementsAre(Pair(2, 21), Pair(4, 40), Pair(6, 60), Pair(8, 80)));
+    map.takeCalls();
+    map.clear();
+    EXPECT_EQ("destroy 6 of 0", map.takeCalls().back());
+    map.clear();
+    EXPECT_THAT(map.takeCalls(), IsEmpty());
+    EXPECT_EQ(1u, reports.take().size());
 }
 
 TEST(CVQHashMapImpl, ClearGoesBackToTheInitialBucketsAndDestroysInArrayOrder) {

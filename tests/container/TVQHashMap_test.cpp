@@ -214,6 +214,22 @@ TEST(TVQHashMap, KeyZeroIsReportedAndKeepsNothing) {
               reports.take());
 }
 
+TEST(TVQHashMap, AReferenceForKeyZeroIsGoodThroughAGrowth) {
+    Reports reports;
+    TVQHashMap<CVQString> map;
+    const unsigned next = fillUp(map);
+    for (auto entry : map)
+        entry.value.format("value of %u", entry.key);
+    CVQString& value = map[0];
+    map[next].format("value of %u", next);
+    value = "no value of the map";
+    EXPECT_EQ(CVQString("no value of the map"), value);
+    map[1];
+    for (const auto& [key, text] : map)
+        EXPECT_EQ("value of " + std::to_string(key), text.c_str());
+    EXPECT_EQ(1u, reports.take().size());
+}
+
 TEST(TVQHashMap, ACopyOfAMapWithoutMemoryStartsAsSmallAsThatDoes) {
     const TVQHashMap<int> source;
     TVQHashMap<int> copy(source);
