@@ -3,18 +3,25 @@
 // comparison; walks; tables without an array; counts that are too large; random sequences against a plain model.
 #include "container/HashEngines.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
+#include "support/SlogCapture.h"
+#include "support/VirtualSlot.h"
 
 #include <CVQHashArrayImpl.h>
 
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
+#include <sys/resource.h>
 #include <type_traits>
 #include <typeinfo>
 
 namespace {
 
+using support::slotOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -439,6 +446,59 @@ TEST(CVQHashArrayImpl, RehashTakesItsCountAsItIs) {
     for (unsigned key = 0; key < 6; ++key)
         EXPECT_TRUE(table.has(key));
     EXPECT_EQ(6u, table.items().size());
+}
+
+TEST(CVQHashArrayImpl, HasItsHooksInTheFixedSlots) {
+    EXPECT_EQ(0, slotOf(&CVQHashArrayImpl::hash));
+    EXPECT_EQ(1, slotOf(&CVQHashArrayImpl::comparisonKind));
+    EXPECT_EQ(2, slotOf(&CVQHashArrayImpl::equal));
+    EXPECT_EQ(3, slotOf(&CVQHashArrayImpl::destroyKey));
+    EXPECT_EQ(4, slotOf(&CVQHashArrayImpl::destroyValue));
+    EXPECT_EQ(5, slotOf(&CVQHashArrayImpl::copyKey));
+    EXPECT_EQ(6, slotOf(&CVQHashArrayImpl::copyValue));
+}
+
+TEST(CVQHashArrayImpl, HasItsFieldsInTheFixedOrder) {
+    struct Fields {
+        const void* hooks;
+        CVQHashArrayItem sentinel;
+        CVQHashArrayItem* buckets;
+        CVQHashArrayItem* cursor;
+        unsigned bucketCount, mask, shrinkThreshold, growThreshold, itemCount;
+    };
+    static_assert(sizeof(Fields) == sizeof(CVQHashArrayImpl));
+    RecordingHashArray table(2048);
+    CVQHashArrayItem* const item = table.add(9, 9);
+    table.lookup(content(9 + 2048));
+    EXPECT_EQ(item, table.firstItem());
+    Fields fields;
+    std::memcpy(&fields, static_cast<const CVQHashArrayImpl*>(&table), sizeof fields);
+    EXPECT_EQ(content(9 + 2048), fields.sentinel.mKey);
+    EXPECT_EQ(table.tableEntryFor(content(0)), fields.buckets);
+    EXPECT_EQ(item, fields.cursor);
+    EXPECT_EQ(2048u, fields.bucketCount);
+    EXPECT_EQ(2047u, fields.mask);
+    EXPECT_EQ(1024u, fields.shrinkThreshold);
+    EXPECT_EQ(4096u, fields.growThreshold);
+    EXPECT_EQ(1u, fields.itemCount);
+    RecordingHashArray small(1024);
+    std::memcpy(&fields, static_cast<const CVQHashArrayImpl*>(&small), sizeof fields);
+    EXPECT_EQ(0u, fields.shrinkThreshold);
+    EXPECT_EQ(2048u, fields.growThreshold);
+}
+
+TEST(CVQHashArrayImpl, AnArrayThatCannotBeHadEndsTheProcessAsTheAllocatorDoes) {
+    if (support::kIsSanitized || support::isEmulated())
+        GTEST_SKIP() << "the address space cannot be limited here";
+    support::SlogCapture log;
+    const support::ChildResult child = support::runInChild([] {
+        const rlimit limit{1U << 30, 1U << 30};
+        EXPECT_EQ(0, setrlimit(RLIMIT_AS, &limit));
+        RecordingHashArray table(std::size_t{1} << 27);
+    });
+    EXPECT_TRUE(child.exitedWith(EXIT_FAILURE)) << child;
+    const std::size_t bytes = sizeof(CVQHashArrayItem) << 27;
+    EXPECT_THAT(log.texts(), Contains(HasSubstr("failed to allocate " + std::to_string(bytes) + " bytes")));
 }
 
 TEST(CVQHashArrayImpl, ADerivedTableHasRunTimeTypeInformation) {

@@ -4,20 +4,27 @@
 #include "container/HashEngines.h"
 #include "container/Reports.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
+#include "support/SlogCapture.h"
+#include "support/VirtualSlot.h"
 
 #include <CVQHashMapImpl.h>
 
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <optional>
 #include <random>
+#include <sys/resource.h>
 #include <type_traits>
 #include <typeinfo>
 
 namespace {
 
+using support::slotOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -470,6 +477,70 @@ TEST(CVQHashMapImpl, InitTableForgetsWhatWasThereAndRoundsUp) {
     EXPECT_EQ(0u, map.size());
     map.initTable(0);
     EXPECT_EQ(3u, map.capacity());
+}
+
+// The destructor takes the places 0 and 1: one entry for objects, one for objects that `delete` frees.
+TEST(CVQHashMapImpl, HasItsHooksInTheFixedSlots) {
+    EXPECT_EQ(2, slotOf(&CVQHashMapImpl::duplicateValue));
+    EXPECT_EQ(3, slotOf(&CVQHashMapImpl::destroyValue));
+    EXPECT_EQ(4, slotOf(&CVQHashMapImpl::constructValue));
+}
+
+TEST(CVQHashMapImpl, HasItsFieldsInTheFixedOrder) {
+    struct Table {
+        CVQHashMapItem* cells;
+        CVQHashMapItem* end;
+        CVQHashMapItem* nextFree;
+        unsigned bucketCount, mask;
+    };
+    struct Fields {
+        const void* hooks;
+        unsigned reservedKey, emptyKey, initialBucketCount;
+        CVQHashMapItem sentinel;
+        Table table, previous;
+        unsigned lastKey;
+    };
+    static_assert(sizeof(Fields) == sizeof(CVQHashMapImpl));
+    RecordingHashMap map(4);
+    for (const unsigned key : {1u, 5u, 3u})
+        map.set(key, key);
+    map.lookup(7);
+    Fields fields;
+    std::memcpy(&fields, static_cast<const CVQHashMapImpl*>(&map), sizeof fields);
+    EXPECT_EQ(1u, fields.reservedKey);
+    EXPECT_EQ(0u, fields.emptyKey);
+    EXPECT_EQ(4u, fields.initialBucketCount);
+    EXPECT_EQ(7u, fields.sentinel.mKey);
+    EXPECT_EQ(map.hash(0), fields.table.cells);
+    EXPECT_EQ(fields.table.cells + 6, fields.table.end);
+    EXPECT_EQ(fields.table.cells + 5, fields.table.nextFree);
+    EXPECT_EQ(4u, fields.table.bucketCount);
+    EXPECT_EQ(3u, fields.table.mask);
+    EXPECT_EQ(nullptr, fields.previous.cells);
+    EXPECT_EQ(3u, fields.lastKey);
+    EXPECT_EQ(1u, fields.table.cells[0].mKey);
+    EXPECT_EQ(0u, fields.table.cells[2].mKey) << "a free bucket";
+
+    const Table before = fields.table;
+    map.rehash();
+    std::memcpy(&fields, static_cast<const CVQHashMapImpl*>(&map), sizeof fields);
+    EXPECT_EQ(0, std::memcmp(&before, &fields.previous, sizeof before)) << "the array that the growth replaced";
+    EXPECT_EQ(8u, fields.table.bucketCount);
+    EXPECT_EQ(3u, fields.lastKey);
+}
+
+TEST(CVQHashMapImpl, AnArrayThatCannotBeHadEndsTheProcessAsTheAllocatorDoes) {
+    if (support::kIsSanitized || support::isEmulated())
+        GTEST_SKIP() << "the address space cannot be limited here";
+    support::SlogCapture log;
+    const support::ChildResult child = support::runInChild([] {
+        const rlimit limit{1U << 30, 1U << 30};
+        EXPECT_EQ(0, setrlimit(RLIMIT_AS, &limit));
+        RecordingHashMap map(std::size_t{1} << 26);
+    });
+    EXPECT_TRUE(child.exitedWith(EXIT_FAILURE)) << child;
+    const std::size_t bytes = (3 * sizeof(CVQHashMapItem)) << 25;
+    EXPECT_THAT(log.texts(), Contains(HasSubstr("failed to allocate " + std::to_string(bytes) + " bytes")));
 }
 
 TEST(CVQHashMapImpl, ADerivedTableHasRunTimeTypeInformation) {
