@@ -16,9 +16,9 @@
 //            insertion or erasure at a lower or the same position. Every operation that may add elements may change
 //            the capacity.
 //   Self     an item to be inserted, pushed or filled with may lie in the vector's own slots.
-//   Watch    a block that is allocated while the RAM watcher is enabled has the watcher's element for its element
-//            size, and keeps three counters there until it goes: one instance, its size (counter A) and its
-//            capacity (counter B).
+//   Watch    a vector whose first block is allocated while the RAM watcher is enabled has the watcher's element for
+//            its element size, and keeps three counters there until the block goes: one instance, its size (counter
+//            A) and its capacity (counter B). Blocks that replace it are counted as it was, or not either.
 //   Threads  one thread at a time. The watcher's counters are shared and changed atomically.
 //   Handlers must not throw, and must not touch the vector that calls them.
 //   Kept     vector-report-texts: file texts and line numbers of the reports are identifiers.
@@ -106,13 +106,18 @@ public:
     /// Whether `n` elements at `pos` may be replaced by `items`; the caller then assigns them. 0 is a silent false.
     bool internal_replace(int pos, int n, const void* items);
 
-    /// New elements are copies of `fill`. Growing moves the elements as in `internal_push_back`.
+    /// New elements are copies of `fill`, which must not be null when there are any. Growing moves the elements as in
+    /// `internal_push_back`.
     void internal_resize(int newSize, int elementSize, const void* fill, CopyConstruct copyConstruct,
                          Destroy destroy, Relocate relocate = nullptr);
 
-    /// Provides `required` slots. `exact` asks for precisely that many, and may take slots away, but never below the
-    /// size. The elements are copied by `copyConstruct`, if that is given. Returns the block that was replaced when
-    /// its elements still need destroying (or moving, without `copyConstruct`); the caller does that and releases it.
+    /// Provides `required` slots. `exact` asks for precisely that many (4 at least with a growth function) and may take
+    /// slots away, but never below the size. The elements are copied by `copyConstruct`, if that is given. Returns the
+    /// block that was replaced when its elements still need destroying (or moving, without `copyConstruct`); the
+    /// caller does that and releases it, as `internal_destruct` does both. It is not watched any more.
+    ///
+    /// Exactly 0 slots or less, without a growth function, is no block at all. A vector with elements comes to that
+    /// only without `copyConstruct`: it is empty then, and they are the caller's with the block that is returned.
     SVectorData* internal_reserve(int required, int elementSize, bool exact, CopyConstruct copyConstruct);
 
     /// The first (last) element that matches `key`, or -1.
@@ -130,7 +135,7 @@ public:
 
     /// An object of the older form; 4 for a `capacity` below 1.
     explicit CVQVectorBase(int capacity) noexcept;
-    /// The capacity, doubled from 4 on until it is `required`.
+    /// The capacity if it suffices; else doubled, from 4 at least, until it does: to 2^31 - 1 where int ends.
     int calcNewCapacity(int required) const;
     bool checkGet(int index, unsigned int line) const;
     bool checkResize(int newSize, unsigned int line) const;

@@ -58,7 +58,7 @@ void setSize(SVectorData& block, int size) {
     block.size = size;
 }
 
-void stopWatching(const SVectorData& block) {
+void stopWatching(SVectorData& block) {
     if (block.watch == nullptr) {
         return;
     }
@@ -68,6 +68,7 @@ void stopWatching(const SVectorData& block) {
     if (block.watch != &CVQRamwatcher::dummyElement) {
         __atomic_fetch_sub(&block.watch->instances, 1U, __ATOMIC_RELEASE);
     }
+    block.watch = nullptr;
 }
 
 void releaseBlock(SVectorData* block) {
@@ -99,6 +100,15 @@ SVectorData* createBlock(int capacity, int elementSize) {
     return block;
 }
 
+/// Takes the block out, with its elements; it is not watched any more.
+SVectorData* dropBlock(SVectorData*& block) {
+    SVectorData* const old = std::exchange(block, nullptr);
+    if (old != nullptr) {
+        stopWatching(*old);
+    }
+    return old;
+}
+
 /// Puts a block of `capacity` slots in place of `block`, which may be null, with its size and all that its header
 /// holds. Returns the old one: its elements are still in there, and it is not watched any more.
 SVectorData* replaceBlock(SVectorData*& block, int capacity, int elementSize) {
@@ -113,6 +123,7 @@ SVectorData* replaceBlock(SVectorData*& block, int capacity, int elementSize) {
     block->growth = old->growth;
     if (block->watch != nullptr) {
         add(block->watch->counterB, capacity - old->capacity);
+        old->watch = nullptr;
     }
     return old;
 }
@@ -374,17 +385,14 @@ SVectorData* CVQVectorBase::internal_reserve(int required, int elementSize, bool
     SVectorData* old = nullptr;
     if (exact) {
         const int least = mData != nullptr && mData->growth != nullptr ? kLeastCapacity : 0;
-        const int capacity = std::max({required, getSize(), least});
-        if (capacity == 0) {
-            internal_destruct(mData, nullptr);
-            mData = nullptr;
-            return nullptr;
-        }
-        old = replaceBlock(mData, capacity, elementSize);
+        const int capacity = std::max(required, least);
+        const bool isDropped = capacity < 1 && (copyConstruct == nullptr || getSize() == 0);
+        old = isDropped ? dropBlock(mData) : replaceBlock(mData, std::max(capacity, getSize()), elementSize);
     } else if (required > getCapacity()) {
         old = grow(mData, required, elementSize);
     }
-    if (old != nullptr && copyConstruct != nullptr && copyConstruct(mData->slots(), old->slots(), old->size)) {
+    if (old != nullptr && copyConstruct != nullptr &&
+        (mData == nullptr || copyConstruct(mData->slots(), old->slots(), old->size))) {
         VQMemory::release(old);
         return nullptr;
     }
@@ -430,6 +438,7 @@ int CVQVectorBase::calculateActualCapacity(int required, int /*currentCapacity*/
     return capacity;
 }
 
+// Kept: vector-older-form. Its users ask for the capacity, and never for a slot.
 CVQVectorBase::CVQVectorBase(int capacity) noexcept
     : mData(reinterpret_cast<SVectorData*>(
           static_cast<std::uintptr_t>(capacity < 1 ? kLeastCapacity : capacity) << 1 | kOlderFormMark)) {

@@ -382,6 +382,34 @@ TEST_F(CVQVectorBaseTest, ReservingExactlyTakesSlotsAwayButNoElements) {
     EXPECT_EQ(5, growing.getCapacity());
 }
 
+TEST_F(CVQVectorBaseTest, ReservingExactlyNothingHandsTheBlockOver) {
+    for (const int required : {0, -1, INT_MIN}) {
+        Ints ints = upTo(3);
+        CVQVectorBase::SVectorData* const block = ints.internal_block();
+        ASSERT_EQ(block, ints.internal_reserve(required, kSize, true, nullptr));
+        EXPECT_EQ(nullptr, ints.internal_block());
+        EXPECT_EQ(0, ints.getSize());
+        EXPECT_EQ(3, block->size);
+        EXPECT_EQ(0, std::memcmp(block->slots(), std::data({0, 1, 2}), 3 * sizeof(int)));
+        CVQVectorBase::internal_destruct(block, destroyInts);
+        EXPECT_THAT(takeCalls(), ElementsAre("destroy 3"));
+        EXPECT_EQ(nullptr, ints.internal_reserve(required, kSize, true, nullptr));
+    }
+    Ints empty(9, nullptr, kSize);
+    CVQVectorBase::SVectorData* const block = empty.internal_block();
+    ASSERT_EQ(block, empty.internal_reserve(0, kSize, true, nullptr));
+    VQMemory::release(block);
+
+    Ints growing(0, growBy10, kSize);
+    for (int i = 0; i < 6; ++i)
+        growing.push(i);
+    CVQVectorBase::SVectorData* const old = growing.internal_reserve(0, kSize, true, nullptr);
+    ASSERT_NE(nullptr, old);
+    EXPECT_EQ(6, growing.getCapacity());
+    EXPECT_EQ(6, growing.getSize());
+    VQMemory::release(old);
+}
+
 TEST_F(CVQVectorBaseTest, AnItemOfTheVectorIsPushedAlsoWhenTheVectorGrows) {
     for (const bool relocating : {false, true}) {
         for (const auto copy : {copyInts, takeInts}) {
@@ -668,22 +696,28 @@ TEST_F(CVQVectorBaseTest, TheWatcherCountsEveryPath) {
                 EXPECT_EQ(Counts(2, 6, 35), counts());
             }
             EXPECT_EQ(Counts(1, 3, 32), counts());
-            // Copied, taken and left to the caller: the old block counts no more.
-            VQMemory::release(ints.internal_reserve(40, kSize, true, copyInts));
+            // Copied, taken and left to the caller: the old block counts no more, however the caller ends it.
+            CVQVectorBase::internal_destruct(ints.internal_reserve(40, kSize, true, copyInts), destroyInts);
             EXPECT_EQ(Counts(1, 3, 40), counts());
             EXPECT_EQ(nullptr, ints.internal_reserve(50, kSize, true, takeInts));
             EXPECT_EQ(Counts(1, 3, 50), counts());
-            VQMemory::release(ints.internal_reserve(60, kSize, true, nullptr));
+            CVQVectorBase::SVectorData* const left = ints.internal_reserve(60, kSize, true, nullptr);
+            EXPECT_EQ(nullptr, left->watch);
+            VQMemory::release(left);
             EXPECT_EQ(Counts(1, 3, 60), counts());
             ints.insert(9, 1, items);
             ints.erase(3, 3);
             ints.resize(-1);
             EXPECT_EQ(Counts(1, 3, 60), counts());
-            ints.resize(0);
-            EXPECT_EQ(nullptr, ints.internal_reserve(0, kSize, true, nullptr));
+            CVQVectorBase::SVectorData* const whole = ints.internal_reserve(0, kSize, true, nullptr);
+            EXPECT_EQ(Counts(0, 0, 0), counts());
+            CVQVectorBase::internal_destruct(whole, destroyInts);
             EXPECT_EQ(Counts(0, 0, 0), counts());
             ints.resize(2);
             EXPECT_EQ(Counts(1, 2, 4), counts());
+            ints.resize(0);
+            EXPECT_EQ(nullptr, ints.internal_reserve(0, kSize, true, copyInts));
+            EXPECT_EQ(Counts(0, 0, 0), counts());
         }
         EXPECT_EQ(Counts(0, 0, 0), counts());
     });
