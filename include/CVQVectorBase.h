@@ -17,8 +17,8 @@
 //            the capacity.
 //   Self     an item to be inserted, pushed or filled with may lie in the vector's own slots.
 //   Watch    a vector whose first block is allocated while the RAM watcher is enabled has the watcher's element for
-//            its element size, and keeps three counters there until the block goes: one instance, its size (counter
-//            A) and its capacity (counter B). Blocks that replace it are counted as it was, or not either.
+//            its element size, and keeps three counters there while it has a block: one instance, its size (counter
+//            A) and its capacity (counter B). One that began unwatched stays so as long.
 //   Threads  one thread at a time. The watcher's counters are shared and changed atomically.
 //   Handlers must not throw, and must not touch the vector that calls them.
 //   Kept     vector-report-texts: file texts and line numbers of the reports are identifiers.

@@ -161,18 +161,28 @@ private:
 
 namespace VQPrivate {
 
-/// What a reference to an element leads to when the index is out of range: a fresh `T()`, one for each thread.
+/// What a reference to an element leads to when the index is out of range: a fresh `T()`, one for each thread. It serves
+/// static destructors and exit handlers as well.
 template <class T>
 T& neutralElement() {
-    struct SHolder {
+    // Of a trivial kind, as the thread's other objects are gone when exit handlers run.
+    struct SPlace {
         alignas(T) unsigned char bytes[sizeof(T)];
-        T* element = new (bytes) T();
-        ~SHolder() { element->~T(); }
+        T* element;
     };
-    static thread_local SHolder holder;
-    holder.element->~T();
-    holder.element = new (holder.bytes) T();
-    return *holder.element;
+    static thread_local SPlace place;
+    struct SEnd {
+        ~SEnd() { destroyElement(); }
+        static void destroyElement() {
+            if (T* const element = std::exchange(place.element, nullptr); element != nullptr) {
+                element->~T();
+            }
+        }
+    };
+    static thread_local SEnd end;
+    SEnd::destroyElement();
+    place.element = new (place.bytes) T();
+    return *place.element;
 }
 
 }  // namespace VQPrivate

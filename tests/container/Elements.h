@@ -83,3 +83,22 @@ private:
 
 template <>
 struct TVQIsRelocatable<COwner> : std::true_type {};
+
+inline int valueOf(int value) {
+    return value;
+}
+inline int valueOf(const CRooted& element) {
+    return element.value();
+}
+inline int valueOf(const COwner& element) {
+    return element.value();
+}
+
+/// How many elements of the type there are in the process; -1 where nobody counts.
+template <class T>
+int alive() {
+    if constexpr (std::is_same_v<T, int>)
+        return -1;
+    else
+        return T::alive();
+}

@@ -10,37 +10,20 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <numeric>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-int valueOf(int value) {
-    return value;
-}
-int valueOf(const CRooted& element) {
-    return element.value();
-}
-int valueOf(const COwner& element) {
-    return element.value();
-}
-
-/// How many elements of the type there are in the process; -1 where nobody counts.
-template <class T>
-int alive() {
-    if constexpr (std::is_same_v<T, int>)
-        return -1;
-    else
-        return T::alive();
-}
 
 template <class T>
 std::vector<int> valuesOf(const TVQVector<T>& vector) {
@@ -456,6 +439,31 @@ TEST(TVQVector, IsOnePointer) {
     static_assert(sizeof(TVQVector<CVQString>) == sizeof(void*));
     static_assert(std::is_nothrow_move_constructible_v<TVQVector<int>>);
     static_assert(std::is_nothrow_move_assignable_v<TVQVector<int>>);
+}
+
+TEST(TVQVector, OutOfRangeTheResultIsNeutralInExitHandlersToo) {
+    Reports reports;
+    const support::ChildResult result = support::runInChild([] {
+        // The thread's own objects are destroyed before the handler runs.
+        EXPECT_EQ(0, TVQVector<COwner>()[0].value());
+        ASSERT_EQ(0, std::atexit([] {
+                      TVQVector<COwner> none;
+                      none[0] = COwner(5);
+                      EXPECT_EQ(0, none[0].value());
+                      std::_Exit(testing::Test::HasFailure() ? support::kExpectationFailed : 0);
+                  }));
+        std::exit(1);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ(std::vector<std::string>(3, assertion("TVQVector", 444, "Invalid parameter")), reports.take());
+}
+
+TEST(TVQVector, TheNeutralElementGoesWithItsThread) {
+    Reports reports;
+    const int before = COwner::alive();
+    std::thread([] { EXPECT_EQ(0, TVQVector<COwner>()[0].value()); }).join();
+    EXPECT_EQ(before, COwner::alive());
+    EXPECT_EQ(1u, reports.take().size());
 }
 
 // Set before the constructors of this unit run, and not undone by them.
