@@ -9,8 +9,8 @@
 //            at their position or before it, `clear`, assignment or the end of the vector. `swap` and moving from the
 //            vector take them along. `end()` is good only until the next change.
 //   Self     an argument may be an element of the vector.
-//   T        must be copyable where elements are copied; its operations must not throw. See TVQElementOps for which
-//            elements are moved byte by byte.
+//   T        must be copyable where elements are copied, and aligned no wider than std::max_align_t; its operations
+//            must not throw. See TVQElementOps for which elements are moved byte by byte.
 //   Threads  one thread at a time.
 //   Kept     vector-get-parameter: an index out of range is reported as an invalid parameter (docs/kept.md).
 #pragma once
@@ -23,6 +23,7 @@
 template <class T>
 class TVQVector {
     using Ops = TVQElementOps<T>;
+    static constexpr unsigned kLineConstruct = 61;
     static constexpr unsigned kLineReserve = 128;
 
 public:
@@ -31,10 +32,13 @@ public:
     using const_iterator = const T*;
 
     constexpr TVQVector() noexcept = default;
-    /// Empty, with exactly `initialCapacity` slots. `growth` says the capacity whenever the vector must grow; a
-    /// vector with one always has a block, of 4 slots at least.
+    /// Empty, with exactly `initialCapacity` slots; a negative number is reported, and is as good as 0. `growth` says
+    /// the capacity whenever the vector must grow; a vector with one always has a block, of 4 slots where
+    /// `initialCapacity` asks for none.
     explicit TVQVector(CVQIndex initialCapacity, CVQVectorBase::Growth growth = nullptr)
-        : mBase(initialCapacity, growth, Ops::kSize) {}
+        : mBase(initialCapacity, growth, Ops::kSize) {
+        VQVectorAssertions::checkResize(initialCapacity, kLineConstruct);
+    }
 
     /// A copy has exactly the capacity for its elements, and the growth function of `other`.
     TVQVector(const TVQVector& other) : mBase(other.mBase.internal_block(), Ops::kSize) {

@@ -358,6 +358,11 @@ TEST(TVQVector, CountsThatIntCannotHoldAreRefused) {
     Reports reports;
     TVQVector<char> vector(0x100000003LL);
     EXPECT_EQ(0, vector.capacity());
+    EXPECT_THAT(reports.take(), ElementsAre(assertion("TVQVector", 61, "Invalid parameter")));
+    EXPECT_EQ(0, TVQVector<char>(-1).capacity());
+    EXPECT_EQ(4, TVQVector<char>(0x80000000U, [](int required, int) { return required; }).capacity());
+    EXPECT_EQ(2u, reports.take().size());
+    EXPECT_EQ(0, TVQVector<char>(0).capacity());
     EXPECT_THAT(reports.take(), IsEmpty());
     vector.push_back('x');
     for (const long long count : {0x80000000LL, 0x100000000LL, 0x100000001LL, LLONG_MAX}) {
