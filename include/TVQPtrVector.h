@@ -39,20 +39,24 @@ public:
     using Base::size;
 
     /// The stored pointer; null, and a report, for an index out of range.
-    T* get(CVQIndex index) const {
-        if (VQ_LIKELY(index >= 0 && index < size())) {
-            return data()[index];
-        }
-        VQPtrVectorAssertions::doAssert(VQContainerAssertions::INVALID_PARAMETER, kLineGet);
-        return nullptr;
-    }
+    T* get(CVQIndex index) const { return VQ_LIKELY(index >= 0 && index < size()) ? data()[index] : outOfRange(); }
     T* operator[](CVQIndex index) const { return get(index); }
+    /// Out of range it leads to a null pointer of the calling thread, which is good until its next such use.
+    T*& operator[](CVQIndex index) {
+        return VQ_LIKELY(index >= 0 && index < size()) ? data()[index] : outOfRange();
+    }
 
     bool operator==(const TVQPtrVector& other) const { return Base::operator==(other); }
     bool operator!=(const TVQPtrVector& other) const { return !(*this == other); }
 
     void swap(TVQPtrVector& other) noexcept { Base::swap(other); }
     friend void swap(TVQPtrVector& left, TVQPtrVector& right) noexcept { left.swap(right); }
+
+private:
+    static T*& outOfRange() {
+        VQPtrVectorAssertions::doAssert(VQContainerAssertions::INVALID_PARAMETER, kLineGet);
+        return VQPrivate::neutralElement<T*>();
+    }
 };
 
 template <class T>

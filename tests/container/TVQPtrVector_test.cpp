@@ -36,6 +36,9 @@ TEST(TVQPtrVector, HoldsPointersAndOwnsNothing) {
         pointers.clear();
         EXPECT_TRUE(copy != pointers);
         EXPECT_EQ(2, copy[0]->value());
+        pointers.push_back(&first);
+        pointers[0] = &third;
+        EXPECT_EQ(&third, pointers.get(0));
     }
     EXPECT_EQ(before, CRooted::alive());
 }
@@ -47,8 +50,10 @@ TEST(TVQPtrVector, AnIndexOutOfRangeGetsNullAndAReportOfItsOwn) {
     pointers.push_back(&number);
     for (const long long index : {-1LL, 1LL, 0x100000000LL}) {
         EXPECT_EQ(nullptr, pointers.get(index));
+        EXPECT_EQ(nullptr, std::as_const(pointers)[index]);
+        pointers[index] = &number;
         EXPECT_EQ(nullptr, pointers[index]);
-        EXPECT_EQ(std::vector<std::string>(2, assertion("TVQPtrVector", 47, "Invalid parameter")), reports.take());
+        EXPECT_EQ(std::vector<std::string>(4, assertion("TVQPtrVector", 47, "Invalid parameter")), reports.take());
     }
     pointers.erase(1);
     EXPECT_THAT(reports.take(), ElementsAre(assertion("TVQVector", 272, "Index out of range")));
