@@ -3,7 +3,8 @@
 //   Order    `Before` says which of two keys comes first. Two of which neither does are the same key.
 //   Shape    a TVQVector of entries, key and value side by side. For some hundred entries, or for maps that are
 //            filled once and searched often; filling takes time that grows with the square of the size.
-//   Cost     finding takes log2(size) comparisons; inserting and erasing moves the entries behind as well.
+//   Cost     finding takes log2(size) comparisons; inserting and erasing moves the entries behind as well: as bytes
+//            where both K and V allow it (TVQIsRelocatable), else with a copy of each key.
 //   Errors   `at` reports an index out of range as TVQVector does, and then leads to an entry of `K()` and `V()`.
 //   Invalid  pointers, references and iterators as in TVQVector: `insert` and `erase` may end all of them.
 //   Threads  one thread at a time.
@@ -12,14 +13,23 @@
 #include <TVQVector.h>
 #include <VQAlgorithm.h>
 
+/// An entry of a TVQMap.
+template <class K, class V>
+struct TVQMapEntry {
+    const K key{};
+    V value{};
+    bool operator==(const TVQMapEntry& other) const { return key == other.key && value == other.value; }
+};
+
+/// Beyond speed: what moves an entry by its constructor has to copy the key.
+template <class K, class V>
+struct TVQIsRelocatable<TVQMapEntry<K, V>>
+    : std::bool_constant<TVQIsRelocatable<K>::value && TVQIsRelocatable<V>::value> {};
+
 template <class K, class V, class Before = TVQBefore<K>>
 class TVQMap {
 public:
-    struct SEntry {
-        const K key{};
-        V value{};
-        bool operator==(const SEntry& other) const { return key == other.key && value == other.value; }
-    };
+    using SEntry = TVQMapEntry<K, V>;
 
     using value_type = SEntry;
     using iterator = SEntry*;

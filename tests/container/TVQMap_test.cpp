@@ -105,6 +105,41 @@ TEST(TVQMap, ErasesAndInsertsByKeysAndValuesOfItsOwn) {
     EXPECT_EQ("a=a aa=b c=c d=d e=b ", entries);
 }
 
+// Tells how often it was copied.
+struct SCopied {
+    static int& count() {
+        static int copies = 0;
+        return copies;
+    }
+    SCopied(int value = 0) : number(value) {}
+    SCopied(const SCopied& other) : number(other.number) { ++count(); }
+    bool operator<(const SCopied& other) const { return number < other.number; }
+
+    int number;
+};
+
+}  // namespace
+
+template <>
+struct TVQIsRelocatable<SCopied> : std::true_type {};
+
+namespace {
+
+TEST(TVQMap, MovesRelocatableEntriesWithoutCopyingAKey) {
+    TVQMap<SCopied, CVQString> map;
+    for (int number = 100; number > 0; --number) {
+        const int before = SCopied::count();
+        map.insert(number, CVQString("text"));
+        // Into an entry, and with it into its slot.
+        EXPECT_LE(SCopied::count() - before, 2) << number;
+    }
+    const int before = SCopied::count();
+    EXPECT_TRUE(map.erase(1));
+    EXPECT_EQ(before, SCopied::count());
+    EXPECT_EQ(99, map.size());
+    EXPECT_EQ(2, map.at(0).key.number);
+}
+
 TEST(TVQMap, AnEntryOutOfRangeIsNeutralAndReported) {
     Reports reports;
     TVQMap<CVQString, int> map;
