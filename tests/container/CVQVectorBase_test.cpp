@@ -8,6 +8,7 @@
 #include <VQContainerAssertions.h>
 #include <VQMemory.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <gmock/gmock.h>
@@ -285,6 +286,14 @@ TEST_F(CVQVectorBaseTest, ACopyHasTheSizeAndTheGrowthOfItsSource) {
     EXPECT_EQ(0, growingCopy.getSize());
     EXPECT_EQ(4, growingCopy.getCapacity());
     EXPECT_EQ(&growBy10, growingCopy.internal_block()->growth);
+
+    // Its size exactly, also where a growth function would start with more.
+    Ints two(0, growBy10, kSize);
+    two.push(1);
+    two.push(2);
+    const Ints twoCopy(std::as_const(two).internal_block(), kSize);
+    EXPECT_EQ(2, twoCopy.getSize());
+    EXPECT_EQ(2, twoCopy.getCapacity());
 }
 
 TEST_F(CVQVectorBaseTest, DestructingDestroysTheElementsOnce) {
@@ -324,6 +333,29 @@ TEST_F(CVQVectorBaseTest, AVectorsOwnGrowthSaysTheCapacity) {
         ints.push(i);
     EXPECT_EQ(24, ints.getCapacity());
     EXPECT_EQ(&growBy10, ints.internal_block()->growth);
+}
+
+TEST_F(CVQVectorBaseTest, AGrowthFunctionIsToldWhatIsRequiredAndWhatThereIs) {
+    const auto noteGrowth = [](int required, int currentCapacity) {
+        note("required ", required);
+        note("current ", currentCapacity);
+        return required + 1;
+    };
+    const int items[] = {7, 8, 9};
+    Ints ints(2, noteGrowth, kSize);
+    ints.internal_insert(0, 3, items, kSize, assignInts, takeInts, takeInts);
+    EXPECT_THAT(takeCalls(), ElementsAre("required 3", "current 2", "take 3", "take 0", "take 0"));
+    ints.resize(4);
+    EXPECT_THAT(takeCalls(), ElementsAre("copy 1"));
+    ints.push(5);
+    EXPECT_THAT(takeCalls(), ElementsAre("required 5", "current 4", "copy 1", "copy 4", "destroy 4"));
+    ints.resize(9);
+    EXPECT_THAT(takeCalls(), testing::IsSupersetOf({"required 9", "current 6"}));
+    EXPECT_EQ(nullptr, ints.internal_reserve(20, kSize, false, takeInts));
+    EXPECT_THAT(takeCalls(), ElementsAre("required 20", "current 10", "take 9"));
+    EXPECT_EQ(nullptr, ints.internal_reserve(50, kSize, true, takeInts));
+    EXPECT_THAT(takeCalls(), ElementsAre("take 9"));
+    EXPECT_EQ(50, ints.getCapacity());
 }
 
 TEST_F(CVQVectorBaseTest, ReservingLessThanThereIsChangesNothing) {
@@ -562,6 +594,30 @@ TEST_F(CVQVectorBaseTest, FindsFromBothEnds) {
     EXPECT_EQ(-1, ints.internal_rfind(matchInt, kSize, &key));
     EXPECT_EQ(-1, Ints().internal_find(matchInt, kSize, &key));
     EXPECT_EQ(-1, Ints().internal_rfind(matchInt, kSize, &key));
+}
+
+TEST_F(CVQVectorBaseTest, AsksOneElementAfterTheOtherWhetherItMatches) {
+    const auto isNoted = [](const void* element, const void* key) {
+        note("element ", *static_cast<const int*>(element));
+        return *static_cast<const int*>(element) % 10 == *static_cast<const int*>(key);
+    };
+    const Ints ints = {15, 27, 35, 47, 56};
+    const int key = 7;
+    EXPECT_EQ(1, ints.internal_find(isNoted, kSize, &key));
+    EXPECT_THAT(takeCalls(), ElementsAre("element 15", "element 27"));
+    EXPECT_EQ(3, ints.internal_rfind(isNoted, kSize, &key));
+    EXPECT_THAT(takeCalls(), ElementsAre("element 56", "element 47"));
+}
+
+TEST_F(CVQVectorBaseTest, ComparesItsOwnElementsWithTheOthers) {
+    const auto isHalf = [](const void* mine, const void* theirs, int count) {
+        return count == 2 && std::equal(static_cast<const int*>(mine), static_cast<const int*>(mine) + count,
+                                        static_cast<const int*>(theirs), [](int l, int r) { return 2 * l == r; });
+    };
+    const Ints halves = {1, 2};
+    const Ints wholes = {2, 4};
+    EXPECT_TRUE(halves.internal_compare(wholes, isHalf));
+    EXPECT_FALSE(wholes.internal_compare(halves, isHalf));
 }
 
 TEST_F(CVQVectorBaseTest, ComparesElementsOnlyWhereSizesAreEqual) {

@@ -226,6 +226,30 @@ TYPED_TEST(TVQVectorTest, AgreesWithAStandardVectorWhileTheWatcherCounts) {
     });
 }
 
+TEST(TVQVector, CountsThatThreadsShareAddUp) {
+    runWatched([] {
+        // Without a table all threads count in one place.
+        CVQRamwatcher::releaseElements();
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < 4; ++thread) {
+            threads.emplace_back([] {
+                for (int round = 0; round < 5000; ++round) {
+                    TVQVector<int> vector;
+                    vector.resize(9);
+                    vector.push_back(1);
+                    vector.erase(0, 3);
+                    const TVQVector<int> copy(vector);
+                    vector.reserve(40);
+                }
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(0u, CVQRamwatcher::dummyElement.counterA);
+        EXPECT_EQ(0u, CVQRamwatcher::dummyElement.counterB);
+    });
+}
+
 TYPED_TEST(TVQVectorTest, IsEmptyAtFirstAndAfterAMove) {
     TVQVector<TypeParam> vector;
     EXPECT_EQ(0, vector.size());
