@@ -17,6 +17,7 @@
 #include <memory>
 #include <optional>
 #include <random>
+#include <set>
 #include <sys/resource.h>
 #include <type_traits>
 #include <typeinfo>
@@ -677,6 +678,43 @@ TEST(CVQHashMapImpl, NoWriteThroughTheLastTwoReferencesIsEverLost) {
         ASSERT_EQ(truth.size(), map.size());
     }
     EXPECT_GT(growths, 500u);
+}
+
+TEST(CVQHashMapImpl, RandomInsertsOfEqualKeysLoseAndDoubleNoValue) {
+    unsigned growths = 0;
+    for (unsigned seed = 1; seed <= 200; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 random(seed);
+        RecordingHashMap map(2);
+        std::multiset<unsigned> truth;
+        unsigned latest = 0;
+        for (unsigned step = 1; step <= 80; ++step) {
+            const unsigned key = (1 + random() % 6) << seed % 4;
+            void*& value = map.access(key);
+            if (value != nullptr)
+                truth.erase(number(value));
+            value = nullptr;
+            const unsigned capacity = map.capacity();
+            if (random() % 2 == 0) {
+                map.add(random() % 2 == 0 ? key : 1 + random() % 20, ++latest);
+                truth.insert(latest);
+            }
+            growths += map.capacity() != capacity ? 1 : 0;
+            value = content(++latest);  // through the reference that an insertion may have left in the old array
+            truth.insert(latest);
+
+            std::multiset<unsigned> values;
+            for (CVQHashMapItem* item = map.firstItem(); item != nullptr; item = map.nextItem(item))
+                values.insert(number(map.homeOf(item)->mValue));
+            ASSERT_EQ(truth, values) << step;
+        }
+        map.deleteOldTable();
+        std::multiset<unsigned> values;
+        for (const auto& item : map.items())
+            values.insert(item.second);
+        ASSERT_EQ(truth, values);
+    }
+    EXPECT_GT(growths, 100u);
 }
 
 }  // namespace
