@@ -201,10 +201,15 @@ public:
     }
     friend bool operator!=(const CVQString& left, const CVQString& right) noexcept { return !(left == right); }
     /// Byte order (strcmp), then the number of characters, so that what is equivalent is also equal.
+    bool operator<(const CVQString& other) const noexcept { return compare(other) < 0; }
+    /// Below 0, 0 or above 0 as this text is, in that order, before, the same as or behind the other.
     /// In line, as searching a sorted container is made of it.
-    bool operator<(const CVQString& other) const noexcept {
+    int compare(const CVQString& other) const noexcept {
         const int order = std::strcmp(mData->text(), other.mData->text());
-        return order != 0 ? order < 0 : mData->mCharacterCount < other.mData->mCharacterCount;
+        if (order != 0)
+            return order;
+        const unsigned count = mData->mCharacterCount, otherCount = other.mData->mCharacterCount;
+        return (count > otherCount ? 1 : 0) - (count < otherCount ? 1 : 0);
     }
 
     /// The first place of `pattern`, or end(). An empty pattern is nowhere.

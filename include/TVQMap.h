@@ -55,29 +55,27 @@ public:
 
     /// False, and nothing changes, when the key is there.
     bool insert(const K& key, const V& value) {
-        const int position = lowerBound(key);
-        if (isAt(position, key)) {
-            return false;
+        const Place place = placeOf(key);
+        if (!place.isFound) {
+            mEntries.insert(indexOf(place), SEntry{key, value});
         }
-        mEntries.insert(position, SEntry{key, value});
-        return true;
+        return !place.isFound;
     }
 
     /// The value, or null.
     V* find(const K& key) {
-        const int position = lowerBound(key);
-        return isAt(position, key) ? &mEntries.data()[position].value : nullptr;
+        const Place place = placeOf(key);
+        return place.isFound ? &place.position->value : nullptr;
     }
     const V* find(const K& key) const { return const_cast<TVQMap*>(this)->find(key); }
 
     /// False when there is no such key. `key` may be that of the entry.
     bool erase(const K& key) {
-        const int position = lowerBound(key);
-        if (!isAt(position, key)) {
-            return false;
+        const Place place = placeOf(key);
+        if (place.isFound) {
+            mEntries.erase(indexOf(place));
         }
-        mEntries.erase(position);
-        return true;
+        return place.isFound;
     }
 
     /// Whether both have equal values under equal keys.
@@ -88,13 +86,13 @@ public:
     friend void swap(TVQMap& left, TVQMap& right) noexcept { left.swap(right); }
 
 private:
-    int lowerBound(const K& key) const {
-        const auto isBefore = [](const SEntry& entry, const K& sought) { return Before()(entry.key, sought); };
-        return static_cast<int>(VQAlgorithm::lowerBound(begin(), end(), key, isBefore) - begin());
+    using Place = VQAlgorithm::SPlace<SEntry*>;
+
+    Place placeOf(const K& key) {
+        const auto keyOf = [](const SEntry& entry) -> const K& { return entry.key; };
+        return VQAlgorithm::findUnique(begin(), end(), key, keyOf, Before());
     }
-    bool isAt(int position, const K& key) const {
-        return position < size() && !Before()(key, mEntries.data()[position].key);
-    }
+    int indexOf(const Place& place) { return static_cast<int>(place.position - begin()); }
 
     TVQVector<SEntry> mEntries;
 };

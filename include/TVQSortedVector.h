@@ -35,28 +35,26 @@ public:
 
     /// False, and nothing changes, when there is an equal element.
     bool insert(const T& item) {
-        const int position = lowerBound(item);
-        if (isAt(position, item)) {
-            return false;
+        const Place place = placeOf(item);
+        if (!place.isFound) {
+            mElements.insert(indexOf(place), item);
         }
-        mElements.insert(position, item);
-        return true;
+        return !place.isFound;
     }
 
     /// The element equal to `key`, or -1.
     int find(const T& key) const {
-        const int position = lowerBound(key);
-        return isAt(position, key) ? position : -1;
+        const Place place = placeOf(key);
+        return place.isFound ? indexOf(place) : -1;
     }
 
     /// False when there is no element equal to `key`. `key` may be that element.
     bool erase(const T& key) {
-        const int position = find(key);
-        if (position < 0) {
-            return false;
+        const Place place = placeOf(key);
+        if (place.isFound) {
+            mElements.erase(indexOf(place));
         }
-        mElements.erase(position);
-        return true;
+        return place.isFound;
     }
 
     bool operator==(const TVQSortedVector& other) const { return mElements == other.mElements; }
@@ -66,12 +64,13 @@ public:
     friend void swap(TVQSortedVector& left, TVQSortedVector& right) noexcept { left.swap(right); }
 
 private:
-    int lowerBound(const T& key) const {
-        return static_cast<int>(VQAlgorithm::lowerBound(begin(), end(), key, Before()) - begin());
+    using Place = VQAlgorithm::SPlace<const T*>;
+
+    Place placeOf(const T& key) const {
+        return VQAlgorithm::findUnique(
+            begin(), end(), key, [](const T& element) -> const T& { return element; }, Before());
     }
-    bool isAt(int position, const T& key) const {
-        return position < size() && !Before()(key, mElements.data()[position]);
-    }
+    int indexOf(const Place& place) const { return static_cast<int>(place.position - begin()); }
 
     TVQVector<T> mElements;
 };

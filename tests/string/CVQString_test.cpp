@@ -263,6 +263,8 @@ TEST(CVQString, IsOrderedSoThatWhatIsEquivalentIsEqual) {
         for (const CVQString& right : some) {
             EXPECT_EQ(left == right, !(left < right) && !(right < left));
             EXPECT_FALSE(left < right && right < left);
+            EXPECT_EQ(left < right, left.compare(right) < 0);
+            EXPECT_EQ(right < left, left.compare(right) > 0);
         }
 }
 
