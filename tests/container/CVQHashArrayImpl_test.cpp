@@ -466,13 +466,11 @@ TEST(CVQHashArrayImpl, HasItsFieldsInTheFixedOrder) {
         CVQHashArrayItem* cursor;
         unsigned bucketCount, mask, shrinkThreshold, growThreshold, itemCount;
     };
-    static_assert(sizeof(Fields) == sizeof(CVQHashArrayImpl));
     RecordingHashArray table(2048);
     CVQHashArrayItem* const item = table.add(9, 9);
     table.lookup(content(9 + 2048));
     EXPECT_EQ(item, table.firstItem());
-    Fields fields;
-    std::memcpy(&fields, static_cast<const CVQHashArrayImpl*>(&table), sizeof fields);
+    Fields fields = fieldsOf<Fields, CVQHashArrayImpl>(table);
     EXPECT_EQ(content(9 + 2048), fields.sentinel.mKey);
     EXPECT_EQ(table.tableEntryFor(content(0)), fields.buckets);
     EXPECT_EQ(item, fields.cursor);
@@ -482,7 +480,7 @@ TEST(CVQHashArrayImpl, HasItsFieldsInTheFixedOrder) {
     EXPECT_EQ(4096u, fields.growThreshold);
     EXPECT_EQ(1u, fields.itemCount);
     RecordingHashArray small(1024);
-    std::memcpy(&fields, static_cast<const CVQHashArrayImpl*>(&small), sizeof fields);
+    fields = fieldsOf<Fields, CVQHashArrayImpl>(small);
     EXPECT_EQ(0u, fields.shrinkThreshold);
     EXPECT_EQ(2048u, fields.growThreshold);
 }

@@ -501,13 +501,11 @@ TEST(CVQHashMapImpl, HasItsFieldsInTheFixedOrder) {
         Table table, previous;
         unsigned lastKey;
     };
-    static_assert(sizeof(Fields) == sizeof(CVQHashMapImpl));
     RecordingHashMap map(4);
     for (const unsigned key : {1u, 5u, 3u})
         map.set(key, key);
     map.lookup(7);
-    Fields fields;
-    std::memcpy(&fields, static_cast<const CVQHashMapImpl*>(&map), sizeof fields);
+    Fields fields = fieldsOf<Fields, CVQHashMapImpl>(map);
     EXPECT_EQ(1u, fields.reservedKey);
     EXPECT_EQ(0u, fields.emptyKey);
     EXPECT_EQ(4u, fields.initialBucketCount);
@@ -524,7 +522,7 @@ TEST(CVQHashMapImpl, HasItsFieldsInTheFixedOrder) {
 
     const Table before = fields.table;
     map.rehash();
-    std::memcpy(&fields, static_cast<const CVQHashMapImpl*>(&map), sizeof fields);
+    fields = fieldsOf<Fields, CVQHashMapImpl>(map);
     EXPECT_EQ(0, std::memcmp(&before, &fields.previous, sizeof before)) << "the array that the growth replaced";
     EXPECT_EQ(8u, fields.table.bucketCount);
     EXPECT_EQ(3u, fields.lastKey);

@@ -6,6 +6,7 @@
 #include <CVQHashMapImpl.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +16,15 @@ inline void* content(std::uintptr_t number) {
 }
 inline unsigned number(const void* content) {
     return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(content));
+}
+
+/// The fields of an engine as they lie in memory.
+template <class Fields, class Engine>
+Fields fieldsOf(const Engine& engine) {
+    static_assert(sizeof(Fields) == sizeof(Engine));
+    Fields fields;
+    std::memcpy(&fields, static_cast<const void*>(&engine), sizeof fields);
+    return fields;
 }
 
 using Items = std::vector<std::pair<unsigned, unsigned>>;
