@@ -10,7 +10,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -41,11 +40,10 @@ struct Writing {
     static ssize_t call(int descriptor, char* bytes, size_t size) { return ::write(descriptor, bytes, size); }
 };
 
-/// What is stored: its calls take as long as they take, and a short count means the end.
+/// What is stored: its calls take as long as they take, and a short count means the end. To write back nothing is
+/// the shortest request that storage alone does not refuse.
 bool isStorage(int descriptor) {
-    struct stat status;
-    return fstat(descriptor, &status) == 0 &&
-           (S_ISREG(status.st_mode) || S_ISBLK(status.st_mode) || S_ISDIR(status.st_mode));
+    return sync_file_range(descriptor, 0, 0, 0) == 0;
 }
 
 bool isNonBlocking(int descriptor) {
@@ -75,7 +73,7 @@ ssize_t transferUntil(Deadline deadline, int descriptor, char* bytes, size_t siz
         const ssize_t count = Direction::attempt(descriptor, bytes + done, size - done);
         if (count >= 0) {
             done += static_cast<size_t>(count);
-            if (done == size || count == 0 || (Direction::kIsDoneByAnyBytes && !isStorage(descriptor)))
+            if (done == size || count == 0 || Direction::kIsDoneByAnyBytes)
                 return static_cast<ssize_t>(done);
             wasReady = false;
             continue;
@@ -83,7 +81,7 @@ ssize_t transferUntil(Deadline deadline, int descriptor, char* bytes, size_t siz
         const int error = errno;
         if (error != EAGAIN && error != EOPNOTSUPP && error != ENOSYS)
             return orDone(-1);
-        if (isStorage(descriptor) || isNonBlocking(descriptor))
+        if (isNonBlocking(descriptor))
             return addLast(callForRest());
         // Ready and still not to be had: another reader was quicker, or there is room, but not for a whole message.
         // Asking again and again would keep the processor busy until the deadline.
@@ -101,7 +99,7 @@ ssize_t transferUntil(Deadline deadline, int descriptor, char* bytes, size_t siz
 template <class Direction>
 ssize_t transfer(int descriptor, void* bytes, size_t size) {
     const Deadline deadline = takeTimeout(kTransferStates);
-    if (deadline.isNever() || size == 0)
+    if (deadline.isNever() || size == 0 || isStorage(descriptor))
         return Direction::call(descriptor, static_cast<char*>(bytes), size);
     return transferUntil<Direction>(deadline, descriptor, static_cast<char*>(bytes), size);
 }
