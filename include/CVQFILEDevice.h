@@ -1,6 +1,6 @@
 // CVQFILEDevice: a plain file behind a buffered standard stream.
 //   Units    sizes in bytes.
-//   Shape    the stream (null while closed), whether it was opened here.
+//   Shape    the stream (null while closed), whether it was opened here, whether it has failed.
 //   Errors   false or -1, with the reason in `errno`. Without an open file reads, writes and `sync` are assertions.
 //   Modes    of the platform's open flags:
 //              0                                                            r
@@ -38,9 +38,13 @@ public:
     bool close();
 
 private:
+    template <bool isRead, class Call>
+    int transfer(const void* bytes, unsigned size, Call call);
+    bool flush();
     void closeAnyway();
     bool release();
 
     std::FILE* mStream = nullptr;
     bool mIsOpened = false;
+    bool mHasFailed = false;
 };

@@ -1,6 +1,7 @@
 #include <CVQFILEDevice.h>
 
 #include <CVQAsserter.h>
+#include <VQExport.h>
 #include <os/retryInterrupted.h>
 
 #include <cerrno>
@@ -28,9 +29,11 @@ const char* modeOf(unsigned flags) {
     return (flags & (O_TRUNC | O_APPEND)) == O_APPEND ? either("ab", "a+b") : either("wb", "w+b");
 }
 
+}  // namespace
+
 /// `call` moves up to that many bytes and returns how many it did.
-template <class Call>
-int transfer(std::FILE* stream, const void* bytes, unsigned size, Call call) {
+template <bool isRead, class Call>
+int CVQFILEDevice::transfer(const void* bytes, unsigned size, Call call) {
     if (size == 0) {
         return bytes == nullptr ? 0 : -1;  // Kept: filedevice-size-zero. Callers take -1 for "nothing to do".
     }
@@ -40,9 +43,18 @@ int transfer(std::FILE* stream, const void* bytes, unsigned size, Call call) {
     }
     const std::size_t atOnce = size < INT_MAX ? size : INT_MAX;  // no more than the result can tell
     for (;;) {
-        errno = 0;
+        if (!isRead || mHasFailed) {
+            errno = 0;
+        }
         const std::size_t count = call(atOnce);
-        if (std::ferror(stream) == 0) {
+        // To ask the stream for errors takes its lock, which costs as much as moving a few bytes does. A read that
+        // delivered all has met none. A write that counts all may have failed to hand on its buffer, and has left a
+        // reason then.
+        if (VQ_LIKELY(count == atOnce && !mHasFailed && (isRead || errno == 0))) {
+            return static_cast<int>(count);
+        }
+        mHasFailed = std::ferror(mStream) != 0;
+        if (!mHasFailed) {
             return static_cast<int>(count);
         }
         // Kept: filedevice-interrupted-restarts. The stream remembers the error, so that what comes after an
@@ -52,8 +64,6 @@ int transfer(std::FILE* stream, const void* bytes, unsigned size, Call call) {
         }
     }
 }
-
-}  // namespace
 
 CVQFILEDevice::~CVQFILEDevice() {
     closeAnyway();
@@ -67,6 +77,7 @@ bool CVQFILEDevice::open(const CVQPath& path, unsigned flags) {
         mStream = std::fopen(name, modeOf(flags));
     } while (mStream == nullptr && errno == EINTR);
     mIsOpened = mStream != nullptr;
+    mHasFailed = false;
     if (mIsOpened) {
         fcntl(fileno(mStream), F_SETFD, FD_CLOEXEC);
     }
@@ -78,8 +89,7 @@ int CVQFILEDevice::read(void* buffer, unsigned size, int) {
         doCheapAssert(kLineRead, kUnit);
         return -1;
     }
-    return transfer(mStream, buffer, size,
-                    [&](std::size_t atOnce) { return std::fread(buffer, 1, atOnce, mStream); });
+    return transfer<true>(buffer, size, [&](std::size_t atOnce) { return std::fread(buffer, 1, atOnce, mStream); });
 }
 
 int CVQFILEDevice::write(const void* data, unsigned size, int) {
@@ -87,7 +97,7 @@ int CVQFILEDevice::write(const void* data, unsigned size, int) {
         doCheapAssert(kLineWrite, kUnit);
         return -1;
     }
-    return transfer(mStream, data, size, [&](std::size_t atOnce) { return std::fwrite(data, 1, atOnce, mStream); });
+    return transfer<false>(data, size, [&](std::size_t atOnce) { return std::fwrite(data, 1, atOnce, mStream); });
 }
 
 bool CVQFILEDevice::sync() {
@@ -95,7 +105,7 @@ bool CVQFILEDevice::sync() {
         doCheapAssert(kLineSync, kUnit);
         return false;
     }
-    return retryInterrupted([&] { return std::fflush(mStream); }) == 0;
+    return flush();
 }
 
 bool CVQFILEDevice::close() {
@@ -103,10 +113,13 @@ bool CVQFILEDevice::close() {
         return true;
     }
     // What cannot be written is found out first: after a failed fclose there is no stream left to keep.
-    if (retryInterrupted([&] { return std::fflush(mStream); }) != 0) {
-        return false;
-    }
-    return release();
+    return flush() && release();
+}
+
+bool CVQFILEDevice::flush() {
+    const bool isFlushed = retryInterrupted([&] { return std::fflush(mStream); }) == 0;
+    mHasFailed = std::ferror(mStream) != 0;
+    return isFlushed;
 }
 
 void CVQFILEDevice::closeAnyway() {

@@ -179,6 +179,37 @@ TEST_F(CVQFILEDeviceTest, SyncTellsThatTheFileSystemIsFull) {
     EXPECT_EQ(ENOSPC, errno);
 }
 
+TEST_F(CVQFILEDeviceTest, AWriteIsAnErrorFromTheMomentThatTheStreamHasOne) {
+    const std::string bytes(10000, 'x');
+    for (const unsigned size : {1U, 100U, 4096U, 5000U, 10000U}) {
+        CVQFILEDevice device;
+        ASSERT_TRUE(device.open("/dev/full", O_CREAT | O_WRONLY));
+        std::FILE* const twin = std::fopen("/dev/full", "wb");
+        ASSERT_NE(nullptr, twin);
+        unsigned failed = 0;
+        for (unsigned done = 0; failed < 3; done += size) {
+            ASSERT_LT(done, 1U << 20) << size;
+            const auto count = static_cast<int>(std::fwrite(bytes.data(), 1, size, twin));
+            const bool hasFailed = std::ferror(twin) != 0;
+            EXPECT_EQ(hasFailed ? -1 : count, device.write(bytes.data(), size, 0)) << size << " at " << done;
+            failed += hasFailed ? 1 : 0;
+        }
+        std::fclose(twin);
+    }
+}
+
+TEST_F(CVQFILEDeviceTest, ABufferedReadBehindAFailedOneIsAnErrorToo) {
+    CVQFILEDevice device;
+    const std::string path = mFolder.write("file", "text");
+    ASSERT_TRUE(device.open(path.c_str(), O_APPEND | O_WRONLY));
+    char bytes[4];
+    EXPECT_EQ(-1, device.read(bytes, 4, 0));
+    EXPECT_EQ(EBADF, errno);
+    EXPECT_EQ(-1, device.write("more", 4, 0));
+    ASSERT_TRUE(device.open(path.c_str(), 0));  // a new stream has no error
+    EXPECT_EQ(4, device.read(bytes, 4, 0));
+}
+
 TEST_F(CVQFILEDeviceTest, AFolderCannotBeRead) {
     CVQFILEDevice device;
     ASSERT_TRUE(device.open("/", 0));
