@@ -23,8 +23,9 @@ public:
     CVQSharedMemory(const CVQSharedMemory&) = delete;
     CVQSharedMemory& operator=(const CVQSharedMemory&) = delete;
 
-    /// `recreate` unlinks what is there and makes a new object. `zeroFill` fills an object that this call made, except
-    /// through a read-only mapping: a new object is zero. False when already mapped. Kept: sharedmem-created.
+    /// `recreate` unlinks what is there and makes a new object. `zeroFill` fills an object that this call made,
+    /// except where it is zero already: without memory of its own yet, and through a read-only mapping. False when
+    /// already mapped. Kept: sharedmem-created.
     bool map(bool recreate, bool readOnly, bool zeroFill);
     /// Never touches the memory. `initialise`: without it memory that is new to the object may hold anything.
     /// `lazy`: memory is taken when it is first touched. False when already mapped. Kept: sharedmem-created.

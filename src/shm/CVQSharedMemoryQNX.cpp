@@ -34,9 +34,10 @@ bool setSize(int descriptor, unsigned size) {
     return retryInterrupted([&] { return ftruncate(descriptor, static_cast<off_t>(size)); }) != -1;
 }
 
-unsigned long long sizeOf(int descriptor) {
-    struct stat status;
-    return fstat(descriptor, &status) == 0 ? static_cast<unsigned long long>(status.st_size) : 0;
+struct stat statusOf(int descriptor) {
+    struct stat status = {};
+    fstat(descriptor, &status);
+    return status;
 }
 
 void logNoObject(const char* name) {
@@ -88,8 +89,10 @@ bool CVQSharedMemory::map(bool recreate, bool readOnly, bool zeroFill, unsigned 
     if (mAddress == nullptr) {
         VQSyslog::logMsg(0, VQSyslog::ERROR, "Unable to map file %s to memory: %s", mName, errorText(errno));
     } else {
-        objectSize = sizeOf(mDescriptor);
-        if (isCreated && zeroFill && !readOnly) {
+        const struct stat status = statusOf(mDescriptor);
+        objectSize = static_cast<unsigned long long>(status.st_size);
+        // What has no memory yet is zero. To fill it would take memory for all of it, whatever size was asked for.
+        if (isCreated && zeroFill && !readOnly && status.st_blocks != 0) {
             std::memset(mAddress, 0, mSize);
         }
     }

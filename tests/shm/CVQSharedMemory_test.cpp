@@ -104,6 +104,17 @@ TEST_F(CVQSharedMemoryTest, TouchingWhatASmallerObjectDoesNotHaveEndsTheProcess)
     EXPECT_TRUE(result.killedBy(SIGBUS)) << result;
 }
 
+TEST_F(CVQSharedMemoryTest, ZeroFillingANewObjectTakesNoMemoryForIt) {
+    constexpr unsigned kSize = 1U << 28;
+    CVQSharedMemory memory(mName, kSize);
+    EXPECT_TRUE(memory.map(false, false, true));
+    ASSERT_NE(nullptr, memory.getAddress());
+    EXPECT_EQ(0, mName.status().st_blocks);
+    const char* const bytes = static_cast<char*>(memory.getAddress());
+    EXPECT_EQ(0, bytes[0]);
+    EXPECT_EQ(0, bytes[kSize - 1]);
+}
+
 TEST_F(CVQSharedMemoryTest, MapOfAMappedObjectDoesNothing) {
     CVQSharedMemory memory(mName, 100);
     EXPECT_TRUE(memory.map(false, false, true));

@@ -27,15 +27,17 @@ public:
     operator const char*() const { return mName.c_str(); }
     const std::string& text() const { return mName; }
 
-    /// -1 when there is no such object.
-    long long objectSize() const {
+    /// With a size of -1 when there is no such object.
+    struct stat status() const {
         const int descriptor = shm_open(mName.c_str(), O_RDONLY, 0);
         struct stat status = {};
-        const bool isThere = descriptor != -1 && fstat(descriptor, &status) == 0;
+        if (descriptor == -1 || fstat(descriptor, &status) != 0)
+            status.st_size = -1;
         if (descriptor != -1)
             close(descriptor);
-        return isThere ? static_cast<long long>(status.st_size) : -1;
+        return status;
     }
+    long long objectSize() const { return status().st_size; }
     bool exists() const { return objectSize() != -1; }
 
     /// Makes the object with other means than the library's.
