@@ -3,7 +3,8 @@
 //   Shape    last state, descriptor (-1: none), server (its id in VQIODeviceServerRegistry, -1: none).
 //   Errors   0 or false, and the state says why: STATE_TIMEOUT, STATE_FAILED; the platform's reason is the last error
 //            (VQOperatingSystem::getLastError). Nothing is logged; only a null path is an assertion. A call that was
-//            interrupted is made again. What is opened is closed on exec.
+//            interrupted is made again.
+//   Exec     what is opened is closed on exec, and so are its copies; what ACCESS_DEFAULT opens is inherited.
 //   Servers  a device that a server opened talks to it alone; results and states are the server's own. When the server
 //            is gone the device is as one that is not open.
 //   Threads  one thread at a time.

@@ -16,7 +16,13 @@ namespace {
 constexpr char kUnit[] = "CVQIODeviceQNX";
 constexpr unsigned kLineOpenNoPath = 111;
 
-constexpr int kOpenFlags[] = {O_RDONLY, O_RDONLY, O_WRONLY, O_RDWR};
+constexpr int kOpenFlags[] = {O_RDONLY, O_RDONLY | O_CLOEXEC, O_WRONLY | O_CLOEXEC, O_RDWR | O_CLOEXEC};
+
+/// Another one for the same, which programs that are started inherit if they inherit the first.
+int duplicate(int descriptor) {
+    const bool isInherited = (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0;
+    return retryInterrupted([&] { return fcntl(descriptor, isInherited ? F_DUPFD : F_DUPFD_CLOEXEC, 0); });
+}
 
 constexpr bool isListed(CVQIODevice::AccessMode mode) {
     return mode >= CVQIODevice::ACCESS_DEFAULT && mode <= CVQIODevice::ACCESS_READ_WRITE;
@@ -32,7 +38,7 @@ CVQIODevice::CVQIODevice(const CVQIODevice& other) {
         return;
     }
     if (other.mDescriptor != -1) {
-        mDescriptor = retryInterrupted([&] { return fcntl(other.mDescriptor, F_DUPFD_CLOEXEC, 0); });
+        mDescriptor = duplicate(other.mDescriptor);
     }
     mState = mDescriptor != -1 ? STATE_SUCCESS : STATE_FAILED;
 }
@@ -62,7 +68,7 @@ bool CVQIODevice::doOpen(const char* path, AccessMode mode) {
         VQOperatingSystem::setLastError(EINVAL);
         return false;
     }
-    mDescriptor = retryInterrupted([&] { return ::open(path, kOpenFlags[mode] | O_CLOEXEC); });
+    mDescriptor = retryInterrupted([&] { return ::open(path, kOpenFlags[mode]); });
     if (mDescriptor == -1) {
         return false;
     }

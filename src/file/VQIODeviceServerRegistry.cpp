@@ -45,7 +45,7 @@ const Servers::SEntry* findLast(const Servers& servers, Sought isSought) {
 /// What `call` says of the handle's server; `otherwise` without one.
 template <class Result, class Call>
 Result askServer(int& handle, Result otherwise, Call call) {
-    if (handle < 0) {
+    if (handle == -1 || handle == -2) {
         return otherwise;
     }
     const Guard guard(sLock);

@@ -128,8 +128,13 @@ TEST_F(CVQIODeviceTest, ModesSelectTheAccess) {
         SCOPED_TRACE(row.mode);
         CVQIODevice device;
         ASSERT_TRUE(device.open(path.c_str(), row.mode));
-        for (const int descriptor : files::openDescriptors()) {
-            EXPECT_TRUE(mDescriptors.count(descriptor) != 0 || files::isClosedOnExec(descriptor));
+        {
+            const CVQIODevice copy(device);
+            EXPECT_EQ(mDescriptors.size() + 2, files::openDescriptors().size());
+            for (const int descriptor : files::openDescriptors()) {
+                EXPECT_TRUE(mDescriptors.count(descriptor) != 0 ||
+                            files::isClosedOnExec(descriptor) == (row.mode != CVQIODevice::ACCESS_DEFAULT));
+            }
         }
         char byte = 't';
         EXPECT_EQ(row.mayRead ? 1 : -1, device.read(&byte, 1, -1));

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <climits>
 #include <memory>
 #include <thread>
 
@@ -121,6 +122,17 @@ TEST_F(VQIODeviceServerRegistryTest, TheHandleOfAServerThatIsGoneBecomesNone) {
     server.reset();
     EXPECT_EQ(3U, Registry::onGetLastError(handle));
     EXPECT_EQ(-1, handle);
+}
+
+TEST_F(VQIODeviceServerRegistryTest, HandlesThatWereNeverGivenBecomeNoneExceptMinusTwo) {
+    const DeviceServer server("/dev/a");
+    for (int handle : {-3, INT_MIN, INT_MAX}) {
+        EXPECT_FALSE(Registry::onIsOpened(handle));
+        EXPECT_EQ(-1, handle);
+    }
+    int handle = -2;
+    EXPECT_FALSE(Registry::onIsOpened(handle));
+    EXPECT_EQ(-2, handle);
 }
 
 TEST_F(VQIODeviceServerRegistryTest, ANullNameIsTheEmptyOne) {
