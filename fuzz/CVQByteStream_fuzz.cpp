@@ -45,6 +45,14 @@ void readForms(Bytes form) {
     Source(form) >> buffer;
     require(bytesOf(buffer.getData(), buffer.getSize()) == model.used(), "the buffer that was read");
 
+    CVQRCMemoryBuffer block;
+    Source(form) >> block;
+    require(bytesOf(block.getData(), block.getSize()) == model.used(), "the block that was read");
+
+    CVQBuffer message;
+    CVQBuffer::fromQRVStream(Source(form), message);
+    require(bytesOf(message.getData(), message.getSize()) == model.used(), "the buffer of a message");
+
     CVQByteStream storage;
     ByteStreamModel storageModel;
     CVQByteStream::fromQRVStream(Source(form), storage);

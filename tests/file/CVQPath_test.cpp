@@ -2,6 +2,7 @@
 // joining and its limit; validity in characters; comparison; the stream form, cut anywhere; texts with zero bytes.
 #include <CVQPath.h>
 
+#include "PlainPath.h"
 #include "string/MemoryStream.h"
 #include "support/SlogCapture.h"
 
@@ -301,18 +302,6 @@ TEST(CVQPath, ZeroBytesStayInTextsAndEndThemWhereTheyAreJoined) {
     EXPECT_EQ("d///a", bytesOf(CVQPath("d") / path));
 }
 
-/// The rules once more, one character at a time.
-std::string plainCanonical(const std::string& text) {
-    std::string result;
-    for (const char character : text) {
-        if (character != '/' || result.empty() || result.back() != '/')
-            result += character;
-    }
-    if (result.size() > 1 && result.back() == '/')
-        result.pop_back();
-    return result;
-}
-
 TEST(CVQPath, AgreesWithThePlainRulesOnAllShortTexts) {
     const char kCharacters[] = {'/', 'a', ':', '\x80'};  // the last stands for a character of two bytes
     for (int length = 0; length <= 7; ++length) {
@@ -322,12 +311,14 @@ TEST(CVQPath, AgreesWithThePlainRulesOnAllShortTexts) {
                 const char character = kCharacters[number >> (2 * i) & 3];
                 text += character == '\x80' ? "\xC3\xA4" : std::string(1, character);
             }
-            ASSERT_EQ(plainCanonical(text), canonical(text)) << text;
+            ASSERT_EQ(plain::canonical(text), canonical(text)) << text;
             ASSERT_EQ(canonical(text), canonical(canonical(text))) << text;
 
             const CVQPath path = pathOf(text);
             const std::string leaf = bytesOf(path.getLeaf());
             const std::string branch = bytesOf(path.getBranch());
+            ASSERT_EQ(text.empty() ? "" : plain::leafOf(text), leaf) << text;
+            ASSERT_EQ(text.empty() ? "" : plain::branchOf(text), branch) << text;
             ASSERT_EQ(text.substr(text.size() - leaf.size()), leaf) << text;
             ASSERT_NE('/', leaf[0]) << text;
             ASSERT_EQ(text.substr(0, branch.size()), branch) << text;
