@@ -2,21 +2,14 @@
 #pragma once
 
 #include "Bench.h"
+#include "ProcessorTime.h"
 
-#include <ctime>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace bench {
-
-/// What this thread has spent, most of it in the kernel.
-inline double processorSeconds() {
-    timespec time;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return double(time.tv_sec) + double(time.tv_nsec) / 1e9;
-}
 
 /// Removes 10,000 files, in `state.range(0)` directories of a common one, with `remove(path)`, which is true when it
 /// has removed all. In memory where the system has a file system there: a disk's own work would cover the rest.

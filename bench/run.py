@@ -4,8 +4,8 @@
 Only ratios count, and only within one run: for each piece of work our program and the peers' program run one after
 the other, in many short rounds whose order alternates, each in a new process. A ratio is taken within its round, so
 that a change of clock rate or load between rounds meets both sides; the table shows the median of the rounds and the
-middle half of them. Times are processor time of the measuring thread, except where two threads compete: there it is
-the time that passed.
+middle half of them. Times are processor time of the measuring thread, or of both processes where one hands over to
+another, except where two threads compete: there it is the time that passed.
 """
 
 import argparse
@@ -115,6 +115,16 @@ WORK = {
     "CVQPath_JoinAndPart": "join paths to {size} B, canonify, leaf, branch",
     "CVQPath_JoinAndPartRuns": "the same with runs of separators",
     "VQFileOperations_RecursiveRemove": "remove 10^4 files in {size} directories",
+    "CVQFileHandle_Read": "read {size} B of a file",
+    "CVQFileHandle_ReadTimed": "read {size} B of a file, with a time-out",
+    "CVQFileHandle_Write": "write {size} B of a file",
+    "CVQFileHandle_WriteTimed": "write {size} B of a file, with a time-out",
+    "CVQFileHandle_Pipe": "{size} B into a pipe and out",
+    "CVQFileHandle_PipeTimed": "{size} B into a pipe and out, with time-outs",
+    "CVQFILEDevice_Read": "read a file of 1 MiB, {size} B at a time",
+    "CVQFILEDevice_Write": "write a file of 1 MiB, {size} B at a time",
+    "CVQMemoryMappedFile_Sum": "map a file of {size} B and sum it",
+    "CVQReferencedSharedMemory_HandOver": "hand a new segment of {size} B to a process",
     "CVQFix16_Multiply": "multiply, of {size} pairs",
     "CVQFix16_Divide": "divide, of {size} pairs",
     "CVQFix16_SquareRoot": "square root, of {size} numbers",
@@ -230,6 +240,17 @@ GOALS = {
     ("CVQPath_JoinAndPart", "std::filesystem", None): 1.0,
     ("CVQPath_JoinAndPartRuns", "std::filesystem", None): 1.0,
     ("VQFileOperations_RecursiveRemove", "std::filesystem", None): 1.0,
+    ("CVQFileHandle_Read", "read", None): 1.05,
+    ("CVQFileHandle_ReadTimed", "read", None): 1.5,
+    ("CVQFileHandle_Write", "write", None): 1.05,
+    ("CVQFileHandle_WriteTimed", "write", None): 1.5,
+    ("CVQFileHandle_Pipe", "write, read", None): 1.05,
+    ("CVQFileHandle_PipeTimed", "write, read", None): 1.5,
+    ("CVQFILEDevice_Read", "fread", None): 1.05,
+    ("CVQFILEDevice_Write", "fwrite", None): 1.05,
+    ("CVQMemoryMappedFile_Sum", "boost::interprocess", None): 1.0,
+    ("CVQMemoryMappedFile_Sum", "mmap", None): 1.05,
+    ("CVQReferencedSharedMemory_HandOver", "boost::interprocess", None): 1.0,
     ("CVQFix16_Multiply", "libfixmath", None): 1.0,
     ("CVQFix16_Divide", "libfixmath", None): 1.0,
     ("CVQFix16_SquareRoot", "libfixmath", None): 1.0,
