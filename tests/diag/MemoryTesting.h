@@ -26,8 +26,8 @@ inline void look(const void* block) {
     asm volatile("" : : "r"(block) : "memory");
 }
 
-/// The address sanitizer's heap does not let go of its locks in a child forked while another thread allocates.
-#if defined(__SANITIZE_ADDRESS__)
+/// The sanitizers' heaps do not let go of their locks in a child forked while another thread allocates.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kHeapSurvivesFork = false;
 #else
 constexpr bool kHeapSurvivesFork = true;
