@@ -12,9 +12,7 @@
 
 #include <VQError.h>
 #include <VQExport.h>
-
-#include <cstddef>
-#include <iterator>
+#include <VQIntrusive.h>
 
 namespace VQIntrusive {
 
@@ -28,13 +26,8 @@ struct SVQListBaseHook {
     SVQListBaseHook* mPrevious = nullptr;
 };
 
-/// Finds the links in an object that has them as its base, and the object around them.
 template <class T>
-struct TVQListBaseHookAccessor {
-    using HookType = SVQListBaseHook;
-    static HookType& getHook(T& element) noexcept { return element; }
-    static T& getElement(HookType& hook) noexcept { return static_cast<T&>(hook); }
-};
+using TVQListBaseHookAccessor = TVQBaseHookAccessor<T, SVQListBaseHook>;
 
 }  // namespace VQIntrusive
 
@@ -43,35 +36,7 @@ class TVQIntrusiveList {
     using Link = typename Hook::HookType;
 
 public:
-    class iterator {
-    public:
-        using iterator_category = std::forward_iterator_tag;
-        using value_type = T;
-        using difference_type = std::ptrdiff_t;
-        using pointer = T*;
-        using reference = T&;
-
-        iterator() = default;
-        reference operator*() const { return Hook::getElement(*mLink); }
-        pointer operator->() const { return &**this; }
-        iterator& operator++() {
-            mLink = mLink->mNext;
-            return *this;
-        }
-        iterator operator++(int) {
-            const iterator before(*this);
-            mLink = mLink->mNext;
-            return before;
-        }
-        friend bool operator==(iterator left, iterator right) { return left.mLink == right.mLink; }
-        friend bool operator!=(iterator left, iterator right) { return left.mLink != right.mLink; }
-
-    private:
-        friend class TVQIntrusiveList;
-        explicit iterator(Link* link) : mLink(link) {}
-
-        Link* mLink = nullptr;
-    };
+    using iterator = VQIntrusive::TVQIterator<T, Hook>;
 
     TVQIntrusiveList() noexcept { mHead.mNext = mHead.mPrevious = &mHead; }
     TVQIntrusiveList(const TVQIntrusiveList&) = delete;
@@ -95,7 +60,7 @@ public:
         if (VQ_UNLIKELY(link.mNext != nullptr)) {
             VQError::criticalError(0, "invalid iterator position");
         }
-        Link* const next = position.mLink;
+        Link* const next = position.getLink();
         link.mNext = next;
         link.mPrevious = next->mPrevious;
         next->mPrevious->mNext = &link;

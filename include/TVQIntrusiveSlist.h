@@ -12,9 +12,7 @@
 
 #include <VQError.h>
 #include <VQExport.h>
-
-#include <cstddef>
-#include <iterator>
+#include <VQIntrusive.h>
 
 namespace VQIntrusive {
 
@@ -27,13 +25,8 @@ struct SVQSlistBaseHook {
     SVQSlistBaseHook* mNext = nullptr;
 };
 
-/// Finds the link in an object that has it as its base, and the object around it.
 template <class T>
-struct TVQSlistBaseHookAccessor {
-    using HookType = SVQSlistBaseHook;
-    static HookType& getHook(T& element) noexcept { return element; }
-    static T& getElement(HookType& hook) noexcept { return static_cast<T&>(hook); }
-};
+using TVQSlistBaseHookAccessor = TVQBaseHookAccessor<T, SVQSlistBaseHook>;
 
 }  // namespace VQIntrusive
 
@@ -42,35 +35,7 @@ class TVQIntrusiveSlist {
     using Link = typename Hook::HookType;
 
 public:
-    class iterator {
-    public:
-        using iterator_category = std::forward_iterator_tag;
-        using value_type = T;
-        using difference_type = std::ptrdiff_t;
-        using pointer = T*;
-        using reference = T&;
-
-        iterator() = default;
-        reference operator*() const { return Hook::getElement(*mLink); }
-        pointer operator->() const { return &**this; }
-        iterator& operator++() {
-            mLink = mLink->mNext;
-            return *this;
-        }
-        iterator operator++(int) {
-            const iterator before(*this);
-            mLink = mLink->mNext;
-            return before;
-        }
-        friend bool operator==(iterator left, iterator right) { return left.mLink == right.mLink; }
-        friend bool operator!=(iterator left, iterator right) { return left.mLink != right.mLink; }
-
-    private:
-        friend class TVQIntrusiveSlist;
-        explicit iterator(Link* link) : mLink(link) {}
-
-        Link* mLink = nullptr;
-    };
+    using iterator = VQIntrusive::TVQIterator<T, Hook>;
 
     TVQIntrusiveSlist() noexcept { mHead.mNext = &mHead; }
     TVQIntrusiveSlist(const TVQIntrusiveSlist&) = delete;
