@@ -1,12 +1,17 @@
 #include "Channel.h"
 
 #include "ErrnoKeeper.h"
+#include "Link.h"
+
+#include <errno.h>
+#include <string.h>
 
 #include <stdlib.h>
 
 namespace host {
 
 IdTable<Channel> channels = {nullptr, 0, 1};
+pid_t processId = 0;
 
 namespace {
 
@@ -23,6 +28,18 @@ Message* freeMessages = nullptr;
 
 constexpr int kPulsesAtOnce = 32;
 
+Channel* spareChannels = nullptr;
+
+void addFreeMessages(Message* block, unsigned firstIndex) {
+    for (unsigned i = kBlockSize; i-- > 0;) {
+        block[i].index = firstIndex + i;
+        if (block[i].index != 0) {
+            block[i].next = freeMessages;
+            freeMessages = &block[i];
+        }
+    }
+}
+
 bool addMessageBlock() {
     if (messageCount == kBlocks * kBlockSize)
         return false;
@@ -30,13 +47,7 @@ bool addMessageBlock() {
     if (block == nullptr)
         return false;
     messageBlocks[messageCount / kBlockSize] = block;
-    for (unsigned i = kBlockSize; i-- > 0;) {
-        block[i].index = messageCount + i;
-        if (block[i].index != 0) {
-            block[i].next = freeMessages;
-            freeMessages = &block[i];
-        }
-    }
+    addFreeMessages(block, messageCount);
     messageCount += kBlockSize;
     return true;
 }
@@ -56,12 +67,38 @@ bool addPulses(Channel* channel) {
     return true;
 }
 
-void freeChannel(Channel* channel) {
+/// `change(callable)` gives the new number of callable receivers. Others change the word meanwhile.
+template <class Change>
+void changeCallable(Channel* channel, Change change) {
+    uint32_t& word = channel->doorbell->word;
+    uint32_t before = __atomic_load_n(&word, __ATOMIC_RELAXED);
+    while (!__atomic_compare_exchange_n(&word, &before, (before & ~kCallable) | change(before & kCallable), false,
+                                        __ATOMIC_SEQ_CST, __ATOMIC_RELAXED)) {
+    }
+}
+
+void freePulses(Channel* channel) {
     while (QueuedPulse* const block = channel->pulseBlocks) {
         channel->pulseBlocks = static_cast<QueuedPulse*>(block->previous);
         free(block);
     }
-    free(channel);
+}
+
+/// One that was used before, with the place of its doorbell, or a new one; null without memory.
+Channel* takeChannel() {
+    Channel* const spare = spareChannels;
+    if (spare == nullptr)
+        return static_cast<Channel*>(calloc(1, sizeof(Channel)));
+    spareChannels = spare->nextSpare;
+    Doorbell* const doorbell = spare->doorbell;
+    memset(static_cast<void*>(spare), 0, sizeof(Channel));
+    spare->doorbell = doorbell;
+    return spare;
+}
+
+void putBack(Channel* channel) {
+    channel->nextSpare = spareChannels;
+    spareChannels = channel;
 }
 
 }  // namespace
@@ -86,101 +123,144 @@ void unlockChannels() {
 
 void forgetChannels() {
     channelLock = {0, 0};
-    channels = {nullptr, 0, 1};
-    messageCount = 0;
+    processId = getpid();
+    for (int id = 1; id < channels.capacity; ++id)
+        if (Channel* const channel = channels.find(id)) {
+            close(channel->listener);
+            close(channel->doorbellFile);
+            freePulses(channel);
+            free(channel);
+        }
+    while (Channel* const spare = spareChannels) {
+        spareChannels = spare->nextSpare;
+        free(spare);
+    }
+    channels.clear(1);
     freeMessages = nullptr;
+    for (unsigned first = 0; first < messageCount; first += kBlockSize) {
+        Message* const block = messageBlocks[first / kBlockSize];
+        memset(static_cast<void*>(block), 0, kBlockSize * sizeof(Message));
+        addFreeMessages(block, first);
+    }
 }
 
 void EntryQueue::append(QueueEntry* entry) {
-    const int priority = entry->priority;
+    Ends& own = ends[entry->priority];
     entry->next = nullptr;
-    entry->previous = last[priority];
+    entry->previous = own.last;
     if (entry->previous != nullptr)
         entry->previous->next = entry;
     else
-        first[priority] = entry;
-    last[priority] = entry;
-    occupied |= uint64_t(1) << priority;
+        own.first = entry;
+    own.last = entry;
+    occupied |= uint64_t(1) << entry->priority;
 }
 
 void EntryQueue::remove(QueueEntry* entry) {
-    const int priority = entry->priority;
+    Ends& own = ends[entry->priority];
     if (entry->previous != nullptr)
         entry->previous->next = entry->next;
     else
-        first[priority] = entry->next;
+        own.first = entry->next;
     if (entry->next != nullptr)
         entry->next->previous = entry->previous;
     else
-        last[priority] = entry->previous;
-    if (first[priority] == nullptr)
-        occupied &= ~(uint64_t(1) << priority);
+        own.last = entry->previous;
+    if (own.first == nullptr)
+        occupied &= ~(uint64_t(1) << entry->priority);
 }
 
 Channel* newChannel(unsigned flags) {
-    Channel* const channel = static_cast<Channel*>(calloc(1, sizeof(Channel)));
+    Channel* const channel = takeChannel();
     if (channel == nullptr)
         return nullptr;
     channel->flags = flags;
     channel->references = 1;
-    channel->word = &channel->ownWord;
+    channel->messages.ends = channel->messageEnds;
+    channel->pulses.ends = channel->pulseEnds;
     channel->id = channels.add(channel);
     if (channel->id < 0) {
-        free(channel);
+        putBack(channel);
+        return nullptr;
+    }
+    if (openToOthers(channel) != 0) {
+        channels.remove(channel->id);
+        putBack(channel);
         return nullptr;
     }
     return channel;
 }
 
 void releaseChannel(Channel* channel) {
-    if (--channel->references == 0)
-        freeChannel(channel);
+    if (--channel->references != 0)
+        return;
+    freePulses(channel);
+    putBack(channel);
 }
 
 void destroyChannel(Channel* channel) {
     channel->isDestroyed = true;
     channels.remove(channel->id);
     callAllReceivers(channel);
+    closeToOthers(channel);
     finishMessages(channel, kAllConnections, ESRCH);
     releaseChannel(channel);
 }
 
-unsigned* callReceiver(Channel* channel) {
-    __atomic_fetch_add(channel->word, 1, __ATOMIC_RELEASE);
-    if (channel->asleep <= channel->called)
-        return nullptr;
-    ++channel->called;
-    return channel->word;
-}
-
 void callAllReceivers(Channel* channel) {
-    __atomic_fetch_add(channel->word, 1, __ATOMIC_RELEASE);
-    channel->called = channel->asleep;
-    futexWake(channel->word, INT_MAX, Sharing::PRIVATE);
+    changeCallable(channel, [](uint32_t) { return 0u; });
+    ring(*channel->doorbell);
+    if (channel->asleep != 0)
+        futexWake(&channel->doorbell->word, INT_MAX, Sharing::SHARED);
 }
 
-void wakeReceiver(unsigned* word) {
-    if (word != nullptr)
-        futexWake(word, 1, Sharing::PRIVATE);
+void beginSleep(Channel* channel, bool pulsesOnly) {
+    ++channel->asleep;
+    channel->asleepForPulses += pulsesOnly ? 1 : 0;
+    changeCallable(channel, [](uint32_t callable) { return callable < kCallable ? callable + 1 : callable; });
 }
 
-void wakeSender(unsigned* word) {
-    if (word != nullptr)
-        futexWake(word, 1, Sharing::PRIVATE);
+void endSleep(Channel* channel, bool pulsesOnly) {
+    channel->asleepForPulses -= pulsesOnly ? 1 : 0;
+    const uint32_t rest = --channel->asleep;
+    changeCallable(channel, [rest](uint32_t callable) { return callable < rest ? callable : rest; });
 }
 
-bool queuePulse(Channel* channel, int priority, int code, union sigval value, int scoid) {
+QueuedPulse* newPulse(Channel* channel, int priority, int code, union sigval value, int scoid) {
     if (channel->freePulses == nullptr && !addPulses(channel))
-        return false;
+        return nullptr;
     QueuedPulse* const pulse = channel->freePulses;
     channel->freePulses = static_cast<QueuedPulse*>(pulse->next);
+    pulse->isPulse = true;
     pulse->priority = priority;
-    pulse->arrival = ++channel->arrivals;
     pulse->pulse = {};
     pulse->pulse.code = static_cast<int8_t>(code);
     pulse->pulse.value = value;
     pulse->pulse.scoid = scoid;
-    channel->pulses.append(pulse);
+    return pulse;
+}
+
+void queueArrival(Channel* channel, QueueEntry* entry) {
+    entry->arrival = ++channel->arrivals;
+    ++channel->waiting;
+    if (entry->isPulse) {
+        channel->pulses.append(entry);
+        return;
+    }
+    static_cast<Message*>(entry)->state = Message::State::QUEUED;
+    channel->messages.append(entry);
+}
+
+void takeFromQueue(Channel* channel, QueueEntry* entry) {
+    --channel->waiting;
+    (entry->isPulse ? channel->pulses : channel->messages).remove(entry);
+}
+
+bool queuePulse(Channel* channel, int priority, int code, union sigval value, int scoid) {
+    QueuedPulse* const pulse = newPulse(channel, priority, code, value, scoid);
+    if (pulse == nullptr)
+        return false;
+    queueArrival(channel, pulse);
     return true;
 }
 
@@ -195,7 +275,7 @@ void sayDisconnected(Channel* channel, int scoid) {
     sigval none;
     none.sival_ptr = nullptr;
     if (queuePulse(channel, callerPriority(), _PULSE_CODE_DISCONNECT, none, scoid))
-        wakeReceiver(callReceiver(channel));
+        ring(*channel->doorbell);
 }
 
 Message* newMessage(Channel* channel) {
@@ -203,18 +283,13 @@ Message* newMessage(Channel* channel) {
         return nullptr;
     Message* const message = freeMessages;
     freeMessages = static_cast<Message*>(message->next);
+    message->isPulse = false;
     message->isUnblockAsked = false;
     message->users = 0;
     message->isOver = false;
     message->channel = channel;
     ++channel->references;
     return message;
-}
-
-void queueMessage(Message* message) {
-    message->state = Message::State::QUEUED;
-    message->arrival = ++message->channel->arrivals;
-    message->channel->messages.append(message);
 }
 
 void dropMessage(Message* message) {
@@ -239,9 +314,9 @@ Message* findReceived(int rcvid) {
     return waits && message->generation == id >> kIndexBits ? message : nullptr;
 }
 
-unsigned* finishMessage(Message* message, int status, int error) {
+Waker finishMessage(Message* message, int status, int error) {
     if (message->state == Message::State::QUEUED)
-        message->channel->messages.remove(message);
+        takeFromQueue(message->channel, message);
     message->state = Message::State::REPLIED;
     message->isOver = true;
     message->status = status;
@@ -250,16 +325,20 @@ unsigned* finishMessage(Message* message, int status, int error) {
     return endUse(message);
 }
 
-unsigned* endUse(Message* message) {
+Waker endUse(Message* message) {
     if (--message->users != 0 || !message->isOver)
-        return nullptr;
+        return kNobody;
     LocalSender* const sender = message->sender;
+    if (sender == nullptr) {
+        const Waker waker = completeReply(message);
+        dropMessage(message);
+        return waker;
+    }
     sender->status = message->status;
     sender->error = message->error;
     dropMessage(message);
-    // From here on the sender may be gone.
-    __atomic_store_n(&sender->word, LocalSender::DONE, __ATOMIC_RELEASE);
-    return &sender->word;
+    sender->isReleased = true;
+    return {&sender->word, Sharing::PRIVATE, /*isLocal*/ true};
 }
 
 void finishMessages(const Channel* channel, int coid, int error) {
@@ -267,8 +346,8 @@ void finishMessages(const Channel* channel, int coid, int error) {
         Message* const message = messageAt(i);
         if (message->state == Message::State::FREE || message->channel != channel)
             continue;
-        if (coid == kAllConnections || message->info.coid == coid)
-            wakeSender(finishMessage(message, -1, error));
+        if (coid == kAllConnections || (message->sender != nullptr && message->info.coid == coid))
+            finishMessage(message, -1, error).wake();
     }
 }
 
@@ -278,7 +357,7 @@ void askForRelease(Message* message) {
     id.sival_ptr = nullptr;
     id.sival_int = receiveIdOf(message);
     if (queuePulse(message->channel, message->priority, _PULSE_CODE_UNBLOCK, id, message->info.scoid))
-        wakeReceiver(callReceiver(message->channel));
+        ring(*message->channel->doorbell);
 }
 
 }  // namespace host

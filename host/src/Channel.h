@@ -1,15 +1,17 @@
 // Channel: where messages and pulses of this process's receivers queue, and the messages that wait for a reply.
 //   Lock      one for all that is declared here, as a kernel would have it; messages are copied outside. Everything
 //             below needs it, unless it says otherwise.
-//   Sleeping  receivers of a channel sleep on one word, which changes with each arrival. `asleep` counts them,
-//             `called` those among them that were woken and have not come back yet: an arrival wakes one more
-//             receiver only while not all are called.
+//   Sleeping  receivers of a channel sleep on one word, which changes with each arrival and counts those of them that
+//             no arrival has called yet: a further one wakes one more only while there are such. One receiver at a time
+//             may look at the word before it sleeps: arrivals then wake nobody, and it calls the others itself.
 //   Fork      a child begins with nothing of this.
 #pragma once
 
 #include "Futex.h"
 #include "IdTable.h"
 #include "Parts.h"
+#include "Segment.h"
+#include "Spin.h"
 #include "Thread.h"
 
 #include <pthread.h>
@@ -42,44 +44,60 @@ struct QueueEntry {
     QueueEntry* previous;
     uint64_t arrival;
     int priority;
+    bool isPulse;
 };
 
 /// More urgent entries first, equal ones in the order of their arrival.
 struct EntryQueue {
+    struct Ends {
+        QueueEntry* first;
+        QueueEntry* last;
+    };
     uint64_t occupied;  // one bit for each priority
-    QueueEntry* first[kPriorities];
-    QueueEntry* last[kPriorities];
+    Ends* ends;         // of each priority
 
     void append(QueueEntry* entry);
     void remove(QueueEntry* entry);
-    QueueEntry* top() const { return occupied == 0 ? nullptr : first[63 - __builtin_clzll(occupied)]; }
+    QueueEntry* top() const { return occupied == 0 ? nullptr : ends[63 - __builtin_clzll(occupied)].first; }
 };
 
 struct QueuedPulse : QueueEntry {
     _pulse pulse;
 };
 
+// What each message needs comes first, close together: it moves from processor to processor.
 struct Channel {
-    int id;
-    unsigned flags;
     unsigned references;  // the table's, its connections', its receivers' and its messages'
     bool isDestroyed;
-    unsigned* word;
+    bool isSpunAt;
     unsigned asleep;
-    unsigned called;
+    unsigned asleepForPulses;  // those among them that leave messages to others
+    ProcessorHint sender;      // where the last message or pulse came from
+    ProcessorHint receiver;    // where the last message was taken
+    unsigned waiting;          // messages and pulses in the queues
     uint64_t arrivals;
     EntryQueue messages;
     EntryQueue pulses;
     QueuedPulse* freePulses;
+    Doorbell* doorbell;  // its place in memory outlives the channel, for those who ring late
+    struct InLink* links;
     QueuedPulse* pulseBlocks;  // the first of each block, chained by `previous`
-    unsigned ownWord;
+    int id;
+    unsigned flags;
+    int doorbellFile;
+    int listener;
+    unsigned serial;  // of all channels and links of the process
+    Channel* nextSpare;
+    EntryQueue::Ends messageEnds[kPriorities];
+    EntryQueue::Ends pulseEnds[kPriorities];
 };
 
 /// A sender of this process, on its stack while it waits.
 struct LocalSender {
-    enum : unsigned { QUEUED, RECEIVED, DONE };
-    unsigned word;        // what it sleeps on
+    enum : unsigned { QUEUED = 0, RECEIVED = 1, DONE = 2, ASLEEP = 4 };
+    unsigned word;        // what it sleeps on: bits of these
     bool isNoticeWanted;  // to be woken when its message is received
+    bool isReleased;      // DONE follows as soon as the lock is given up
     int status;
     int error;
     Parts request;
@@ -87,9 +105,30 @@ struct LocalSender {
     struct Message* message;
 };
 
+/// A sender's release that is still due, better when the lock was given up: it goes on at once and may need the lock.
+/// The word may then be gone.
+struct Waker {
+    unsigned* word;
+    Sharing sharing;
+    bool isLocal;
+
+    void wake() const {
+        if (word == nullptr || (isLocal && !isAsleepWhenDone()))
+            return;
+        futexWake(word, 1, sharing);
+    }
+
+private:
+    bool isAsleepWhenDone() const {
+        const unsigned before = __atomic_fetch_or(word, unsigned(LocalSender::DONE), __ATOMIC_ACQ_REL);
+        return (before & LocalSender::ASLEEP) != 0;
+    }
+};
+constexpr Waker kNobody = {nullptr, Sharing::PRIVATE, false};
+
 /// A message from the moment it is queued until its sender goes on.
 struct Message : QueueEntry {
-    enum class State : uint8_t { FREE, QUEUED, RECEIVED, REPLIED };
+    enum class State : uint8_t { FREE, ARRIVING, QUEUED, RECEIVED, REPLIED };
     unsigned index;
     unsigned generation;
     State state;
@@ -99,11 +138,20 @@ struct Message : QueueEntry {
     int status;
     int error;
     Channel* channel;
-    LocalSender* sender;
+    LocalSender* sender;  // or null, and then it came over this link:
+    struct InLink* link;
+    unsigned lane;
+    unsigned turn;
+    bool isFollowed;     // the lane's next message waits until nobody copies from this one
+    bool isClaimed;      // its sender waits for the end of the reply and cannot withdraw
+    size_t replyLength;  // written so far
     _msg_info info;
 };
 
 extern IdTable<Channel> channels;
+
+/// Of this process; known as soon as there is a channel or a connection.
+extern pid_t processId;
 
 /// Null without memory.
 Channel* newChannel(unsigned flags);
@@ -111,11 +159,22 @@ Channel* newChannel(unsigned flags);
 void destroyChannel(Channel* channel);
 void releaseChannel(Channel* channel);
 
-/// The word to wake one receiver by, when the lock was given up; null when all are awake or on their way.
-unsigned* callReceiver(Channel* channel);
 /// For receivers that were woken for what they cannot take.
 void callAllReceivers(Channel* channel);
+/// True when a receiver waits, so that a sender of this process has to ring. Those that do not look for what waits before
+/// they begin to.
+inline bool isAwaited(const Channel* channel) {
+    return channel->asleep != 0 || channel->isSpunAt;
+}
+/// Around a receiver's sleep on the doorbell's word.
+void beginSleep(Channel* channel, bool pulsesOnly);
+void endSleep(Channel* channel, bool pulsesOnly);
 
+/// Null without memory.
+QueuedPulse* newPulse(Channel* channel, int priority, int code, union sigval value, int scoid);
+/// A new pulse or message takes its place.
+void queueArrival(Channel* channel, QueueEntry* entry);
+void takeFromQueue(Channel* channel, QueueEntry* entry);
 /// False without memory.
 bool queuePulse(Channel* channel, int priority, int code, union sigval value, int scoid);
 void releasePulse(Channel* channel, QueuedPulse* pulse);
@@ -124,25 +183,21 @@ void sayDisconnected(Channel* channel, int scoid);
 
 /// A message of the channel, not queued yet; null when there are too many.
 Message* newMessage(Channel* channel);
-void queueMessage(Message* message);
 /// Frees it without a word to its sender.
 void dropMessage(Message* message);
 int receiveIdOf(const Message* message);
 /// The message under a receive id, if it still waits for a reply.
 Message* findReceived(int rcvid);
 
-/// Ends the sender's wait, once nobody uses the message. Its word to wake it by when that is now, else null.
-unsigned* finishMessage(Message* message, int status, int error);
+/// Ends the sender's wait, once nobody uses the message. What wakes it, when that is now.
+Waker finishMessage(Message* message, int status, int error);
 /// One who used the message is done; the result is as above.
-unsigned* endUse(Message* message);
+Waker endUse(Message* message);
 /// Ends the waits of all messages of a channel, or only of those that were sent on one connection of this process.
 void finishMessages(const Channel* channel, int coid, int error);
 constexpr int kAllConnections = -1;
 /// Queues the pulse that asks the receivers for the sender's release.
 void askForRelease(Message* message);
-
-void wakeReceiver(unsigned* word);
-void wakeSender(unsigned* word);
 
 /// Around a fork, and in the child, where the lock need not be held.
 void lockChannels();

@@ -3,6 +3,7 @@
 #include "ErrnoKeeper.h"
 #include "ThreadState.h"
 #include "Unsupported.h"
+#include "Watcher.h"
 
 #include <errno.h>
 #include <stdlib.h>
@@ -33,11 +34,20 @@ void unlockInParent() {
 }
 
 void forgetInChild() {
+    forgetWatcher();
+    for (int id = 0; id < connections.capacity; ++id)
+        if (Connection* const connection = connections.find(id)) {
+            if (connection->link != nullptr && connection->link->isDead)
+                free(connection->link);  // the others are found by their ids
+            free(connection);
+        }
+    connections.clear(0);
+    forgetLinks();
     forgetChannels();
-    connections = {nullptr, 0, 0};
 }
 
 void registerForkHandlers() {
+    processId = getpid();
     pthread_atfork(lockBeforeFork, unlockInParent, forgetInChild);
 }
 
@@ -53,22 +63,54 @@ int fail(int error) {
     return -1;
 }
 
-int attach(int chid) {
-    const ErrnoKeeper keeper;
+/// Null without memory.
+Connection* newConnection() {
+    Connection* const connection = static_cast<Connection*>(calloc(1, sizeof(Connection)));
+    if (connection == nullptr)
+        return nullptr;
+    connection->id = connections.add(connection);
+    if (connection->id >= 0)
+        return connection;
+    free(connection);
+    return nullptr;
+}
+
+void removeConnection(Connection* connection) {
+    connections.remove(connection->id);
+    free(connection);
+}
+
+/// The connection's number, or an error number negated.
+int attachHere(int chid) {
     const ChannelGuard guard;
     Channel* const channel = channels.find(chid);
     if (channel == nullptr)
         return -ESRCH;
-    Connection* const connection = static_cast<Connection*>(calloc(1, sizeof(Connection)));
+    Connection* const connection = newConnection();
     if (connection == nullptr)
         return -EAGAIN;
     connection->channel = channel;
-    connection->id = connections.add(connection);
-    if (connection->id < 0) {
-        free(connection);
+    ++channel->references;
+    return connection->id;
+}
+
+int attachElsewhere(pid_t pid, int chid) {
+    OutLink* link;
+    if (const int error = newOutLink(pid, chid, link); error != 0)
+        return -error;
+    const ChannelGuard guard;
+    Connection* const connection = newConnection();
+    if (connection == nullptr) {
+        discard(link);
         return -EAGAIN;
     }
-    ++channel->references;
+    connection->link = link;
+    if (const int error = announce(link, _NTO_SIDE_CHANNEL | connection->id); error != 0) {
+        removeConnection(connection);
+        discard(link);
+        return -error;
+    }
+    ++link->references;
     return connection->id;
 }
 
@@ -101,10 +143,13 @@ int ChannelCreate(unsigned flags) {
 
 int ChannelDestroy(int chid) {
     dropTimeout();
+    ErrnoKeeper keeper;
     const ChannelGuard guard;
     Channel* const channel = channels.find(chid);
-    if (channel == nullptr)
-        return fail(EINVAL);
+    if (channel == nullptr) {
+        keeper.report(EINVAL);
+        return -1;
+    }
     destroyChannel(channel);
     return 0;
 }
@@ -113,23 +158,32 @@ int ConnectAttach(uint32_t nd, pid_t pid, int chid, unsigned, int) {
     dropTimeout();
     if (nd != 0)
         return fail(EINVAL);
-    if (pid != 0 && pid != getpid())
-        return fail(ESRCH);
+    ErrnoKeeper keeper;
     prepareForFork();
-    const int id = attach(chid);
-    return id < 0 ? fail(-id) : _NTO_SIDE_CHANNEL | id;
+    const int id = pid == 0 || pid == getpid() ? attachHere(chid) : attachElsewhere(pid, chid);
+    if (id >= 0)
+        return _NTO_SIDE_CHANNEL | id;
+    keeper.report(-id);
+    return -1;
 }
 
 int ConnectDetach(int coid) {
     dropTimeout();
+    ErrnoKeeper keeper;
     const ChannelGuard guard;
     Connection* const connection = findConnection(coid);
-    if (connection == nullptr)
-        return fail(EINVAL);
-    connections.remove(connection->id);
-    finishMessages(connection->channel, coid, EBADF);
-    sayDisconnected(connection->channel, coid);
-    releaseChannel(connection->channel);
-    free(connection);
+    if (connection == nullptr) {
+        keeper.report(EINVAL);
+        return -1;
+    }
+    if (connection->link != nullptr) {
+        dropLink(connection->link, EBADF);
+        releaseLink(connection->link);
+    } else {
+        finishMessages(connection->channel, coid, EBADF);
+        sayDisconnected(connection->channel, coid);
+        releaseChannel(connection->channel);
+    }
+    removeConnection(connection);
     return 0;
 }

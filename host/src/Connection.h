@@ -2,12 +2,14 @@
 #pragma once
 
 #include "Channel.h"
+#include "Link.h"
 
 namespace host {
 
 struct Connection {
     int id;
-    Channel* channel;
+    Channel* channel;  // of this process, or null
+    OutLink* link;     // to another's
 };
 
 extern IdTable<Connection> connections;

@@ -31,6 +31,13 @@ struct IdTable {
             lowestFree = id;
     }
 
+    /// The next id will be `first`.
+    void clear(int first) {
+        if (capacity != 0)
+            memset(entries, 0, static_cast<size_t>(capacity) * sizeof(T*));
+        lowestFree = first;
+    }
+
 private:
     static constexpr int kMaxIds = 1 << 20;
 

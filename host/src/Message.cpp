@@ -7,8 +7,9 @@
 namespace host {
 namespace {
 
-constexpr unsigned kSendStates = _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY;
-constexpr uint64_t kWakingNs = 20000000;
+__thread Spinner sendersSpinner __attribute__((tls_model("initial-exec")));
+__thread Spinner receiversSpinner __attribute__((tls_model("initial-exec")));
+
 constexpr int kLastPriority = kPriorities - 1;
 
 int fail(int error) {
@@ -22,7 +23,11 @@ bool hasPassed(Deadline deadline) {
 
 /// What a sender whose message sleeps in `state` may wait for.
 Deadline limitOf(unsigned state, const ArmedTimeout& timeout) {
-    return timeout.in(state == LocalSender::QUEUED ? _NTO_TIMEOUT_SEND : _NTO_TIMEOUT_REPLY);
+    return timeout.in((state & LocalSender::RECEIVED) == 0 ? _NTO_TIMEOUT_SEND : _NTO_TIMEOUT_REPLY);
+}
+
+bool isDone(const LocalSender& sender) {
+    return (__atomic_load_n(&sender.word, __ATOMIC_ACQUIRE) & LocalSender::DONE) != 0;
 }
 
 /// The sender wants to leave, with `error`. True when it may; else its wait ends by itself, soon or with a reply.
@@ -38,23 +43,34 @@ bool leave(LocalSender& sender, int error) {
             askForRelease(message);
         return false;
     }
-    finishMessage(message, -1, error);
-    return sender.word == LocalSender::DONE;
+    finishMessage(message, -1, error).wake();
+    return isDone(sender);
 }
 
-/// Waits until the sender's word says that it is done.
-void waitForReply(LocalSender& sender, ArmedTimeout timeout) {
+/// Waits until the sender's word says that it is done. `receiver` is where the last message was taken.
+void waitForReply(LocalSender& sender, ArmedTimeout timeout, ProcessorHint receiver) {
+    if (sendersSpinner.isPromising(receiver))
+        sendersSpinner.look(timeout.in(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY), [&] { return isDone(sender); });
     for (bool mayLeave = true;;) {
-        const unsigned state = __atomic_load_n(&sender.word, __ATOMIC_ACQUIRE);
-        if (state == LocalSender::DONE)
+        unsigned state = __atomic_load_n(&sender.word, __ATOMIC_ACQUIRE);
+        if ((state & LocalSender::DONE) != 0)
             return;
         const Deadline limit = mayLeave ? limitOf(state, timeout) : Deadline::never();
-        int error = limit.isImmediate() ? ETIMEDOUT : futexWait(&sender.word, state, Sharing::PRIVATE, limit);
+        int error = ETIMEDOUT;
+        if (!limit.isImmediate()) {
+            const unsigned asleep = state | LocalSender::ASLEEP;
+            if (!__atomic_compare_exchange_n(&sender.word, &state, asleep, false, __ATOMIC_ACQ_REL,
+                                             __ATOMIC_RELAXED))
+                continue;
+            error = futexWait(&sender.word, asleep, Sharing::PRIVATE, limit);
+        }
         if (!mayLeave || (error != EINTR && error != ETIMEDOUT))
             continue;
         const ChannelGuard guard;
-        if (sender.word == LocalSender::DONE)
-            return;
+        if (sender.isReleased) {
+            mayLeave = false;
+            continue;
+        }
         // The message may have been received meanwhile, and that state may have no limit.
         if (error == ETIMEDOUT && !hasPassed(limitOf(sender.word, timeout)))
             continue;
@@ -64,57 +80,82 @@ void waitForReply(LocalSender& sender, ArmedTimeout timeout) {
     }
 }
 
+/// After something was queued. Gives the lock up; true when a receiver waits.
+bool callReceiver(ChannelGuard& guard, const Channel* channel) {
+    Doorbell* const doorbell = isAwaited(channel) ? channel->doorbell : nullptr;
+    guard.unlock();
+    return doorbell != nullptr && ring(*doorbell);
+}
+
+SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& request, const Parts& reply,
+                    ArmedTimeout timeout) {
+    Channel* const channel = connection->channel;
+    if (channel->isDestroyed)
+        return {-1, EBADF};
+    Message* const message = newMessage(channel);
+    if (message == nullptr)
+        return {-1, EAGAIN};
+    const bool isReplyAloneTimed = isOnly(timeout, _NTO_TIMEOUT_REPLY);
+    LocalSender sender = {LocalSender::QUEUED, isReplyAloneTimed, false, 0, 0, request, reply, message};
+    message->sender = &sender;
+    message->link = nullptr;
+    message->priority = callerPriority();
+    message->info = {};
+    message->info.pid = processId;
+    message->info.tid = static_cast<int32_t>(threadId());
+    message->info.chid = channel->id;
+    message->info.scoid = message->info.coid = _NTO_SIDE_CHANNEL | connection->id;
+    message->info.srcmsglen = static_cast<int32_t>(request.length);
+    message->info.dstmsglen = static_cast<int32_t>(reply.length);
+    message->info.priority = static_cast<int16_t>(message->priority);
+    collect(channel);  // what others sent before comes first
+    queueArrival(channel, message);
+    channel->sender = thisProcessor();
+    const ProcessorHint lastReceiver = channel->receiver;
+    if (callReceiver(guard, channel))
+        allowForWaking(timeout);
+    waitForReply(sender, timeout, lastReceiver);
+    return {sender.status, sender.error};
+}
+
+/// 0 or an error number.
+int pulseHere(ChannelGuard& guard, const Connection* connection, int priority, int code, int value) {
+    Channel* const channel = connection->channel;
+    if (channel->isDestroyed)
+        return EBADF;
+    collect(channel);
+    sigval small;
+    small.sival_ptr = nullptr;
+    small.sival_int = value;
+    if (!queuePulse(channel, priority, code, small, _NTO_SIDE_CHANNEL | connection->id))
+        return EAGAIN;
+    channel->sender = thisProcessor();
+    callReceiver(guard, channel);
+    return 0;
+}
+
 int send(int coid, Parts request, Parts reply) {
-    ArmedTimeout timeout = takeTimeouts();
+    const ArmedTimeout timeout = takeTimeouts();
     if (!measure(request) || !measure(reply))
         return fail(EINVAL);
     ErrnoKeeper keeper;
-    LocalSender sender = {LocalSender::QUEUED, false, 0, 0, request, reply, nullptr};
-    unsigned* receiver;
+    SendResult result = {-1, EBADF};
     {
-        const ChannelGuard guard;
+        ChannelGuard guard;
         Connection* const connection = findConnection(coid);
-        if (connection == nullptr || connection->channel->isDestroyed) {
-            keeper.report(EBADF);
-            return -1;
-        }
-        Channel* const channel = connection->channel;
-        Message* const message = newMessage(channel);
-        if (message == nullptr) {
-            keeper.report(EAGAIN);
-            return -1;
-        }
-        sender.isNoticeWanted = (timeout.states & kSendStates) == _NTO_TIMEOUT_REPLY;
-        sender.message = message;
-        message->sender = &sender;
-        message->priority = callerPriority();
-        message->info = {};
-        message->info.pid = getpid();
-        message->info.tid = static_cast<int32_t>(threadId());
-        message->info.chid = channel->id;
-        message->info.scoid = coid;
-        message->info.coid = coid;
-        message->info.srcmsglen = static_cast<int32_t>(request.length);
-        message->info.dstmsglen = static_cast<int32_t>(reply.length);
-        message->info.priority = static_cast<int16_t>(message->priority);
-        queueMessage(message);
-        receiver = callReceiver(channel);
+        if (connection != nullptr)
+            result = connection->link != nullptr ? sendOver(guard, connection->link, request, reply, timeout)
+                                                 : sendHere(guard, connection, request, reply, timeout);
     }
-    // A receiver that waits takes the message without any waiting; here it has to wake up first.
-    if (receiver != nullptr && timeout.in(_NTO_TIMEOUT_SEND).isImmediate() &&
-        (timeout.states & kSendStates) == _NTO_TIMEOUT_SEND)
-        timeout.deadline = {nowNs(CLOCK_MONOTONIC) + kWakingNs};
-    wakeReceiver(receiver);
-    waitForReply(sender, timeout);
-    if (sender.error == 0)
-        return sender.status;
-    keeper.report(sender.error);
+    if (result.error == 0)
+        return result.status;
+    keeper.report(result.error);
     return -1;
 }
 
 /// 0, or EFAULT when there is no room.
 int deliverPulse(Channel* channel, QueuedPulse* queued, const Parts& into) {
-    channel->pulses.remove(queued);
+    takeFromQueue(channel, queued);
     iovec part = {&queued->pulse, sizeof(_pulse)};
     const bool fits = into.length >= sizeof(_pulse);
     if (fits)
@@ -123,26 +164,75 @@ int deliverPulse(Channel* channel, QueuedPulse* queued, const Parts& into) {
     return fits ? 0 : EFAULT;
 }
 
+/// Copies what was sent, from `offset` on; how much. Needs no lock.
+size_t readRequest(const Message* message, const char* window, const Parts& into, size_t offset) {
+    if (message->sender != nullptr)
+        return copyParts(into, 0, message->sender->request, offset);
+    const size_t length = static_cast<size_t>(message->info.srcmsglen);
+    const iovec part = {const_cast<char*>(window), length};
+    return copyParts(into, 0, {&part, 1, length}, offset);
+}
+
+/// Copies with the lock given up, or, where that would take longer than copying, with it.
+template <class Copy>
+size_t copyAside(ChannelGuard& guard, size_t length, Copy copy) {
+    constexpr size_t kShort = 1024;
+    if (length <= kShort)
+        return copy();
+    guard.unlock();
+    const size_t copied = copy();
+    guard.lock();
+    return copied;
+}
+
+size_t lesser(size_t a, size_t b) {
+    return a < b ? a : b;
+}
+
+/// Tells the sender that its message is being received. False when it has withdrawn.
+bool beginReceive(Message* message) {
+    if (message->sender == nullptr) {
+        Waker notice = kNobody;
+        const bool isWanted = claimRequest(message, notice);
+        notice.wake();
+        return isWanted;
+    }
+    LocalSender* const sender = message->sender;
+    const unsigned before = __atomic_fetch_or(&sender->word, unsigned(LocalSender::RECEIVED), __ATOMIC_ACQ_REL);
+    if (sender->isNoticeWanted && (before & LocalSender::ASLEEP) != 0)
+        futexWake(&sender->word, 1, Sharing::PRIVATE);
+    return true;
+}
+
 /// Takes a queued message and copies it. Its receive id, or 0 when the sender left meanwhile.
 int deliverMessage(ChannelGuard& guard, Message* message, const Parts& into, _msg_info* info) {
-    LocalSender* const sender = message->sender;
-    message->channel->messages.remove(message);
+    Channel* const channel = message->channel;
+    takeFromQueue(channel, message);
+    channel->receiver = thisProcessor();
     message->state = Message::State::RECEIVED;
+    const bool isRemote = message->sender == nullptr;
+    const char* const window = isRemote ? requestWindow(message) : nullptr;
+    if (!beginReceive(message)) {
+        finishMessage(message, -1, ESRCH);
+        return 0;
+    }
+    if (isRemote && window == nullptr && message->info.srcmsglen != 0) {
+        claimReply(message);
+        finishMessage(message, -1, EAGAIN).wake();
+        return 0;
+    }
     ++message->users;
-    message->info.msglen = 0;
     const int id = receiveIdOf(message);
-    __atomic_store_n(&sender->word, LocalSender::RECEIVED, __ATOMIC_RELEASE);
-    if (sender->isNoticeWanted)
-        wakeSender(&sender->word);
-    guard.unlock();
-    const size_t copied = copyParts(into, 0, sender->request, 0);
-    guard.lock();
+    const size_t copied = copyAside(guard, lesser(into.length, static_cast<size_t>(message->info.srcmsglen)),
+                                    [&] { return readRequest(message, window, into, 0); });
+    if (isRemote && !message->isOver && !isStillWanted(message))
+        message->isOver = true;
     message->info.msglen = static_cast<int32_t>(copied);
     message->info.flags = message->isUnblockAsked ? _NTO_MI_UNBLOCK_REQ : 0;
-    if (info != nullptr && !message->isOver)
-        *info = message->info;
     const bool isOver = message->isOver;
-    wakeSender(endUse(message));
+    if (info != nullptr && !isOver)
+        *info = message->info;
+    endUse(message).wake();
     return isOver ? 0 : id;
 }
 
@@ -156,28 +246,64 @@ QueueEntry* nextFor(const Channel* channel, bool pulsesOnly) {
     return pulse->arrival < message->arrival ? pulse : message;
 }
 
+bool isWorthWaking(const Channel* channel, bool pulsesOnly) {
+    return nextFor(channel, pulsesOnly) != nullptr || channel->isDestroyed;
+}
+
+/// Looks for an arrival for a while, if that is promising and nobody else does.
+void spin(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadline) {
+    if (channel->isSpunAt || !receiversSpinner.isPromising(channel->sender))
+        return;
+    channel->isSpunAt = true;
+    uint32_t& word = channel->doorbell->word;
+    const uint32_t seen = __atomic_or_fetch(&word, kSpinning, __ATOMIC_SEQ_CST);
+    // Senders of other processes look at the word after they have sent: what came before it was seen is found here.
+    collect(channel);
+    if (!isWorthWaking(channel, pulsesOnly)) {
+        guard.unlock();
+        receiversSpinner.look(deadline, [&] { return load(word) != seen; });
+        guard.lock();
+    }
+    channel->isSpunAt = false;
+    __atomic_fetch_and(&word, ~kSpinning, __ATOMIC_SEQ_CST);
+}
+
 /// Until something arrives: 0 or an error number.
-int sleep(ChannelGuard& guard, Channel* channel, Deadline deadline) {
-    unsigned* const word = channel->word;
-    const unsigned seen = __atomic_load_n(word, __ATOMIC_RELAXED);
-    ++channel->asleep;
-    guard.unlock();
-    const int result = futexWait(word, seen, Sharing::PRIVATE, deadline);
-    guard.lock();
-    --channel->asleep;
-    if (channel->called != 0)
-        --channel->called;
+int sleep(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadline) {
+    beginSleep(channel, pulsesOnly);
+    Doorbell& doorbell = *channel->doorbell;
+    const uint32_t seen = __atomic_load_n(&doorbell.word, __ATOMIC_SEQ_CST);
+    collect(channel);  // after the word was seen, as above
+    int result = 0;
+    if (!isWorthWaking(channel, pulsesOnly)) {
+        guard.unlock();
+        result = futexWait(&doorbell.word, seen, Sharing::SHARED, deadline);
+        guard.lock();
+    }
+    endSleep(channel, pulsesOnly);
     return result == EAGAIN ? 0 : result;
+}
+
+/// Who was called passes the call on: to all, when it leaves messages to others; to one, when more waits than it takes.
+void passCallOn(Channel* channel, bool takesOne, bool pulsesOnly) {
+    if (takesOne && channel->waiting > 1 && channel->asleep != 0)
+        ring(*channel->doorbell);
+    if (!takesOne && pulsesOnly && channel->waiting != 0 && channel->asleep > channel->asleepForPulses)
+        callAllReceivers(channel);
 }
 
 /// The receive id, 0 for a pulse, or an error number negated.
 int receiveFrom(ChannelGuard& guard, Channel* channel, Parts into, _msg_info* info, bool pulsesOnly,
                 Deadline deadline) {
+    bool hasSpun = false;
     for (int ended = 0;;) {
         if (channel->isDestroyed)
             return -ESRCH;
+        collect(channel);
         QueueEntry* const entry = nextFor(channel, pulsesOnly);
-        if (entry != nullptr && entry == channel->pulses.top())
+        if (hasSpun)
+            passCallOn(channel, entry != nullptr, pulsesOnly);
+        if (entry != nullptr && entry->isPulse)
             return -deliverPulse(channel, static_cast<QueuedPulse*>(entry), into);
         if (entry != nullptr) {
             const int id = deliverMessage(guard, static_cast<Message*>(entry), into, info);
@@ -189,9 +315,11 @@ int receiveFrom(ChannelGuard& guard, Channel* channel, Parts into, _msg_info* in
             return -ended;
         if (deadline.isImmediate())
             return -ETIMEDOUT;
-        ended = sleep(guard, channel, deadline);
-        if (pulsesOnly && channel->messages.top() != nullptr && channel->asleep != 0)
-            callAllReceivers(channel);
+        if (hasSpun)
+            ended = sleep(guard, channel, pulsesOnly, deadline);
+        else
+            spin(guard, channel, pulsesOnly, deadline);
+        hasSpun = true;
     }
 }
 
@@ -214,6 +342,22 @@ int receive(int chid, Parts into, _msg_info* info, bool pulsesOnly) {
     return -1;
 }
 
+/// The reply's place and room at the sender. False when it has withdrawn, or without memory.
+bool replyPlace(Message* message, iovec& storage, Parts& place) {
+    if (message->sender != nullptr) {
+        place = message->sender->reply;
+        return true;
+    }
+    storage = {replyWindow(message), static_cast<size_t>(message->info.dstmsglen)};
+    place = {&storage, 1, storage.iov_len};
+    return storage.iov_base != nullptr || storage.iov_len == 0;
+}
+
+void noteReplied(Message* message, size_t end) {
+    if (end > message->replyLength)
+        message->replyLength = end;
+}
+
 int reply(int rcvid, int status, int error, Parts answer) {
     dropTimeout();
     if (!measure(answer))
@@ -225,25 +369,38 @@ int reply(int rcvid, int status, int error, Parts answer) {
         keeper.report(ESRCH);
         return -1;
     }
+    if (message->sender == nullptr && !claimReply(message)) {
+        finishMessage(message, -1, ESRCH);
+        keeper.report(ESRCH);
+        return -1;
+    }
+    iovec storage;
+    Parts place;
+    if (answer.length != 0 && !replyPlace(message, storage, place)) {
+        finishMessage(message, -1, EAGAIN).wake();
+        keeper.report(EAGAIN);
+        return -1;
+    }
     if (answer.length != 0) {
         message->state = Message::State::REPLIED;
         ++message->users;
-        guard.unlock();
-        copyParts(message->sender->reply, 0, answer, 0);
-        guard.lock();
+        noteReplied(message, copyAside(guard, lesser(place.length, answer.length),
+                                       [&] { return copyParts(place, 0, answer, 0); }));
         --message->users;
     }
-    unsigned* const sender = finishMessage(message, status, error);
+    const bool isGone = message->sender == nullptr && message->link->isDead;
+    const Waker sender = finishMessage(message, status, error);
     guard.unlock();
-    wakeSender(sender);
-    return 0;
+    sender.wake();
+    if (!isGone)
+        return 0;
+    keeper.report(ESRCH);
+    return -1;
 }
 
-enum class Direction { FROM_SENDER, TO_SENDER };
-
-int transfer(int rcvid, Parts own, int offset, Direction direction) {
+int readMessage(int rcvid, Parts into, int offset) {
     dropTimeout();
-    if (!measure(own) || offset < 0)
+    if (!measure(into) || offset < 0)
         return fail(EINVAL);
     ErrnoKeeper keeper;
     ChannelGuard guard;
@@ -252,13 +409,45 @@ int transfer(int rcvid, Parts own, int offset, Direction direction) {
         keeper.report(ESRCH);
         return -1;
     }
+    const char* const window = message->sender == nullptr ? requestWindow(message) : nullptr;
     ++message->users;
-    guard.unlock();
-    const size_t from = static_cast<size_t>(offset);
-    const size_t copied = direction == Direction::FROM_SENDER ? copyParts(own, 0, message->sender->request, from)
-                                                              : copyParts(message->sender->reply, from, own, 0);
-    guard.lock();
-    wakeSender(endUse(message));
+    const size_t copied = copyAside(
+        guard, into.length, [&] { return readRequest(message, window, into, static_cast<size_t>(offset)); });
+    const bool isGone = message->sender == nullptr && !isStillWanted(message) && !message->isClaimed;
+    if (isGone)
+        message->isOver = true;
+    endUse(message).wake();
+    if (!isGone)
+        return static_cast<int>(copied);
+    keeper.report(ESRCH);
+    return -1;
+}
+
+int writeReply(int rcvid, Parts from, int offset) {
+    dropTimeout();
+    if (!measure(from) || offset < 0)
+        return fail(EINVAL);
+    ErrnoKeeper keeper;
+    const ChannelGuard guard;  // all the time: pieces that two threads write take their turns
+    Message* const message = findReceived(rcvid);
+    if (message == nullptr || (message->sender == nullptr && !claimReply(message))) {
+        if (message != nullptr)
+            finishMessage(message, -1, ESRCH);
+        keeper.report(ESRCH);
+        return -1;
+    }
+    iovec storage;
+    Parts place;
+    const size_t begin = static_cast<size_t>(offset);
+    size_t copied = 0;
+    if (replyPlace(message, storage, place) && begin < place.length) {
+        if (message->sender == nullptr && begin > message->replyLength)
+            memset(static_cast<char*>(storage.iov_base) + message->replyLength, 0, begin - message->replyLength);
+        copied = copyParts(place, begin, from, 0);
+        noteReplied(message, begin + copied);
+    }
+    if (message->sender == nullptr)
+        unclaimReply(message);
     return static_cast<int>(copied);
 }
 
@@ -290,21 +479,20 @@ int MsgSendPulse(int coid, int priority, int code, int value) {
     dropTimeout();
     if (priority > kLastPriority)
         return fail(EINVAL);
-    unsigned* receiver;
+    const int urgency = priority < 0 ? callerPriority() : priority;
+    ErrnoKeeper keeper;
+    int error = EBADF;
     {
-        const ChannelGuard guard;
-        Connection* const connection = findConnection(coid);
-        if (connection == nullptr || connection->channel->isDestroyed)
-            return fail(EBADF);
-        sigval small;
-        small.sival_ptr = nullptr;
-        small.sival_int = value;
-        if (!queuePulse(connection->channel, priority < 0 ? callerPriority() : priority, code, small, coid))
-            return fail(EAGAIN);
-        receiver = callReceiver(connection->channel);
+        ChannelGuard guard;
+        const Connection* const connection = findConnection(coid);
+        if (connection != nullptr)
+            error = connection->link != nullptr ? pulseOver(guard, connection->link, urgency, code, value)
+                                                : pulseHere(guard, connection, urgency, code, value);
     }
-    wakeReceiver(receiver);
-    return 0;
+    if (error == 0)
+        return 0;
+    keeper.report(error);
+    return -1;
 }
 
 int MsgReceive(int chid, void* message, int bytes, _msg_info* info) {
@@ -332,17 +520,17 @@ int MsgError(int rcvid, int error) {
 }
 
 int MsgRead(int rcvid, void* message, int bytes, int offset) {
-    return transfer(rcvid, OnePart(message, bytes).get(), offset, Direction::FROM_SENDER);
+    return readMessage(rcvid, OnePart(message, bytes).get(), offset);
 }
 
 int MsgReadv(int rcvid, const iovec* message, int parts, int offset) {
-    return transfer(rcvid, {message, parts, 0}, offset, Direction::FROM_SENDER);
+    return readMessage(rcvid, {message, parts, 0}, offset);
 }
 
 int MsgWrite(int rcvid, const void* bytes, int size, int offset) {
-    return transfer(rcvid, OnePart(bytes, size).get(), offset, Direction::TO_SENDER);
+    return writeReply(rcvid, OnePart(bytes, size).get(), offset);
 }
 
 int MsgWritev(int rcvid, const iovec* answer, int parts, int offset) {
-    return transfer(rcvid, {answer, parts, 0}, offset, Direction::TO_SENDER);
+    return writeReply(rcvid, {answer, parts, 0}, offset);
 }

@@ -1,6 +1,7 @@
 #include <sys/neutrino.h>
 
 #include "Look.h"
+#include "Spin.h"
 #include "ThreadState.h"
 
 #include <errno.h>
@@ -60,14 +61,6 @@ int take(_sync* mutex, unsigned self) {
     if ((owner & kNested) == 0)
         __atomic_fetch_or(&mutex->__owner, kNested, __ATOMIC_RELAXED);
     return 0;
-}
-
-void pauseProcessor() {
-#if defined(__i386__) || defined(__x86_64__)
-    __builtin_ia32_pause();
-#elif defined(__arm__) || defined(__aarch64__)
-    __asm__ __volatile__("yield");
-#endif
 }
 
 /// How often a held mutex is looked at before the thread sleeps: a microsecond or two, which short critical sections

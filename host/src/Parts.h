@@ -63,6 +63,13 @@ private:
 
 /// Copies what both have; the result is how much.
 inline size_t copyParts(const Parts& to, size_t toOffset, const Parts& from, size_t fromOffset) {
+    if (to.count == 1 && from.count == 1 && toOffset < to.length && fromOffset < from.length) {
+        const size_t room = to.length - toOffset, rest = from.length - fromOffset;
+        const size_t size = room < rest ? room : rest;
+        memcpy(static_cast<char*>(to.parts->iov_base) + toOffset,
+               static_cast<const char*>(from.parts->iov_base) + fromOffset, size);
+        return size;
+    }
     PartsCursor target(to, toOffset);
     PartsCursor source(from, fromOffset);
     size_t copied = 0;

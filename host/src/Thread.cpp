@@ -56,6 +56,9 @@ unsigned tableLock = 0;         // 0 free, 1 held, 2 held and waited for
 bool anyoneForeign = false;  // a record was made for a thread that ThreadCreate did not start
 
 __thread Thread* ownThread = nullptr;
+// Somebody frees a foreign thread's record as soon as the kernel says that it is gone. The thread itself reads it under
+// the lock, so that whoever frees it has synchronised with that.
+__thread bool isOwnForeign = false;
 
 // A thread that is to end while it holds the lock ends when it has released it.
 __thread volatile sig_atomic_t isGuarded = 0;
@@ -137,6 +140,7 @@ void forgetOthersInChild() {
     ownThread->next = nullptr;
     ownThread->id = static_cast<int>(threadId());
     ownThread->isForeign = true;
+    isOwnForeign = true;
 }
 
 void installEndingSignal() {
@@ -315,6 +319,7 @@ Thread* findOwn() {
     if (ownThread == nullptr && load(anyoneForeign)) {
         const TableGuard guard;
         ownThread = find(static_cast<int>(threadId()));
+        isOwnForeign = true;
     }
     return ownThread;
 }
@@ -330,7 +335,12 @@ int result(int error) {
 
 int callerPriority() {
     const Thread* const own = findOwn();
-    return own != nullptr ? load(own->priority) : kFirstPriority;
+    if (own == nullptr)
+        return kFirstPriority;
+    if (!isOwnForeign)
+        return load(own->priority);
+    const TableGuard guard;
+    return own->priority;
 }
 
 }  // namespace host
@@ -455,8 +465,10 @@ int SchedSet(pid_t pid, int tid, int policy, const struct sched_param* parameter
         record->isForeign = true;
         enter(record);
         store(anyoneForeign, true);
-        if (tid == static_cast<int>(threadId()))
+        if (tid == static_cast<int>(threadId())) {
             ownThread = record;
+            isOwnForeign = true;
+        }
     }
     store(record->priority, priority);
     if (policy != SCHED_NOCHANGE)

@@ -2,15 +2,46 @@
 #pragma once
 
 #include "HeldElsewhere.h"
+#include "Hostile.h"
+
+#include "support/ChildProcess.h"
 
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/neutrino.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
+
+/// Neither the emulator nor the thread sanitizer can start threads in the children of a process that has some.
+inline bool canStartThreadsInChildren() {
+#if defined(__SANITIZE_THREAD__)
+    return false;
+#else
+    return !HOST_TEST_HAS_FEATURE(thread_sanitizer) && !support::isEmulated();
+#endif
+}
+
+/// Returns when all other threads of this process sleep, those that were just started included.
+inline void waitUntilOthersSleep() {
+    for (int looks = 0; looks < 3; ++looks) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::ifstream stat(task.path() / "stat");
+            std::string line;
+            std::getline(stat, line);
+            const std::size_t name = line.rfind(") ");
+            const bool isOther = task.path().filename() != std::to_string(gettid());
+            if (isOther && name != std::string::npos && line[name + 2] == 'R')
+                looks = 0;
+        }
+    }
+}
 
 /// A channel of this process and a connection to it, for a scope.
 struct OwnChannel {

@@ -1,0 +1,416 @@
+#include "Link.h"
+
+#include "Descriptor.h"
+#include "LinkSocket.h"
+#include "Watcher.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+
+namespace host {
+
+IdTable<Link> links = {nullptr, 0, 1};
+
+namespace {
+
+unsigned serials = 0;
+
+/// What one look has found, earliest first.
+struct Batch {
+    QueueEntry* first;
+    QueueEntry* last;
+
+    /// Mostly called in the order of time. `arrival` is the time until the batch is queued.
+    void insert(QueueEntry* entry, uint64_t time) {
+        entry->arrival = time;
+        QueueEntry* after = last;
+        while (after != nullptr && after->arrival > time)
+            after = after->previous;
+        entry->previous = after;
+        entry->next = after != nullptr ? after->next : first;
+        (after != nullptr ? after->next : first) = entry;
+        (entry->next != nullptr ? entry->next->previous : last) = entry;
+    }
+};
+
+int boundedPriority(int32_t priority) {
+    return priority < 0 ? 0 : priority < kPriorities ? priority : kPriorities - 1;
+}
+
+Lane& laneOf(const Message* message) {
+    return message->link->page->lanes[message->lane];
+}
+
+/// From the turn and the state that `before` holds, if the lane is in these, to another state; `before` becomes what the
+/// word was.
+bool changeState(Lane& lane, uint32_t& before, LaneState state) {
+    const uint32_t expected = before;
+    before = load(lane.word);
+    do {
+        if ((before & ~(kLaneNotice | kLaneAsleep)) != expected)
+            return false;
+    } while (!__atomic_compare_exchange_n(&lane.word, &before, (before & ~(kLaneState | kLaneNotice)) | state,
+                                          false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE));
+    return true;
+}
+
+/// A lane's message, unless it is there already. False for what no honest sender writes.
+bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
+    const Lane& shared = link->page->lanes[lane];
+    const uint32_t word = load(shared.word);
+    const uint32_t turn = word & ~kLaneFlags;
+    Message* const known = link->messages[lane];
+    if (known != nullptr && known->turn == turn) {
+        const bool wantsRelease = known->state == Message::State::RECEIVED && !known->isOver &&
+                                  (word & kLaneState) == LANE_RECEIVED && load(shared.releaseWanted) == turn;
+        if (wantsRelease && !known->isUnblockAsked)
+            askForRelease(known);
+        return true;
+    }
+    if ((word & kLaneState) != LANE_SENT)
+        return true;
+    if (known != nullptr && !known->isOver)
+        finishMessage(known, -1, ESRCH);  // its sender has withdrawn it
+    if (link->messages[lane] != nullptr) {
+        known->isFollowed = true;  // but somebody still copies from the lane's window
+        return true;
+    }
+    const uint32_t requestLength = load(shared.requestLength), replyRoom = load(shared.replyRoom);
+    if (requestLength > laneRoom(lane) || replyRoom > laneRoom(lane))
+        return false;
+    Message* const message = newMessage(link->channel);
+    if (message == nullptr) {
+        __atomic_fetch_or(&link->page->ready[lane / 32], 1u << lane % 32, __ATOMIC_SEQ_CST);  // until there is room
+        return true;
+    }
+    message->sender = nullptr;
+    message->link = link;
+    message->lane = lane;
+    message->turn = turn;
+    message->isClaimed = false;
+    message->isFollowed = false;
+    message->replyLength = 0;
+    message->priority = boundedPriority(load(shared.priority));
+    message->info = {};
+    message->info.pid = link->pid;
+    message->info.tid = load(shared.tid);
+    message->info.chid = link->channel->id;
+    message->info.scoid = link->id;
+    message->info.coid = link->coid;
+    message->info.srcmsglen = static_cast<int32_t>(requestLength);
+    message->info.dstmsglen = static_cast<int32_t>(replyRoom);
+    message->info.priority = static_cast<int16_t>(message->priority);
+    message->state = Message::State::ARRIVING;
+    link->channel->sender = load(shared.sender);
+    ++link->references;
+    link->messages[lane] = message;
+    batch.insert(message, load(shared.time));
+    return true;
+}
+
+bool collectPulses(InLink* link, Batch& batch) {
+    const uint32_t written = load(link->page->pulsesWritten);
+    if (written - link->pulsesRead > kSharedPulses)
+        return false;
+    if (link->pulsesRead != written)
+        link->channel->sender = load(link->page->pulseSender);
+    for (; link->pulsesRead != written; ++link->pulsesRead) {
+        const SharedPulse& shared = link->page->pulses[link->pulsesRead % kSharedPulses];
+        sigval value;
+        value.sival_ptr = nullptr;
+        value.sival_int = static_cast<int>(load(shared.value));
+        QueuedPulse* const pulse =
+            newPulse(link->channel, boundedPriority(load(shared.priority)), load(shared.code), value, link->id);
+        if (pulse == nullptr)
+            break;  // they stay where they are
+        batch.insert(pulse, load(shared.time));
+        __atomic_store_n(&link->page->pulsesRead, link->pulsesRead + 1, __ATOMIC_RELEASE);
+    }
+    return true;
+}
+
+bool collectFrom(InLink* link, Batch& batch) {
+    for (unsigned i = 0; i < kLanes / 32; ++i) {
+        if (__atomic_load_n(&link->page->ready[i], __ATOMIC_SEQ_CST) == 0)
+            continue;
+        for (uint32_t ready = __atomic_exchange_n(&link->page->ready[i], 0u, __ATOMIC_SEQ_CST); ready != 0;
+             ready &= ready - 1)
+            if (!collectMessage(link, i * 32 + static_cast<unsigned>(__builtin_ctz(ready)), batch))
+                return false;
+    }
+    return collectPulses(link, batch);
+}
+
+void queueBatch(Channel* channel, const Batch& batch) {
+    for (QueueEntry* entry = batch.first; entry != nullptr;) {
+        QueueEntry* const next = entry->next;
+        queueArrival(channel, entry);
+        entry = next;
+    }
+}
+
+bool isWelcome(const ucred& peer) {
+    return peer.uid == geteuid() || peer.uid == 0;
+}
+
+void addLink(Channel* channel, int socket) {
+    Descriptor accepted(socket);
+    ucred peer;
+    if (!accepted.isOpen() || !peerOf(accepted.get(), peer) || !isWelcome(peer))
+        return;
+    InLink* const link = static_cast<InLink*>(calloc(1, sizeof(InLink)));
+    if (link == nullptr)
+        return;
+    link->id = links.add(link);
+    if (link->id < 0) {
+        free(link);
+        return;
+    }
+    link->serial = ++serials;
+    link->references = 1;
+    link->file = -1;
+    link->socket = accepted.release();
+    link->peer = processBehind(link->socket, peer.pid);  // -1 when it has ended already: the socket says so too
+    link->pid = peer.pid;
+    link->channel = channel;
+    ++channel->references;
+    link->next = channel->links;
+    channel->links = link;
+    if (!watchLink(link))
+        dropLink(link, ESRCH);
+}
+
+void callIfAnythingWaits(Channel* channel) {
+    if (channel->messages.occupied != 0 || channel->pulses.occupied != 0)
+        callAllReceivers(channel);
+}
+
+void dropInLink(InLink* link) {
+    Channel* const channel = link->channel;
+    if (link->page != nullptr) {
+        // What was sent before the end still counts for pulses, which nobody waits for.
+        Batch batch = {nullptr, nullptr};
+        collectFrom(link, batch);
+        queueBatch(channel, batch);
+    }
+    link->isDead = true;
+    for (Message* const message : link->messages)
+        if (message != nullptr && message->state != Message::State::FREE && message->link == link)
+            finishMessage(message, -1, ESRCH);
+    InLink** place = &channel->links;
+    while (*place != link)
+        place = &(*place)->next;
+    *place = link->next;
+    if (link->page != nullptr)
+        sayDisconnected(channel, link->id);
+    callIfAnythingWaits(channel);
+    releaseChannel(channel);
+}
+
+}  // namespace
+
+unsigned newLinkSerial() {
+    return ++serials;
+}
+
+int openToOthers(Channel* channel) {
+    channel->serial = ++serials;
+    char name[48];
+    doorbellName(name, getpid(), channel->id, channel->serial);
+    Descriptor file(makeSegment(name, kDoorbellSize));
+    Descriptor listener(listenFor(getpid(), channel->id, channel->serial));
+    if (!file.isOpen() || !listener.isOpen())
+        return errno;
+    void* const page = mapSegment(file.get(), 0, static_cast<size_t>(kDoorbellSize), channel->doorbell);
+    if (page == nullptr)
+        return ENOMEM;
+    channel->doorbell = static_cast<Doorbell*>(page);
+    channel->doorbell->version = kSegmentVersion;
+    channel->doorbell->flags = channel->flags;
+    channel->doorbellFile = file.release();
+    channel->listener = listener.release();
+    watchChannel(channel);
+    return 0;
+}
+
+void closeToOthers(Channel* channel) {
+    close(channel->doorbellFile);
+    channel->doorbellFile = -1;
+    closeWatched(channel->listener);
+    channel->listener = -1;
+    // Now that nobody can connect any more, who is connected may know.
+    while (channel->links != nullptr)
+        dropLink(channel->links, ESRCH);
+}
+
+void dropBroken(Channel* channel) {
+    for (InLink* link = channel->links; link != nullptr;) {
+        InLink* const next = link->next;
+        if (link->isBroken)
+            dropLink(link, ESRCH);
+        link = next;
+    }
+}
+
+void collect(Channel* channel) {
+    if (__atomic_load_n(&channel->doorbell->knock, __ATOMIC_SEQ_CST) != 0) {
+        __atomic_store_n(&channel->doorbell->knock, 0u, __ATOMIC_SEQ_CST);
+        if (!startWatcher())
+            __atomic_store_n(&channel->doorbell->knock, 1u, __ATOMIC_SEQ_CST);
+    }
+    if (channel->links == nullptr)
+        return;
+    Batch batch = {nullptr, nullptr};
+    bool isAnyBroken = false;
+    for (InLink* link = channel->links; link != nullptr; link = link->next) {
+        link->isBroken = link->page != nullptr && !collectFrom(link, batch);
+        isAnyBroken |= link->isBroken;
+    }
+    queueBatch(channel, batch);
+    if (isAnyBroken)
+        dropBroken(channel);
+}
+
+bool acceptLinks(Channel* channel) {
+    int socket;
+    while ((socket = accept4(channel->listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0)
+        addLink(channel, socket);
+    return errno == EAGAIN;
+}
+
+void readLink(InLink* link) {
+    if (link->page != nullptr) {
+        dropLink(link, ESRCH);  // after its set-up a sender says nothing any more but its end
+        return;
+    }
+    Descriptor file(receiveFile(link->socket));
+    void* page = nullptr;
+    if (file.isOpen() && isSegment(file.get(), kLinkSize))
+        page = mapSegment(file.get(), 0, kLinkPageSize);
+    if (page == nullptr) {
+        dropLink(link, ESRCH);
+        return;
+    }
+    link->file = file.release();
+    link->page = static_cast<LinkPage*>(page);
+    link->coid = load(link->page->coid);
+    if (load(link->page->version) != kSegmentVersion) {
+        dropLink(link, ESRCH);
+        return;
+    }
+    Channel* const channel = link->channel;
+    collect(channel);
+    callIfAnythingWaits(channel);
+}
+
+void dropLink(Link* link, int error) {
+    if (link->isDead)
+        return;
+    links.remove(link->id);
+    closeWatched(link->socket);
+    if (link->peer >= 0)
+        closeWatched(link->peer);
+    if (link->isOutgoing)
+        dropOutLink(static_cast<OutLink*>(link), error);
+    else
+        dropInLink(static_cast<InLink*>(link));
+    releaseLink(link);
+}
+
+void releaseLink(Link* link) {
+    if (--link->references != 0)
+        return;
+    for (unsigned i = 0; i < kLanes; ++i) {
+        link->requests[i].unmap();
+        link->replies[i].unmap();
+    }
+    if (link->page != nullptr)
+        munmap(link->page, kLinkPageSize);
+    if (link->file >= 0)
+        close(link->file);
+    if (link->isOutgoing)
+        munmap(static_cast<OutLink*>(link)->doorbell, static_cast<size_t>(kDoorbellSize));
+    free(link);
+}
+
+bool claimRequest(Message* message, Waker& waker) {
+    Lane& lane = laneOf(message);
+    uint32_t before = message->turn | LANE_SENT;
+    if (!changeState(lane, before, LANE_RECEIVED))
+        return false;
+    if ((before & kLaneNotice) != 0 && (before & kLaneAsleep) != 0)
+        waker = {&lane.word, Sharing::SHARED, false};
+    return true;
+}
+
+bool isStillWanted(const Message* message) {
+    // A change of nothing, since it does not move in front of the reading of the message, as a mere look could.
+    const uint32_t word = __atomic_fetch_or(&laneOf(message).word, 0u, __ATOMIC_ACQ_REL);
+    return (word & ~kLaneAsleep) == (message->turn | LANE_RECEIVED);
+}
+
+bool claimReply(Message* message) {
+    uint32_t before = message->turn | LANE_RECEIVED;
+    message->isClaimed = changeState(laneOf(message), before, LANE_REPLYING);
+    return message->isClaimed;
+}
+
+void unclaimReply(Message* message) {
+    message->isClaimed = false;
+    uint32_t before = message->turn | LANE_REPLYING;  // unless the sender's connection ended
+    changeState(laneOf(message), before, LANE_RECEIVED);
+}
+
+char* requestWindow(Message* message) {
+    Window& window = message->link->requests[message->lane];
+    const size_t length = static_cast<size_t>(message->info.srcmsglen);
+    return window.reach(message->link->file, requestOffset(message->lane), length) ? window.at : nullptr;
+}
+
+char* replyWindow(Message* message) {
+    Window& window = message->link->replies[message->lane];
+    const size_t length = static_cast<size_t>(message->info.dstmsglen);
+    return window.reach(message->link->file, replyOffset(message->lane), length) ? window.at : nullptr;
+}
+
+Waker completeReply(Message* message) {
+    InLink* const link = message->link;
+    Lane& lane = laneOf(message);
+    Waker waker = {nullptr, Sharing::SHARED, false};
+    if (message->isClaimed && !link->isDead) {
+        __atomic_store_n(&lane.status, message->status, __ATOMIC_RELAXED);
+        __atomic_store_n(&lane.error, message->error, __ATOMIC_RELAXED);
+        __atomic_store_n(&lane.replyLength, static_cast<uint32_t>(message->replyLength), __ATOMIC_RELAXED);
+        __atomic_store_n(&lane.receiver, thisProcessor(), __ATOMIC_RELAXED);
+        const uint32_t before = __atomic_exchange_n(&lane.word, message->turn | LANE_REPLIED, __ATOMIC_ACQ_REL);
+        if ((before & kLaneAsleep) != 0)
+            waker.word = &lane.word;
+    }
+    link->requests[message->lane].trim();
+    link->replies[message->lane].trim();
+    link->messages[message->lane] = nullptr;
+    if (message->isFollowed && !link->isDead) {
+        __atomic_fetch_or(&link->page->ready[message->lane / 32], 1u << message->lane % 32, __ATOMIC_SEQ_CST);
+        ring(*link->channel->doorbell);
+    }
+    message->link = nullptr;
+    releaseLink(link);
+    return waker;
+}
+
+void forgetLinks() {
+    for (int i = 0; i < links.capacity; ++i)
+        if (Link* const link = links.find(i)) {
+            close(link->socket);
+            if (link->peer >= 0)
+                close(link->peer);
+            if (link->file >= 0)
+                close(link->file);
+            free(link);
+        }
+    links.clear(1);
+}
+
+}  // namespace host

@@ -1,0 +1,276 @@
+#include "Link.h"
+
+#include "Descriptor.h"
+#include "LinkSocket.h"
+#include "Watcher.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+
+namespace host {
+namespace {
+
+__thread Spinner spinner __attribute__((tls_model("initial-exec")));
+
+bool announceLane(OutLink* link, unsigned lane) {
+    __atomic_fetch_or(&link->page->ready[lane / 32], 1u << lane % 32, __ATOMIC_SEQ_CST);
+    return ring(*link->doorbell);
+}
+
+unsigned limitedBy(uint32_t state) {
+    return state == LANE_SENT ? _NTO_TIMEOUT_SEND : _NTO_TIMEOUT_REPLY;
+}
+
+/// A free lane with enough room, or -1 and why not. Waits for one with the lock given up.
+int takeLane(ChannelGuard& guard, OutLink* link, size_t room, Deadline deadline, int& error) {
+    const uint64_t roomy = room <= kMaxShort ? ~uint64_t(0) : (uint64_t(1) << kLongLanes) - 1;
+    for (error = 0;;) {
+        if (link->isDead) {
+            error = link->deathError;
+            return -1;
+        }
+        if (const uint64_t free = ~link->busyLanes & roomy; free != 0) {
+            const int lane = __builtin_ctzll(free);
+            link->busyLanes |= uint64_t(1) << lane;
+            return lane;
+        }
+        if (error != 0)
+            return -1;
+        const unsigned seen = link->lanesFreed;
+        ++link->laneWaiters;
+        guard.unlock();
+        error = deadline.isImmediate() ? ETIMEDOUT : futexWait(&link->lanesFreed, seen, Sharing::PRIVATE, deadline);
+        guard.lock();
+        --link->laneWaiters;
+        if (error == EAGAIN)
+            error = 0;
+    }
+}
+
+void freeLane(OutLink* link, unsigned lane) {
+    if (link->requests[lane].size > kSmallWindow || link->replies[lane].size > kSmallWindow) {
+        link->requests[lane].trim();
+        link->replies[lane].trim();
+        fallocate64(link->file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, requestOffset(lane),
+                    off64_t(2) * laneRoom(lane));
+    }
+    link->busyLanes &= ~(uint64_t(1) << lane);
+    __atomic_fetch_add(&link->lanesFreed, 1, __ATOMIC_RELEASE);
+    if (link->laneWaiters != 0)
+        futexWake(&link->lanesFreed, INT_MAX, Sharing::PRIVATE);  // not every one can use every lane
+}
+
+/// Until the reply is there: 0 or an error number.
+int waitForReply(OutLink* link, unsigned lane, uint32_t turn, const ArmedTimeout& timeout) {
+    Lane& shared = link->page->lanes[lane];
+    bool isInterrupted = false;
+    if (spinner.isPromising(load(link->receiver)))
+        spinner.look(timeout.in(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY),
+                     [&] { return (load(shared.word) & kLaneState) >= LANE_REPLIED || load(link->isDead); });
+    for (bool isReleaseAsked = false;;) {
+        uint32_t word = __atomic_load_n(&shared.word, __ATOMIC_SEQ_CST);
+        const uint32_t state = word & kLaneState;
+        if ((word & ~kLaneFlags) != turn)
+            return ESRCH;  // the receiver does not keep to the rules
+        if (state == LANE_REPLIED)
+            return 0;
+        if (__atomic_load_n(&link->isDead, __ATOMIC_SEQ_CST))
+            return link->deathError;
+        if (state > LANE_REPLIED)
+            return ESRCH;
+        const bool mayLeave = state != LANE_REPLYING && !isReleaseAsked;
+        const Deadline limit = !mayLeave ? Deadline::never() : timeout.in(limitedBy(state));
+        int error = EINTR;
+        if (mayLeave && limit.isImmediate()) {
+            error = ETIMEDOUT;
+        } else if (!mayLeave || !isInterrupted) {
+            const uint32_t asleep = word | kLaneAsleep;
+            if (word != asleep && !__atomic_compare_exchange_n(&shared.word, &word, asleep, false, __ATOMIC_SEQ_CST,
+                                                               __ATOMIC_RELAXED))
+                continue;
+            word = asleep;
+            error = futexWait(&shared.word, word, Sharing::SHARED, limit);
+        }
+        isInterrupted |= error == EINTR;
+        if (!mayLeave || (error != EINTR && error != ETIMEDOUT))
+            continue;
+        if (state == LANE_RECEIVED && link->hasUnblock) {
+            __atomic_store_n(&shared.releaseWanted, turn, __ATOMIC_RELEASE);
+            announceLane(link, lane);
+            isReleaseAsked = true;
+        } else if (__atomic_compare_exchange_n(&shared.word, &word, turn | LANE_WITHDRAWN, false, __ATOMIC_ACQ_REL,
+                                               __ATOMIC_RELAXED)) {
+            return error;
+        }
+    }
+}
+
+/// What fits into a segment of the room that the sender offers.
+size_t replyRoom(const Parts& reply) {
+    return reply.length < kMaxLength ? reply.length : kMaxLength;
+}
+
+SendResult exchange(OutLink* link, unsigned lane, const Parts& request, const Parts& reply, ArmedTimeout timeout) {
+    const size_t room = replyRoom(reply);
+    Window& requests = link->requests[lane];
+    Window& replies = link->replies[lane];
+    if (!requests.reach(link->file, requestOffset(lane), request.length) ||
+        !replies.reach(link->file, replyOffset(lane), room))
+        return {-1, EAGAIN};
+    const iovec there = {requests.at, request.length};
+    copyParts({&there, 1, request.length}, 0, request, 0);
+
+    Lane& shared = link->page->lanes[lane];
+    const uint32_t turn = link->turns[lane] += kLaneTurn;
+    shared.sender = thisProcessor();
+    shared.priority = callerPriority();
+    shared.tid = static_cast<int32_t>(threadId());
+    shared.requestLength = static_cast<uint32_t>(request.length);
+    shared.replyRoom = static_cast<uint32_t>(room);
+    shared.time = nowNs(CLOCK_MONOTONIC);
+    const bool wantsNotice = isOnly(timeout, _NTO_TIMEOUT_REPLY);
+    __atomic_store_n(&shared.word, turn | LANE_SENT | (wantsNotice ? kLaneNotice : 0), __ATOMIC_SEQ_CST);
+    if (announceLane(link, lane))
+        allowForWaking(timeout);
+
+    if (const int error = waitForReply(link, lane, turn, timeout); error != 0)
+        return {-1, error};
+    __atomic_store_n(&link->receiver, load(shared.receiver), __ATOMIC_RELAXED);
+    const size_t replied = load(shared.replyLength);
+    const iovec here = {replies.at, replied < room ? replied : room};
+    copyParts(reply, 0, {&here, 1, here.iov_len}, 0);
+    return {load(shared.status), load(shared.error)};
+}
+
+}  // namespace
+
+int newOutLink(pid_t pid, int chid, OutLink*& link) {
+    if (pid < 0 || chid <= 0)
+        return ESRCH;
+    unsigned serial = 0;
+    Descriptor door(openDoorbell(pid, chid, serial));
+    if (!door.isOpen())
+        return errno == EACCES ? EPERM : errno == ENOENT ? ESRCH : errno;
+    if (!isSegment(door.get(), kDoorbellSize))
+        return ESRCH;
+    Descriptor socket(connectTo(pid, chid, serial));
+    if (!socket.isOpen())
+        return errno == ECONNREFUSED ? ESRCH : EAGAIN;
+    ucred peer;
+    // The name could be another process's: anybody may take one.
+    if (!peerOf(socket.get(), peer) || peer.pid != pid)
+        return ESRCH;
+    if (peer.uid != geteuid() && geteuid() != 0)
+        return EPERM;
+    Descriptor file(makeSegment("nto-link", kLinkSize));
+    if (!file.isOpen())
+        return errno == EFBIG ? EFBIG : EAGAIN;
+    Descriptor process(processBehind(socket.get(), pid));
+    if (!process.isOpen())
+        return errno == EMFILE || errno == ENFILE ? EAGAIN : ESRCH;
+    OutLink* const made = static_cast<OutLink*>(calloc(1, sizeof(OutLink)));
+    if (made == nullptr)
+        return EAGAIN;
+    made->doorbell = static_cast<Doorbell*>(mapSegment(door.get(), 0, static_cast<size_t>(kDoorbellSize)));
+    made->page = static_cast<LinkPage*>(mapSegment(file.get(), 0, kLinkPageSize));
+    if (made->doorbell == nullptr || made->page == nullptr) {
+        if (made->doorbell != nullptr)
+            munmap(made->doorbell, static_cast<size_t>(kDoorbellSize));
+        if (made->page != nullptr)
+            munmap(made->page, kLinkPageSize);
+        free(made);
+        return EAGAIN;
+    }
+    made->isOutgoing = true;
+    made->references = 1;
+    made->hasUnblock = (load(made->doorbell->flags) & _NTO_CHF_UNBLOCK) != 0;
+    made->file = file.release();
+    made->socket = socket.release();
+    made->peer = process.release();
+    link = made;
+    return 0;
+}
+
+int announce(OutLink* link, int coid) {
+    link->page->version = kSegmentVersion;
+    link->page->coid = coid;
+    link->serial = newLinkSerial();
+    link->id = links.add(link);
+    if (link->id < 0 || !startWatcher() || !watchLink(link))
+        return EAGAIN;
+    if (!sendFile(link->socket, link->file))
+        return ESRCH;
+    __atomic_store_n(&link->doorbell->knock, 1u, __ATOMIC_SEQ_CST);
+    ring(*link->doorbell);
+    return 0;
+}
+
+void discard(OutLink* link) {
+    if (link->id > 0)
+        links.remove(link->id);
+    closeWatched(link->socket);
+    closeWatched(link->peer);
+    releaseLink(link);
+}
+
+void dropOutLink(OutLink* link, int error) {
+    link->deathError = error;
+    __atomic_store_n(&link->isDead, true, __ATOMIC_SEQ_CST);
+    for (unsigned lane = 0; lane < kLanes; ++lane) {
+        if ((link->busyLanes >> lane & 1) == 0)
+            continue;
+        uint32_t& shared = link->page->lanes[lane].word;
+        uint32_t word = __atomic_load_n(&shared, __ATOMIC_SEQ_CST);
+        while ((word & kLaneState) < LANE_REPLIED &&
+               !__atomic_compare_exchange_n(&shared, &word, (word & ~kLaneFlags) | LANE_DEAD, false,
+                                            __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)) {
+        }
+        futexWake(&shared, INT_MAX, Sharing::SHARED);  // the other side may wait there, too, to our harm
+    }
+    __atomic_fetch_add(&link->lanesFreed, 1, __ATOMIC_RELEASE);
+    futexWake(&link->lanesFreed, INT_MAX, Sharing::PRIVATE);
+}
+
+SendResult sendOver(ChannelGuard& guard, OutLink* link, const Parts& request, const Parts& reply,
+                    const ArmedTimeout& timeout) {
+    if (request.length > kMaxLength)
+        return {-1, EMSGSIZE};
+    if (link->isDead)
+        return {-1, EBADF};
+    ++link->references;
+    SendResult result = {-1, 0};
+    const size_t longest = request.length > replyRoom(reply) ? request.length : replyRoom(reply);
+    const int lane = takeLane(guard, link, longest, timeout.in(_NTO_TIMEOUT_SEND), result.error);
+    if (lane >= 0) {
+        guard.unlock();
+        result = exchange(link, static_cast<unsigned>(lane), request, reply, timeout);
+        guard.lock();
+        freeLane(link, static_cast<unsigned>(lane));
+    }
+    releaseLink(link);
+    return result;
+}
+
+int pulseOver(ChannelGuard& guard, OutLink* link, int priority, int code, int value) {
+    if (link->isDead)
+        return EBADF;
+    if (link->pulsesWritten - load(link->page->pulsesRead) >= kSharedPulses)
+        return EAGAIN;
+    SharedPulse& pulse = link->page->pulses[link->pulsesWritten % kSharedPulses];
+    link->page->pulseSender = thisProcessor();
+    pulse.code = code;
+    pulse.priority = priority;
+    pulse.value = static_cast<uint32_t>(value);
+    pulse.time = nowNs(CLOCK_MONOTONIC);
+    __atomic_store_n(&link->page->pulsesWritten, ++link->pulsesWritten, __ATOMIC_SEQ_CST);
+    ++link->references;
+    guard.unlock();
+    ring(*link->doorbell);
+    guard.lock();
+    releaseLink(link);
+    return 0;
+}
+
+}  // namespace host

@@ -1,0 +1,366 @@
+// Concerns: a peer that does not keep to the rules: files that are none, garbage in lanes, rings and words, replays,
+// silence. It loses its own connection at most; the channel goes on with the others.
+#include "MessageTesting.h"
+
+#include "Futex.h"
+#include "LinkSocket.h"
+#include "Segment.h"
+#include "support/ChildProcess.h"
+
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <random>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace host;
+
+/// Plays a sender by hand. It runs in a process of its own, whose parent has the channel.
+struct Hostile {
+    explicit Hostile(int chid, off64_t size = kLinkSize) : file(makeSegment("hostile", size)) {
+        unsigned serial = 0;
+        const int door = openDoorbell(getppid(), chid, serial);
+        socket = connectTo(getppid(), chid, serial);
+        EXPECT_GE(socket, 0);
+        EXPECT_GE(file, 0);
+        page = static_cast<LinkPage*>(mapSegment(file, 0, kLinkPageSize));
+        page->version = kSegmentVersion;
+        doorbell = static_cast<Doorbell*>(mapSegment(door, 0, static_cast<size_t>(kDoorbellSize)));
+    }
+    void connect() {
+        EXPECT_TRUE(sendFile(socket, file));
+        ring();
+    }
+    void ring() const {
+        __atomic_store_n(&doorbell->knock, 1u, __ATOMIC_SEQ_CST);
+        __atomic_fetch_add(&doorbell->word, kArrival, __ATOMIC_SEQ_CST);
+        futexWake(&doorbell->word, INT_MAX, Sharing::SHARED);
+    }
+    void sendLane(unsigned lane, uint32_t turn) const {
+        __atomic_store_n(&page->lanes[lane].word, turn | LANE_SENT, __ATOMIC_SEQ_CST);
+        __atomic_fetch_or(&page->ready[lane / 32], 1u << lane % 32, __ATOMIC_SEQ_CST);
+        ring();
+    }
+    /// True when the other side hangs up soon.
+    bool isCutOff() const {
+        pollfd end = {socket, POLLIN, 0};
+        return poll(&end, 1, 5000) == 1 && (end.revents & POLLHUP) != 0;
+    }
+
+    int socket = -1;
+    int file;
+    LinkPage* page;
+    Doorbell* doorbell;
+};
+
+class MessageHostile : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!canStartThreadsInChildren())
+            GTEST_SKIP() << "no threads in the children of a process that has some";
+    }
+    MessageHostile() : mServer([this] { serve(); }) {}
+    ~MessageHostile() override {
+        EXPECT_EQ(0, MsgSendPulse(mOwn.coid, 63, 77, 4711));
+        mServer.join();
+    }
+
+    /// What the hostile process does, and afterwards an honest one is served as ever.
+    void meet(const std::function<void(int chid)>& play) {
+        const auto hostile = support::runInChild([&] { play(mOwn.chid); });
+        EXPECT_TRUE(hostile.exitedWith(0)) << hostile;
+        serveHonest();
+    }
+    void serveHonest() {
+        const auto honest = support::runInChild([server = getpid(), chid = mOwn.chid] {
+            const int coid = ConnectAttach(0, server, chid, _NTO_SIDE_CHANNEL, 0);
+            std::string reply;
+            EXPECT_EQ((Outcome{6, 0}), sendText(coid, "honest", reply));
+            EXPECT_EQ("honest", reply);
+        });
+        EXPECT_TRUE(honest.exitedWith(0)) << honest;
+    }
+
+    OwnChannel mOwn;
+
+private:
+    void serve() const {
+        for (;;) {
+            char bytes[256];
+            _msg_info info;
+            const int id = receiveSoon(mOwn.chid, bytes, sizeof bytes, &info);
+            _pulse pulse;
+            std::memcpy(&pulse, bytes, sizeof pulse);
+            if (id > 0) {
+                EXPECT_LE(info.srcmsglen, static_cast<int>(kMaxLength));
+                EXPECT_LE(info.priority, 63);
+                EXPECT_GE(info.priority, 0);
+                MsgReply(id, info.msglen, bytes, info.msglen);
+            } else if (id < 0 || (pulse.code == 77 && pulse.value.sival_int == 4711 && pulse.scoid == mOwn.coid)) {
+                return;
+            }
+        }
+    }
+
+    std::thread mServer;
+};
+
+TEST_F(MessageHostile, IsCutOffWhenItsFileIsNone) {
+    meet([](int chid) {
+        Hostile tooShort(chid, kLinkSize - 65536);
+        tooShort.connect();
+        EXPECT_TRUE(tooShort.isCutOff());
+    });
+    meet([](int chid) {
+        Hostile unsealed(chid);
+        unsealed.file = memfd_create("unsealed", MFD_ALLOW_SEALING);
+        EXPECT_EQ(0, ftruncate64(unsealed.file, kLinkSize));
+        unsealed.connect();
+        EXPECT_TRUE(unsealed.isCutOff());
+    });
+    meet([](int chid) {
+        Hostile device(chid);
+        device.file = open("/dev/zero", O_RDWR);
+        device.connect();
+        EXPECT_TRUE(device.isCutOff());
+    });
+    meet([](int chid) {
+        Hostile otherVersion(chid);
+        otherVersion.page->version = 1;
+        otherVersion.connect();
+        EXPECT_TRUE(otherVersion.isCutOff());
+    });
+    meet([](int chid) {
+        Hostile withoutFile(chid);
+        withoutFile.ring();
+        EXPECT_EQ(3, send(withoutFile.socket, "abc", 3, 0));
+        EXPECT_TRUE(withoutFile.isCutOff());
+    });
+}
+
+TEST_F(MessageHostile, IsCutOffWhenItGoesOnTalking) {
+    meet([](int chid) {
+        Hostile talker(chid);
+        talker.connect();
+        EXPECT_TRUE(sendFile(talker.socket, talker.file));
+        EXPECT_TRUE(talker.isCutOff());
+    });
+}
+
+TEST_F(MessageHostile, IsCutOffForLengthsBeyondItsWindows) {
+    for (const uint32_t length : {kMaxLength + 1, 0x80000000u, 0xffffffffu}) {
+        meet([=](int chid) {
+            Hostile liar(chid);
+            liar.connect();
+            liar.page->lanes[3].requestLength = length;
+            liar.sendLane(3, kLaneTurn);
+            EXPECT_TRUE(liar.isCutOff());
+        });
+        meet([=](int chid) {
+            Hostile liar(chid);
+            liar.connect();
+            liar.page->lanes[63].replyRoom = length - kMaxLength + kMaxShort;  // a lane for short ones
+            liar.sendLane(63, kLaneTurn);
+            EXPECT_TRUE(liar.isCutOff());
+        });
+    }
+}
+
+TEST_F(MessageHostile, IsCutOffForMorePulsesThanTheRingHolds) {
+    meet([](int chid) {
+        Hostile liar(chid);
+        liar.connect();
+        __atomic_store_n(&liar.page->pulsesWritten, kSharedPulses + 1, __ATOMIC_SEQ_CST);
+        liar.ring();
+        EXPECT_TRUE(liar.isCutOff());
+    });
+}
+
+TEST_F(MessageHostile, MayClaimAnyPriorityTimeAndReader) {
+    meet([](int chid) {
+        Hostile liar(chid);
+        liar.connect();
+        Lane& lane = liar.page->lanes[0];
+        for (const int32_t priority : {-1, INT_MIN, INT_MAX, 64}) {
+            static uint32_t turn = 0;
+            lane.priority = priority;
+            lane.time = ~0ull;
+            lane.requestLength = 5;
+            lane.replyRoom = 5;
+            liar.page->pulsesRead = 12345;
+            liar.sendLane(0, turn += kLaneTurn);
+            for (int i = 0; i < 2000 && (__atomic_load_n(&lane.word, __ATOMIC_ACQUIRE) & 7) != LANE_REPLIED; ++i)
+                std::this_thread::sleep_for(1ms);
+            EXPECT_EQ(turn | LANE_REPLIED, lane.word);
+            EXPECT_EQ(5, lane.status);
+        }
+    });
+}
+
+TEST_F(MessageHostile, MayReplayItsMessagesAtAnyMoment) {
+    meet([](int chid) {
+        Hostile replayer(chid);
+        replayer.connect();
+        for (unsigned i = 0; i < 20000; ++i) {
+            replayer.page->lanes[i % kLanes].requestLength = i % 300;
+            replayer.page->lanes[i % kLanes].replyRoom = 300;
+            replayer.sendLane(i % kLanes, (i / 7 + 1) * kLaneTurn);
+        }
+    });
+}
+
+// Random bytes all over the page, again and again while the server looks, with time for it to cut the link off.
+TEST_F(MessageHostile, MayWriteGarbageOverAllThatIsShared) {
+    for (unsigned seed = 0; seed < 8; ++seed)
+        meet([=](int chid) {
+            std::mt19937 random(seed);
+            Hostile madman(chid);
+            madman.connect();
+            uint32_t* const words = reinterpret_cast<uint32_t*>(madman.page);
+            for (unsigned i = 0; i < 60000; ++i) {
+                const size_t place = i % 2 == 0 ? random() % (sizeof(LinkPage) / 4) : 64 + random() % (64 * 32);
+                const uint32_t value = i % 3 == 0 ? random() : random() % 300;
+                __atomic_store_n(&words[place], value, __ATOMIC_RELAXED);
+                if (i % 8 == 0)
+                    madman.sendLane(random() % kLanes, random() % 64 * kLaneTurn);
+                if (i % 64 == 0)
+                    madman.ring();
+            }
+        });
+}
+
+TEST_F(MessageHostile, CannotShrinkItsFile) {
+    meet([](int chid) {
+        Hostile shrinker(chid);
+        shrinker.connect();
+        EXPECT_EQ(-1, ftruncate64(shrinker.file, 0));
+        EXPECT_EQ(EPERM, errno);
+        EXPECT_EQ(0, fallocate64(shrinker.file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, kLinkSize));
+        shrinker.page->lanes[0].requestLength = 100;
+        shrinker.sendLane(0, kLaneTurn);
+    });
+}
+
+// The doorbell is shared by all who send. Whatever is in it, the others' messages arrive.
+TEST_F(MessageHostile, CannotSilenceOthersByTheDoorbell) {
+    int ready[2];
+    ASSERT_EQ(0, pipe(ready));
+    support::ChildProcess vandal([&] {
+        Hostile hostile(mOwn.chid);
+        hostile.connect();
+        EXPECT_EQ(1, write(ready[1], "r", 1));
+        for (;;) {
+            __atomic_store_n(&hostile.doorbell->word, 0u, __ATOMIC_SEQ_CST);
+            __atomic_store_n(&hostile.doorbell->knock, 0u, __ATOMIC_SEQ_CST);
+        }
+    });
+    char byte;
+    ASSERT_EQ(1, read(ready[0], &byte, 1));
+    serveHonest();
+    close(ready[0]);
+    close(ready[1]);
+}
+
+TEST_F(MessageHostile, ConnectionsThatSayNothingDoNoHarm) {
+    int ready[2];
+    ASSERT_EQ(0, pipe(ready));
+    support::ChildProcess silent([&] {
+        for (int i = 0; i < 50; ++i)
+            Hostile hostile(mOwn.chid);
+        EXPECT_EQ(1, write(ready[1], "r", 1));
+        pause();
+    });
+    char byte;
+    ASSERT_EQ(1, read(ready[0], &byte, 1));
+    serveHonest();
+    close(ready[0]);
+    close(ready[1]);
+}
+
+TEST(MessageHostileServer, EndsItsOwnClientsCallsOnly) {
+    // Plays a channel by hand: it listens and has a doorbell, and answers with garbage.
+    int ready[2];
+    ASSERT_EQ(0, pipe(ready));
+    support::ChildProcess hostile([&] {
+        const int listener = listenFor(getpid(), 1, 5);
+        char name[48];
+        doorbellName(name, getpid(), 1, 5);
+        const int door = makeSegment(name, kDoorbellSize);
+        EXPECT_GE(door, 0);
+        EXPECT_EQ(1, write(ready[1], "r", 1));
+        pollfd connection = {listener, POLLIN, 0};
+        poll(&connection, 1, 10000);
+        const int socket = accept(listener, nullptr, nullptr);
+        pollfd data = {socket, POLLIN, 0};
+        poll(&data, 1, 10000);
+        const int file = receiveFile(socket);
+        LinkPage* const page = static_cast<LinkPage*>(mapSegment(file, 0, kLinkPageSize));
+        Lane& lane = page->lanes[0];
+        for (int i = 0; i < 10000 && (__atomic_load_n(&lane.word, __ATOMIC_ACQUIRE) & 7) != LANE_SENT; ++i)
+            usleep(1000);
+        const uint32_t turn = lane.word & ~kLaneFlags;
+        lane.replyLength = 0xffffffff;
+        lane.status = 5;
+        __atomic_store_n(&lane.word, turn | LANE_REPLIED, __ATOMIC_SEQ_CST);
+        futexWake(&lane.word, 1, Sharing::SHARED);
+        for (int i = 0; i < 10000 && (__atomic_load_n(&lane.word, __ATOMIC_ACQUIRE) & 7) != LANE_SENT; ++i)
+            usleep(1000);
+        __atomic_store_n(&lane.word, 0xfffffff7u, __ATOMIC_SEQ_CST);
+        futexWake(&lane.word, 1, Sharing::SHARED);
+        pause();
+    });
+    char byte;
+    ASSERT_EQ(1, read(ready[0], &byte, 1));
+    const int coid = ConnectAttach(0, hostile.pid(), 1, _NTO_SIDE_CHANNEL, 0);
+    ASSERT_GE(coid, _NTO_SIDE_CHANNEL) << strerror(errno);
+    char reply[9] = "--------";
+    EXPECT_EQ(5, MsgSend(coid, "x", 1, reply, 4));
+    EXPECT_STREQ("----", reply + 4) << "no more than the room";
+    EXPECT_EQ((Outcome{-1, ESRCH}), sendNothing(coid));
+    EXPECT_EQ(0, ConnectDetach(coid));
+    close(ready[0]);
+    close(ready[1]);
+}
+
+TEST(MessageStranger, OfAnotherUserIsNotLetIn) {
+    if (getuid() != 0 || !canStartThreadsInChildren())
+        GTEST_SKIP() << "only root can become another user; and the child needs threads";
+    OwnChannel own;
+    std::thread server([&] {
+        for (int id; (id = receiveSoon(own.chid)) > 0;)
+            MsgReply(id, 0, nullptr, 0);
+    });
+    unsigned serial = 0;
+    const int door = openDoorbell(getpid(), own.chid, serial);
+    EXPECT_GE(door, 0);
+    close(door);
+    // Somebody known, so that new connections are looked at at once.
+    const auto known = support::runInChild([server = getpid(), chid = own.chid] {
+        EXPECT_EQ((Outcome{0, 0}), sendNothing(ConnectAttach(0, server, chid, _NTO_SIDE_CHANNEL, 0)));
+    });
+    EXPECT_TRUE(known.exitedWith(0)) << known;
+    const auto stranger = support::runInChild([server = getpid(), chid = own.chid, serial] {
+        ASSERT_EQ(0, setresuid(65534, 65534, 65534));
+        EXPECT_EQ((Outcome{-1, EPERM}),
+                  outcomeOf([=] { return ConnectAttach(0, server, chid, _NTO_SIDE_CHANNEL, 0); }));
+        unsigned unknown = 0;
+        EXPECT_EQ(-1, openDoorbell(server, chid, unknown));
+        const int socket = connectTo(server, chid, serial);
+        const int file = makeSegment("stranger", kLinkSize);
+        ASSERT_TRUE(socket >= 0 && file >= 0);
+        sendFile(socket, file);
+        pollfd end = {socket, POLLIN, 0};
+        EXPECT_EQ(1, poll(&end, 1, 5000));
+        EXPECT_NE(0, end.revents & POLLHUP);
+    });
+    EXPECT_TRUE(stranger.exitedWith(0)) << stranger;
+    MsgSendPulse(own.coid, 1, 1, 1);
+    server.join();
+}
+
+}  // namespace

@@ -1,0 +1,769 @@
+// Concerns: messages and pulses between processes: bytes and lengths, order, time-outs and giving up, many clients and
+// threads, the end of either side at any moment, children, descriptors and memory left behind.
+#include "MessageTesting.h"
+
+#include "support/ChildProcess.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <dirent.h>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+
+/// A process of its own that runs `body`, and is killed at the end of the scope at the latest.
+class Other {
+public:
+    explicit Other(const std::function<void()>& body) : mPid(fork()) {
+        if (mPid == 0) {
+            body();
+            _exit(testing::Test::HasFailure() ? support::kExpectationFailed : 0);
+        }
+    }
+    ~Other() {
+        if (mPid > 0) {
+            kill();
+            wait();
+        }
+    }
+    Other(const Other&) = delete;
+    Other& operator=(const Other&) = delete;
+
+    pid_t pid() const { return mPid; }
+    void kill() const { ::kill(mPid, SIGKILL); }
+    int wait() {
+        int status = -1;
+        while (waitpid(mPid, &status, 0) == -1 && errno == EINTR) {
+        }
+        mPid = -1;
+        return status;
+    }
+
+private:
+    pid_t mPid;
+};
+
+int attachTo(pid_t pid, int chid) {
+    return ConnectAttach(0, pid, chid, _NTO_SIDE_CHANNEL, _NTO_COF_CLOEXEC);
+}
+
+/// Echoes with the status of how many bytes came, until a pulse of code 0 comes.
+void echo(int chid) {
+    std::vector<char> bytes(64 << 20);
+    for (;;) {
+        _msg_info info;
+        const int id = receiveSoon(chid, bytes.data(), static_cast<int>(bytes.size()), &info);
+        if (id > 0)
+            MsgReply(id, info.msglen, bytes.data(), info.msglen);
+        else if (id < 0 || reinterpret_cast<const _pulse*>(bytes.data())->code == 0)
+            return;
+    }
+}
+
+/// A process that echoes. It is one of its own so that this one has no thread when it forks clients.
+class EchoServer {
+public:
+    EchoServer() : mServer([this] { run(); }) {
+        EXPECT_EQ(static_cast<ssize_t>(sizeof chid), read(mReady.ends[0], &chid, sizeof chid));
+    }
+    pid_t pid() const { return mServer.pid(); }
+
+    int chid = -1;
+
+private:
+    struct Pipe {
+        Pipe() { EXPECT_EQ(0, pipe(ends)); }
+        ~Pipe() {
+            close(ends[0]);
+            close(ends[1]);
+        }
+        int ends[2];
+    };
+
+    void run() const {
+        const int made = ChannelCreate(0);
+        if (write(mReady.ends[1], &made, sizeof made) == sizeof made)
+            echo(made);
+    }
+
+    Pipe mReady;
+    Other mServer;
+};
+
+int openDescriptors(pid_t pid) {
+    int count = 0;
+    DIR* const folder = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
+    while (readdir(folder) != nullptr)
+        ++count;
+    closedir(folder);
+    return count;
+}
+
+std::function<void()> clientOf(pid_t server, int chid, const std::function<void(int)>& body) {
+    return [=] {
+        const int coid = attachTo(server, chid);
+        ASSERT_GE(coid, _NTO_SIDE_CHANNEL) << std::strerror(errno);
+        body(coid);
+        EXPECT_EQ(0, ConnectDetach(coid));
+    };
+}
+
+/// Of a channel of this process.
+std::function<void()> client(int chid, const std::function<void(int)>& body) {
+    return clientOf(getpid(), chid, body);
+}
+
+#define EXPECT_ENDS_WELL(child)                                                                                    \
+    do {                                                                                                           \
+        const support::ChildResult result = (child);                                                               \
+        EXPECT_TRUE(result.exitedWith(0)) << result;                                                               \
+    } while (false)
+
+TEST(MessageProcess, CarriesAMessageThereAndTheReplyBack) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        std::string reply;
+        EXPECT_EQ((Outcome{42, 0}), sendText(coid, "question", reply));
+        EXPECT_EQ("answer", reply);
+    }));
+    char text[16] = {};
+    _msg_info info;
+    const int id = receiveSoon(own.chid, text, sizeof text, &info);
+    ASSERT_GT(id, 0);
+    EXPECT_STREQ("question", text);
+    EXPECT_EQ(other.pid(), info.pid);
+    EXPECT_EQ(other.pid(), info.tid);
+    EXPECT_EQ(own.chid, info.chid);
+    EXPECT_EQ(_NTO_SIDE_CHANNEL, info.coid);
+    EXPECT_EQ(8, info.msglen);
+    EXPECT_EQ(8, info.srcmsglen);
+    EXPECT_EQ(256, info.dstmsglen);
+    EXPECT_EQ(10, info.priority);
+    EXPECT_EQ(0, MsgReply(id, 42, "answer", 7));
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReply(id, 0, nullptr, 0); }));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcess, CarriesAnyLengthUpTo64MiB) {
+    EchoServer server;
+    EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [](int coid) {
+        for (const int length :
+             {0, 1, 63, 4095, 4096, 4097, 65535, 65536, 65537, 1 << 20, (4 << 20) + 1, 64 << 20, 5}) {
+            std::vector<char> sent(static_cast<std::size_t>(length)), back(sent.size() + 1, '-');
+            for (std::size_t i = 0; i < sent.size(); ++i)
+                sent[i] = static_cast<char>(i * 7 + i / 4096);
+            ASSERT_EQ(length, MsgSend(coid, sent.data(), length, back.data(), length + 1));
+            ASSERT_TRUE(std::equal(sent.begin(), sent.end(), back.begin())) << length;
+            ASSERT_EQ('-', back.back());
+        }
+        std::vector<char> tooLong((64 << 20) + 1);
+        EXPECT_EQ((Outcome{-1, EMSGSIZE}), outcomeOf([&] {
+                      return MsgSend(coid, tooLong.data(), static_cast<int>(tooLong.size()), nullptr, 0);
+                  }));
+        EXPECT_EQ(3, MsgSend(coid, "abc", 3, tooLong.data(), static_cast<int>(tooLong.size())));
+    })));
+}
+
+TEST(MessageProcess, CutsToTheRoomOnEitherSide) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        char reply[6] = "-----";
+        EXPECT_EQ(0, MsgSend(coid, "abcdef", 6, reply, 2));
+        EXPECT_STREQ("vw---", reply);
+    }));
+    char text[6] = "-----";
+    const int id = receiveSoon(own.chid, text, 3);
+    EXPECT_STREQ("abc--", text);
+    EXPECT_EQ(0, MsgReply(id, 0, "vwxyz", 5));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcess, GathersAndScattersParts) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        char out[] = "abcdefgh", first[3] = {}, second[4] = {};
+        const iovec sent[] = {{out, 3}, {nullptr, 0}, {out + 3, 5}}, room[] = {{first, 2}, {second, 3}};
+        EXPECT_EQ(5, MsgSendv(coid, sent, 3, room, 2));
+        EXPECT_STREQ("vw", first);
+        EXPECT_STREQ("xyz", second);
+    }));
+    char first[2] = {}, second[8] = {}, answer[] = "vwxyz";
+    const iovec parts[] = {{first, 1}, {second, 7}}, answers[] = {{answer, 4}, {answer + 4, 1}};
+    const int id = MsgReceivev(own.chid, parts, 2, nullptr);
+    EXPECT_STREQ("a", first);
+    EXPECT_STREQ("bcdefgh", second);
+    EXPECT_EQ(0, MsgReplyv(id, 5, answers, 2));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcess, CanBeReadAndAnsweredInPieces) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        char reply[7] = {};
+        EXPECT_EQ(0, MsgSend(coid, "abcdef", 6, reply, 6));
+        EXPECT_EQ(0, std::memcmp("WX\0\0!", reply, 6)) << reply;
+    }));
+    char head[3] = {}, rest[8] = {};
+    const int id = receiveSoon(own.chid, head, 2);
+    EXPECT_STREQ("ab", head);
+    EXPECT_EQ(3, MsgRead(id, rest, 3, 2));
+    EXPECT_STREQ("cde", rest);
+    EXPECT_EQ(0, MsgRead(id, rest, 8, 6));
+    EXPECT_EQ(1, MsgWrite(id, "!", 1, 4));
+    EXPECT_EQ(0, MsgWrite(id, "!", 1, 6));
+    EXPECT_EQ(1, MsgRead(id, rest, 8, 5));
+    EXPECT_EQ(0, MsgReply(id, 0, "WX", 2));
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgRead(id, rest, 8, 0); }));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcess, FailsWithTheErrorThatTheReceiverNames) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        EXPECT_EQ((Outcome{-1, ENOSYS}), sendNothing(coid));
+    }));
+    EXPECT_EQ(0, MsgError(receiveSoon(own.chid), ENOSYS));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcess, WaitsForAReceiverThatComesLater) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        EXPECT_EQ(0, MsgSendPulse(coid, 10, 4, 5));
+        EXPECT_EQ((Outcome{1, 0}), sendNothing(coid));
+    }));
+    std::this_thread::sleep_for(50ms);
+    _pulse pulse;
+    ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    EXPECT_EQ(4, pulse.code);
+    EXPECT_EQ(5, pulse.value.sival_int);
+    EXPECT_EQ(0, MsgReply(receiveSoon(own.chid), 1, nullptr, 0));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcess, KeepsTheOrderOfPriorityThenTimeAcrossProcesses) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    OwnChannel own;
+    const pid_t server = getpid();
+    for (int turn = 0; turn < 3; ++turn) {
+        EXPECT_ENDS_WELL(support::runInChild([&] {
+            const int coid = attachTo(server, own.chid);
+            EXPECT_EQ(0, MsgSendPulse(coid, 10, 10 + turn, 0));
+            EXPECT_EQ(0, MsgSendPulse(coid, turn == 1 ? 20 : 5, 20 + turn, 0));
+            _exit(0);
+        }));
+        EXPECT_EQ(0, MsgSendPulse(own.coid, 10, 30 + turn, 0));
+    }
+    std::this_thread::sleep_for(20ms);
+    std::vector<int> codes;
+    _pulse pulse;
+    while (codes.size() < 9) {
+        armFor(_NTO_TIMEOUT_RECEIVE, host::kNsPerSecond);
+        ASSERT_EQ(0, MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr));
+        codes.push_back(pulse.code);
+    }
+    // The first sender was not known to this process yet when it sent itself: only then the order is another.
+    EXPECT_EQ(21, codes[0]);
+    EXPECT_THAT(std::vector<int>(codes.end() - 2, codes.end()), ElementsAre(20, 22));
+}
+
+TEST(MessageProcess, SendsPulsesUntilTooManyWait) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        int sent = 0;
+        while (MsgSendPulse(coid, 10, 1, sent) == 0)
+            ++sent;
+        EXPECT_EQ(EAGAIN, errno);
+        EXPECT_EQ(sent, MsgSend(coid, &sent, sizeof sent, nullptr, 0));
+    }));
+    std::this_thread::sleep_for(50ms);
+    int received = 0;
+    for (;;) {
+        union {
+            _pulse pulse;
+            int sent;
+        } bytes;
+        const int id = receiveSoon(own.chid, &bytes, sizeof bytes);
+        if (id > 0) {
+            EXPECT_EQ(received, bytes.sent);
+            EXPECT_GE(received, 1024);
+            MsgReply(id, received, nullptr, 0);
+            break;
+        }
+        ASSERT_EQ(0, id);
+        ASSERT_EQ(received, bytes.pulse.value.sival_int);
+        ++received;
+    }
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcess, ServesManyClientsWithManyThreadsEach) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    constexpr int kServers = 3, kClients = 4, kThreads = 3, kRounds = 150;
+    OwnChannel own;
+    std::vector<std::thread> servers;
+    for (int i = 0; i < kServers; ++i)
+        servers.emplace_back([&] {
+            for (;;) {
+                int received[64];
+                _msg_info info;
+                const int id = receiveSoon(own.chid, received, sizeof received, &info);
+                if (id <= 0)
+                    break;
+                EXPECT_EQ(0, MsgReply(id, received[0], received, info.msglen));
+            }
+        });
+    std::vector<std::unique_ptr<support::ChildProcess>> clients;
+    for (int i = 0; i < kClients; ++i)
+        clients.push_back(std::make_unique<support::ChildProcess>(client(own.chid, [](int coid) {
+            std::vector<std::thread> threads;
+            for (int t = 0; t < kThreads; ++t)
+                threads.emplace_back([=] {
+                    for (int round = 0; round < kRounds; ++round) {
+                        int sent[40] = {t * kRounds + round, t}, back[40] = {};
+                        ASSERT_EQ(sent[0], MsgSend(coid, sent, sizeof sent, back, sizeof back));
+                        ASSERT_EQ(0, std::memcmp(sent, back, sizeof sent));
+                    }
+                });
+            for (std::thread& thread : threads)
+                thread.join();
+        })));
+    for (auto& one : clients)
+        EXPECT_ENDS_WELL(one->finish());
+    for (int i = 0; i < kServers; ++i)
+        MsgSendPulse(own.coid, 1, 0, 0);
+    for (std::thread& server : servers)
+        server.join();
+}
+
+TEST(MessageProcess, HasMoreSendersThanLanesOnOneConnection) {
+    EchoServer server;
+    EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [](int coid) {
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 100; ++t)
+            threads.emplace_back([=] {
+                std::vector<int> back(t % 2 == 0 ? 1 : 1 << 19);  // with room for a long reply, too
+                for (int round = 0; round < 5; ++round) {
+                    const int number = t * round;
+                    back[0] = -1;
+                    EXPECT_EQ(4, MsgSend(coid, &number, 4, back.data(), static_cast<int>(4 * back.size())));
+                    EXPECT_EQ(number, back[0]);
+                }
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+    })));
+}
+
+// ---- time-outs and giving up
+
+TEST(MessageProcessTimeout, EndsEachStateThatItCovers) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        for (const int states : {_NTO_TIMEOUT_SEND, _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY}) {
+            const uint64_t begin = monotonicNs();
+            armFor(states, 10 * kMs);
+            EXPECT_EQ(kTimedOut, sendNothing(coid));
+            EXPECT_GE(monotonicNs() - begin, 10 * kMs);
+            armNow(states);
+            EXPECT_EQ(kTimedOut, sendNothing(coid));
+        }
+        std::string reply;
+        armFor(_NTO_TIMEOUT_REPLY, 1500 * kMs);
+        EXPECT_EQ(kTimedOut, sendText(coid, "never answered", reply));
+        EXPECT_EQ((Outcome{2, 0}), sendText(coid, "answered", reply));
+    }));
+    std::this_thread::sleep_for(150ms);
+    char text[32] = {};
+    const int never = receiveSoon(own.chid, text, sizeof text);
+    EXPECT_STREQ("never answered", text) << "the others have left the queue";
+    const int second = receiveSoon(own.chid, text, sizeof text);
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReply(never, 1, "late", 5); }));
+    EXPECT_EQ(0, MsgReply(second, 2, nullptr, 0));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcessTimeout, HasOneOutcomeWhenItRacesTheReply) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    OwnChannel own;
+    std::atomic<bool> stop{false};
+    std::thread server([&] {
+        while (!stop) {
+            char bytes[64];
+            armFor(_NTO_TIMEOUT_RECEIVE, kMs);
+            const int id = MsgReceive(own.chid, bytes, sizeof bytes, nullptr);
+            if (id > 0 && MsgReply(id, 7, bytes, sizeof bytes) == -1) {
+                EXPECT_EQ(ESRCH, errno);
+            }
+        }
+    });
+    EXPECT_ENDS_WELL(support::runInChild(client(own.chid, [](int coid) {
+        unsigned random = 1;
+        for (int round = 0; round < 2000; ++round) {
+            random = random * 1103515245 + 12345;
+            char bytes[64] = {}, back[64] = {};
+            bytes[0] = static_cast<char>(round);
+            armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, random / 65536 % 60000);
+            const Outcome outcome = outcomeOf([&] { return MsgSend(coid, bytes, 64, back, 64); });
+            if (outcome == (Outcome{7, 0}))
+                ASSERT_EQ(bytes[0], back[0]);
+            else
+                ASSERT_EQ(kTimedOut, outcome);
+        }
+    })));
+    stop = true;
+    server.join();
+}
+
+TEST(MessageProcessTimeout, OfTheSendStateAloneLetsAWaitingReceiverTakeTheMessage) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        Outcome outcome = kTimedOut;
+        for (int i = 0; i < 1000 && outcome == kTimedOut; ++i) {  // until the receiver waits
+            std::this_thread::sleep_for(5ms);
+            armNow(_NTO_TIMEOUT_SEND);
+            outcome = sendNothing(coid);
+        }
+        EXPECT_EQ((Outcome{3, 0}), outcome);
+    }));
+    EXPECT_EQ(0, MsgReply(receiveSoon(own.chid), 3, nullptr, 0));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+// The next message takes the withdrawn one's place in the segment, often with another length.
+TEST(MessageProcessTimeout, MayEndWhileTheMessageIsBeingCopied) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    constexpr int kLongest = 6 << 20;
+    OwnChannel own;
+    std::vector<std::thread> servers;
+    for (int i = 0; i < 2; ++i)
+        servers.emplace_back([&] {
+            std::vector<char> bytes(kLongest);
+            _msg_info info;
+            for (int id; (id = receiveSoon(own.chid, bytes.data(), kLongest, &info)) > 0;) {
+                const std::size_t last = static_cast<std::size_t>(info.msglen) - 1;
+                EXPECT_EQ(bytes[0], bytes[last]);
+                MsgReply(id, 0, bytes.data(), 1);
+            }
+        });
+    EXPECT_ENDS_WELL(support::runInChild(client(own.chid, [](int coid) {
+        std::vector<char> bytes(kLongest);
+        int replied = 0;
+        for (int round = 0; round < 90; ++round) {
+            const int length = round % 3 == 0 ? kLongest : round % 3 == 1 ? 100000 : 5 << 20;
+            bytes[0] = bytes[static_cast<std::size_t>(length) - 1] = static_cast<char>(round);
+            char back = 0;
+            armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, static_cast<uint64_t>(round * 7919 % 4000) * 1000);
+            const Outcome outcome = outcomeOf([&] { return MsgSend(coid, bytes.data(), length, &back, 1); });
+            ASSERT_TRUE(outcome == (Outcome{0, 0}) || outcome == kTimedOut) << outcome;
+            if (outcome.result == 0) {
+                EXPECT_EQ(static_cast<char>(round), back);
+                ++replied;
+            }
+        }
+        EXPECT_GT(replied, 0);
+    })));
+    for (std::size_t i = 0; i < servers.size(); ++i)
+        MsgSendPulse(own.coid, 1, 0, 0);
+    for (std::thread& server : servers)
+        server.join();
+}
+
+TEST(MessageProcessSender, IsInterruptedWhileItWaitsForAReceiverOrTheReply) {
+    OwnChannel own;
+    int ended[2];
+    ASSERT_EQ(0, pipe(ended));
+    support::ChildProcess other(client(own.chid, [&](int coid) {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, nullptr);
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(0, MsgSendPulse(coid, 20, i, 0));
+            EXPECT_EQ((Outcome{-1, EINTR}), sendNothing(coid));
+            EXPECT_EQ(1, write(ended[1], "e", 1));
+        }
+    }));
+    const auto interrupt = [&] {
+        pollfd hasEnded = {ended[0], POLLIN, 0};
+        while (poll(&hasEnded, 1, 5) == 0)
+            ::kill(other.pid(), SIGUSR1);
+        char byte;
+        EXPECT_EQ(1, read(ended[0], &byte, 1));
+    };
+    _pulse pulse;
+    ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    interrupt();
+    ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    const int id = receiveSoon(own.chid, &pulse, sizeof pulse);
+    EXPECT_GT(id, 0) << "the first has left the queue";
+    interrupt();
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([=] { return MsgReply(id, 0, nullptr, 0); }));
+    EXPECT_ENDS_WELL(other.finish());
+    close(ended[0]);
+    close(ended[1]);
+}
+
+TEST(MessageProcessUnblock, AsksTheReceiverAndWaitsForItsReply) {
+    OwnChannel own(_NTO_CHF_UNBLOCK);
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        armFor(_NTO_TIMEOUT_SEND, 5 * kMs);
+        EXPECT_EQ(kTimedOut, sendNothing(coid)) << "not received: nobody is asked";
+        armFor(_NTO_TIMEOUT_REPLY, 5 * kMs);
+        EXPECT_EQ((Outcome{-1, EINTR}), sendNothing(coid));
+    }));
+    std::this_thread::sleep_for(30ms);
+    char bytes[sizeof(_pulse)];
+    const int id = receiveSoon(own.chid, bytes, sizeof bytes);
+    ASSERT_GT(id, 0);
+    _pulse pulse;
+    ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    EXPECT_EQ(_PULSE_CODE_UNBLOCK, pulse.code);
+    EXPECT_EQ(id, pulse.value.sival_int);
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(kTimedOut, receiveNow(own.chid, bytes, sizeof bytes)) << "one pulse only";
+    EXPECT_EQ(0, MsgError(id, EINTR));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+// ---- the end of a side
+
+TEST(MessageProcessEnd, OfTheServerEndsTheClientsWait) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    for (const bool isReceived : {false, true}) {
+        int ready[2];
+        ASSERT_EQ(0, pipe(ready));
+        Other server([&] {
+            const int chid = ChannelCreate(0);
+            EXPECT_EQ(static_cast<ssize_t>(sizeof chid), write(ready[1], &chid, sizeof chid));
+            if (isReceived)
+                receiveSoon(chid);
+            pause();
+        });
+        int chid = -1;
+        ASSERT_EQ(static_cast<ssize_t>(sizeof chid), read(ready[0], &chid, sizeof chid));
+        const int coid = attachTo(server.pid(), chid);
+        ASSERT_GE(coid, _NTO_SIDE_CHANNEL);
+        auto sender = sendNothingElsewhere(coid);
+        waitUntilOthersSleep();
+        const uint64_t begin = monotonicNs();
+        server.kill();
+        EXPECT_EQ((Outcome{-1, ESRCH}), sender.get());
+        EXPECT_LT(monotonicNs() - begin, host::kNsPerSecond);
+        EXPECT_EQ((Outcome{-1, EBADF}), sendNothing(coid));
+        EXPECT_EQ((Outcome{-1, EBADF}), outcomeOf([&] { return MsgSendPulse(coid, 1, 1, 1); }));
+        EXPECT_EQ(0, ConnectDetach(coid));
+        server.wait();
+        EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return attachTo(server.pid(), chid); }));
+        close(ready[0]);
+        close(ready[1]);
+    }
+}
+
+TEST(MessageProcessEnd, OfTheClientIsToldToTheServer) {
+    OwnChannel own(_NTO_CHF_DISCONNECT);
+    Other other(client(own.chid, [](int coid) { sendNothing(coid); }));
+    char bytes[sizeof(_pulse)];
+    _msg_info info;
+    const int id = receiveSoon(own.chid, bytes, sizeof bytes, &info);
+    ASSERT_GT(id, 0);
+    other.kill();
+    _pulse pulse;
+    ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    EXPECT_EQ(_PULSE_CODE_DISCONNECT, pulse.code);
+    EXPECT_EQ(info.scoid, pulse.scoid);
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReply(id, 0, nullptr, 0); }));
+}
+
+TEST(MessageProcessEnd, OfTheChannelEndsTheWaitAndLaterSends) {
+    const int chid = ChannelCreate(0);
+    support::ChildProcess other([server = getpid(), chid] {
+        const int coid = attachTo(server, chid);
+        EXPECT_EQ((Outcome{-1, ESRCH}), sendNothing(coid));
+        EXPECT_EQ((Outcome{-1, EBADF}), sendNothing(coid));
+        EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return attachTo(server, chid); }));
+    });
+    EXPECT_GT(receiveSoon(chid), 0);
+    EXPECT_EQ(0, ChannelDestroy(chid));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcessEnd, OfTheConnectionEndsItsSends) {
+    OwnChannel own;
+    support::ChildProcess other([server = getpid(), chid = own.chid] {
+        const int coid = attachTo(server, chid);
+        auto sender = sendNothingElsewhere(coid);
+        waitUntilOthersSleep();
+        EXPECT_EQ(0, ConnectDetach(coid));
+        EXPECT_EQ((Outcome{-1, EBADF}), sender.get());
+    });
+    const int id = receiveSoon(own.chid);
+    EXPECT_ENDS_WELL(other.finish());
+    while (MsgReply(id, 0, nullptr, 0) == 0)
+        FAIL() << "somebody still waited";
+    EXPECT_EQ(ESRCH, errno);
+}
+
+// Clients that are killed at any moment: the server goes on, and nothing of them stays.
+TEST(MessageProcessEnd, OfClientsAtAnyMomentLeavesNothingBehind) {
+    EchoServer server;
+    EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [](int coid) { sendNothing(coid); })));
+    std::this_thread::sleep_for(50ms);
+    const int before = openDescriptors(server.pid());
+    for (int round = 0; round < 60; ++round) {
+        Other other(clientOf(server.pid(), server.chid, [](int coid) {
+            std::vector<char> bytes(300000), back(300000);
+            for (unsigned length = 1;; length = length * 5 % 299999) {
+                MsgSendPulse(coid, 5, 1, 1);
+                MsgSend(coid, bytes.data(), static_cast<int>(length), back.data(), static_cast<int>(length));
+            }
+        }));
+        std::this_thread::sleep_for(std::chrono::microseconds(500 + round * 171 % 9000));
+        other.kill();
+        other.wait();
+    }
+    EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [](int coid) {
+        char back[4];
+        EXPECT_EQ(3, MsgSend(coid, "abc", 3, back, 4));
+    })));
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(before, openDescriptors(server.pid()));
+}
+
+// Servers that are killed at any moment: each call of the client ends, and nothing of them stays.
+TEST(MessageProcessEnd, OfServersAtAnyMomentEndsEachCall) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    int before = 0;
+    for (int round = 0; round < 60; ++round) {
+        int ready[2];
+        ASSERT_EQ(0, pipe(ready));
+        Other server([&] {
+            const int chid = ChannelCreate(0);
+            if (write(ready[1], &chid, sizeof chid) == sizeof chid)
+                echo(chid);
+        });
+        int chid = -1;
+        ASSERT_EQ(static_cast<ssize_t>(sizeof chid), read(ready[0], &chid, sizeof chid));
+        std::thread killer([&] {
+            std::this_thread::sleep_for(std::chrono::microseconds(300 + round * 173 % 9000));
+            server.kill();
+        });
+        const int coid = attachTo(server.pid(), chid);
+        if (coid != -1) {
+            std::vector<char> bytes(200000), back(200000);
+            Outcome outcome = {0, 0};
+            for (unsigned length = 1; outcome.result >= 0; length = length * 5 % 199999)
+                outcome = outcomeOf([&] {
+                    return MsgSend(coid, bytes.data(), static_cast<int>(length), back.data(),
+                                   static_cast<int>(length));
+                });
+            EXPECT_TRUE(outcome.error == ESRCH || outcome.error == EBADF) << outcome;
+            EXPECT_EQ(0, ConnectDetach(coid));
+        } else {
+            EXPECT_EQ(ESRCH, errno);
+        }
+        killer.join();
+        server.wait();
+        close(ready[0]);
+        close(ready[1]);
+        if (round == 5)
+            before = openDescriptors(getpid());
+    }
+    EXPECT_EQ(before, openDescriptors(getpid()));
+}
+
+// ---- children and surroundings
+
+TEST(MessageProcessInChild, OfEitherSideTheConnectionIsNotThere) {
+    EchoServer server;
+    EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [](int coid) {
+        EXPECT_EQ((Outcome{0, 0}), sendNothing(coid));
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(sendNothing(coid) == Outcome{-1, EBADF} ? 0 : 1);
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(0, status);
+        EXPECT_EQ((Outcome{0, 0}), sendNothing(coid));
+    })));
+    EXPECT_ENDS_WELL(support::runInChild([] {
+        EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([] { return MsgReceive(1, nullptr, 0, nullptr); }));
+    }));
+    EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [](int coid) {
+        EXPECT_EQ((Outcome{0, 0}), sendNothing(coid));
+    })));
+}
+
+TEST(MessageProcessInChild, ThatOutlivesItsParentTheServersEndIsStillNoticed) {
+    int ready[2];
+    ASSERT_EQ(0, pipe(ready));
+    Other server([&] {
+        const int chid = ChannelCreate(0);
+        const pid_t child = fork();
+        if (child == 0) {
+            pause();
+            _exit(0);
+        }
+        const int said[] = {chid, child};
+        EXPECT_EQ(static_cast<ssize_t>(sizeof said), write(ready[1], said, sizeof said));
+        receiveSoon(chid);
+        pause();
+    });
+    int said[2];
+    ASSERT_EQ(static_cast<ssize_t>(sizeof said), read(ready[0], said, sizeof said));
+    const int coid = attachTo(server.pid(), said[0]);
+    auto sender = sendNothingElsewhere(coid);
+    waitUntilOthersSleep();
+    server.kill();
+    EXPECT_EQ((Outcome{-1, ESRCH}), sender.get());
+    EXPECT_EQ(0, ConnectDetach(coid));
+    kill(said[1], SIGKILL);
+    close(ready[0]);
+    close(ready[1]);
+}
+
+int threads() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("Threads:", 0) == 0)
+            return std::stoi(line.substr(8));
+    return -1;
+}
+
+TEST(MessageProcess, StartsNoThreadBeforeTheFirstConnectionToAnotherProcess) {
+    EXPECT_ENDS_WELL(support::runInChild([] {
+        const int before = threads();
+        OwnChannel own;
+        _pulse pulse;
+        MsgSendPulse(own.coid, 10, 1, 1);
+        EXPECT_EQ(0, receivePulseNow(own.chid, pulse).result);
+        EXPECT_EQ(kTimedOut, receiveNow(own.chid));
+        EXPECT_EQ(before, threads());
+    }));
+}
+
+TEST(MessageProcess, UnknownProcessesAndChannelsAreRefused) {
+    OwnChannel own;
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return attachTo(INT_MAX, own.chid); }));
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return attachTo(-5, own.chid); }));
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return attachTo(getppid(), 1000); }));
+    EXPECT_ENDS_WELL(support::runInChild([server = getpid(), chid = own.chid] {
+        EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([=] { return attachTo(server, chid + 100); }));
+    }));
+}
+
+}  // namespace
