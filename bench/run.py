@@ -87,6 +87,17 @@ WORK = {
     "CVQBarrier_Round": "a round of {size} threads at a barrier",
     "CVQThreadCtrl_StartJoin": "start a thread and join it",
     "VQOperatingSystem_MonotonicTime": "read the monotonic clock",
+    "VQChannelAccess_ThreadsOneCpu": "{size} B there, 64 B back, threads on one CPU",
+    "VQChannelAccess_ThreadsOneCpuTimed": "the same of {size} B with deadlines",
+    "VQChannelAccess_ThreadsTwoCpus": "{size} B there, 64 B back, threads on two CPUs",
+    "VQChannelAccess_ProcessesOneCpu": "{size} B there, 64 B back, processes on one CPU",
+    "VQChannelAccess_ProcessesOneCpuTimed": "the same of {size} B with deadlines",
+    "VQChannelAccess_ProcessesTwoCpus": "{size} B there, 64 B back, processes on two CPUs",
+    "VQChannelAccess_PulseOneCpu": "send a pulse and receive it, threads on one CPU",
+    "VQChannelAccess_PulseTwoCpus": "send a pulse and receive it, threads on two CPUs",
+    "VQChannelAccess_EndOfPeer": "kill of a peer of {size} MiB to the call's return",
+    "VQChannelAccess_BesideBusy": "{size} B there and back beside a busy process",
+    "VQChannelAccess_Idle": "processor time of two that wait, per second",
     "TVQVector_PushInts": "push {size} ints, growing",
     "TVQVector_PushTexts": "push {size} texts, growing, and drop them",
     "TVQVector_InsertEraseInts": "insert and erase an int amid {size}",
@@ -216,6 +227,24 @@ GOALS = {
     ("CVQBarrier_Round", "pthread_barrier", None): 1.0,
     ("CVQThreadCtrl_StartJoin", "pthread_create, pthread_join", None): 1.05,
     ("VQOperatingSystem_MonotonicTime", "clock_gettime", None): 1.05,
+    ("VQChannelAccess_ThreadsOneCpu", "floor*", None): 1.1,
+    ("VQChannelAccess_ThreadsOneCpuTimed", "floor*", None): 1.2,
+    ("VQChannelAccess_ThreadsTwoCpus", "floor*", None): 2.2,
+    ("VQChannelAccess_ProcessesOneCpu", "AF_UNIX SEQPACKET", 64): 0.70,
+    ("VQChannelAccess_ProcessesOneCpu", "AF_UNIX SEQPACKET", 4096): 0.65,
+    ("VQChannelAccess_ProcessesOneCpu", "AF_UNIX SEQPACKET", 65536): 0.55,
+    ("VQChannelAccess_ProcessesOneCpu", "AF_UNIX SEQPACKET", 1048576): 1.0,
+    ("VQChannelAccess_ProcessesOneCpu", "ZeroMQ*", None): 0.2,
+    ("VQChannelAccess_ProcessesOneCpu", "nng*", None): 0.2,
+    ("VQChannelAccess_ProcessesOneCpuTimed", "floor*", None): 1.25,
+    ("VQChannelAccess_ProcessesTwoCpus", "AF_UNIX SEQPACKET", None): 0.05,
+    ("VQChannelAccess_ProcessesTwoCpus", "ZeroMQ*", None): 0.2,
+    ("VQChannelAccess_ProcessesTwoCpus", "nng*", None): 0.2,
+    ("VQChannelAccess_PulseOneCpu", "floor*", None): 2.0,
+    ("VQChannelAccess_PulseTwoCpus", "floor*", None): 2.0,
+    ("VQChannelAccess_EndOfPeer", "allowed*", None): 1.0,
+    ("VQChannelAccess_BesideBusy", "ours without*", None): 1.3,
+    ("VQChannelAccess_Idle", "allowed*", None): 1.0,
     ("TVQVector_PushInts", "std::vector", None): 1.2,
     ("TVQVector_PushTexts", "std::vector*", None): 1.2,
     ("TVQVector_InsertEraseInts", "std::vector", None): 1.0,
@@ -299,8 +328,8 @@ def programs(build):
 
 
 def pin(operation):
-    """Keeps the measured thread on one processor. Threads that compete or take turns choose their own."""
-    if not re.search("Contended|PingPong|Round$|StartJoin", operation):
+    """Keeps the measured thread on one processor. Threads that compete or take turns choose their own, or are told."""
+    if not re.search("Contended|PingPong|Round$|StartJoin|VQChannelAccess", operation):
         os.sched_setaffinity(0, {max(os.sched_getaffinity(0))})
 
 
