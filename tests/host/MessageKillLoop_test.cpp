@@ -172,7 +172,7 @@ TEST_F(MessageKillLoop, NobodyHangsAndNothingIsLost) {
     const auto end = Clock::now() + std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 1);
     std::mt19937 random(4711);
     unsigned long rounds = 0, hangs = 0;
-    for (; Clock::now() < end; ++rounds) {
+    for (; Clock::now() < end || mBoard.replies == 0; ++rounds) {
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 10000));
         const int victim = static_cast<int>(random() % kPlayers);
         this->end(victim);
@@ -184,7 +184,6 @@ TEST_F(MessageKillLoop, NobodyHangsAndNothingIsLost) {
     std::cout << rounds << " kills, " << mBoard.replies << " replies, " << mBoard.ends << " calls ended by a kill, "
               << mBoard.timeouts << " by a time-out, " << mBoard.pulses << " pulses; " << hangs << " hangs, "
               << mBoard.wrong << " wrong, " << mBoard.lost << " lost\n";
-    EXPECT_GT(mBoard.replies, 0u);
     EXPECT_EQ(0u, mBoard.wrong);
     EXPECT_EQ(0u, mBoard.lost);
 }
