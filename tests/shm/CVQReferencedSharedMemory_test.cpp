@@ -1,9 +1,10 @@
-// Concerns: the layout; the count through constructors, copies, streams, processes and pipes; who unlinks; failed
-// openings and what they leave; the sizes that are none; hostile streams; killed holders; descriptors.
+// Concerns: the layout; the count through constructors, copies, streams, processes, pipes and channels; who unlinks;
+// failed openings and what they leave; the sizes that are none; hostile streams; killed holders; descriptors.
 #include <CVQReferencedSharedMemory.h>
 
 #include <CVQByteStream.h>
 #include <CVQSharedMemory.h>
+#include <VQChannelAccess.h>
 
 #include "SharedName.h"
 #include "file/Descriptors.h"
@@ -16,6 +17,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
+#include <sys/neutrino.h>
 #include <sys/resource.h>
 #include <thread>
 #include <vector>
@@ -271,6 +273,54 @@ TEST_F(CVQReferencedSharedMemoryTest, AHandleGoesThroughAPipeToAnotherProcess) {
     for (const int descriptor : {forth[0], forth[1], back[0], back[1]}) {
         close(descriptor);
     }
+}
+
+TEST_F(CVQReferencedSharedMemoryTest, AHandleGoesThroughAChannelToAnotherProcess) {
+    constexpr int kTimeoutMs = 5000;
+    int told[2];
+    ASSERT_EQ(0, pipe2(told, O_CLOEXEC));
+    support::ChildProcess receiver([&] {
+        const int channel = ChannelCreate(0);
+        ASSERT_NE(-1, channel);
+        ASSERT_EQ(static_cast<ssize_t>(sizeof channel), write(told[1], &channel, sizeof channel));
+        char bytes[1024];
+        _msg_info info;
+        const int letter = VQChannelAccess::receive(channel, bytes, sizeof bytes, kTimeoutMs, &info);
+        ASSERT_GT(letter, 0);
+        CVQByteStream stream;
+        stream.write(bytes, static_cast<unsigned>(info.msglen));
+        Handle handle;
+        stream >> handle;
+        ASSERT_FALSE(handle.isNull());
+        EXPECT_STREQ("hello", static_cast<char*>(handle->getDataPtr()));
+        EXPECT_EQ(2U, handle->getSharedMemoryRefCount());
+        EXPECT_EQ(0, MsgReply(letter, EOK, nullptr, 0));
+        const int end = VQChannelAccess::receive(channel, bytes, sizeof bytes, kTimeoutMs, &info);
+        handle = nullptr;
+        EXPECT_EQ(0, MsgReply(end, EOK, nullptr, 0));
+    });
+    // In a process of its own, too: what channels need is open as long as their process lives.
+    const auto sender = support::runInChild([&] {
+        int channel = -1;
+        ASSERT_EQ(static_cast<ssize_t>(sizeof channel), read(told[0], &channel, sizeof channel));
+        int connection = -1;
+        ASSERT_TRUE(VQChannelAccess::attach(connection, channel, receiver.pid(), 0));
+        Handle handle = Segment::create(mName, 100);
+        std::memcpy(handle->getDataPtr(), "hello", 6);
+        CVQByteStream stream;
+        stream << handle;
+        const auto size = static_cast<int>(stream.getLength());
+        EXPECT_EQ(EOK, VQChannelAccess::send(connection, stream.getData(), size, nullptr, 0));
+        EXPECT_EQ(2U, handle->getSharedMemoryRefCount());  // one more than before, while the receiver holds it
+        EXPECT_EQ(EOK, VQChannelAccess::send(connection, "end", 3, nullptr, 0));
+        EXPECT_EQ(1U, handle->getSharedMemoryRefCount());
+    });
+    EXPECT_TRUE(sender.exitedWith(0)) << sender;
+    const auto result = receiver.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_FALSE(mName.exists());
+    close(told[0]);
+    close(told[1]);
 }
 
 TEST_F(CVQReferencedSharedMemoryTest, AStreamThatEndsEarlyGivesAnEmptyPointer) {
