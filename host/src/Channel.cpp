@@ -77,7 +77,8 @@ void changeCallable(Channel* channel, Change change) {
     }
 }
 
-void freePulses(Channel* channel) {
+void freeContents(Channel* channel) {
+    free(channel->timers.timers);
     while (QueuedPulse* const block = channel->pulseBlocks) {
         channel->pulseBlocks = static_cast<QueuedPulse*>(block->previous);
         free(block);
@@ -123,12 +124,13 @@ void unlockChannels() {
 
 void forgetChannels() {
     channelLock = {0, 0};
+    forgetTimers();
     processId = getpid();
     for (int id = 1; id < channels.capacity; ++id)
         if (Channel* const channel = channels.find(id)) {
             close(channel->listener);
             close(channel->doorbellFile);
-            freePulses(channel);
+            freeContents(channel);
             free(channel);
         }
     while (Channel* const spare = spareChannels) {
@@ -194,7 +196,7 @@ Channel* newChannel(unsigned flags) {
 void releaseChannel(Channel* channel) {
     if (--channel->references != 0)
         return;
-    freePulses(channel);
+    freeContents(channel);
     putBack(channel);
 }
 

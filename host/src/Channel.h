@@ -13,6 +13,7 @@
 #include "Segment.h"
 #include "Spin.h"
 #include "Thread.h"
+#include "Timer.h"
 
 #include <pthread.h>
 #include <sys/neutrino.h>
@@ -67,7 +68,7 @@ struct QueuedPulse : QueueEntry {
 
 // What each message needs comes first, close together: it moves from processor to processor.
 struct Channel {
-    unsigned references;  // the table's, its connections', its receivers' and its messages'
+    unsigned references;  // the table's, its connections', its timers', its receivers' and its messages'
     bool isDestroyed;
     bool isSpunAt;
     unsigned asleep;
@@ -78,6 +79,7 @@ struct Channel {
     uint64_t arrivals;
     EntryQueue messages;
     EntryQueue pulses;
+    TimerHeap timers;
     QueuedPulse* freePulses;
     Doorbell* doorbell;  // its place in memory outlives the channel, for those who ring late
     struct InLink* links;

@@ -22,6 +22,14 @@ timespec timespecOf(uint64_t ns) {
     return time;
 }
 
+// Above that an id and its clock's number do not fit into 32 bits; Linux has none.
+constexpr int kLastId = (1 << 28) - 1;
+
+// As the kernel numbers it: the complement of the id, "of a thread", "time scheduled".
+clockid_t clockOfThread(int tid) {
+    return static_cast<clockid_t>(~static_cast<unsigned>(tid) << 3 | 6);
+}
+
 }  // namespace
 }  // namespace host
 
@@ -40,6 +48,19 @@ int ClockTime(clockid_t id, const uint64_t* set, uint64_t* old) {
     if (old != nullptr)
         *old = static_cast<uint64_t>(time.tv_sec) * kNsPerSecond + static_cast<uint64_t>(time.tv_nsec);
     return 0;
+}
+
+int ClockId(pid_t pid, int tid) {
+    dropTimeout();
+    ErrnoKeeper keeper;
+    clockid_t clock = clockOfThread(tid);
+    const bool isKnown = tid == 0 ? pid <= kLastId && clock_getcpuclockid(pid, &clock) == 0
+                                  : tid > 0 && tid <= kLastId && (pid == 0 || pid == getpid());
+    timespec time;
+    if (isKnown && clock_gettime(clock, &time) == 0)
+        return clock;
+    keeper.report(ESRCH);
+    return -1;
 }
 
 unsigned delay(unsigned milliseconds) {

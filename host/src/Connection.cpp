@@ -180,6 +180,7 @@ int ConnectDetach(int coid) {
         dropLink(connection->link, EBADF);
         releaseLink(connection->link);
     } else {
+        queueExpiries(connection->channel);
         finishMessages(connection->channel, coid, EBADF);
         sayDisconnected(connection->channel, coid);
         releaseChannel(connection->channel);

@@ -80,6 +80,13 @@ void waitForReply(LocalSender& sender, ArmedTimeout timeout, ProcessorHint recei
     }
 }
 
+/// Queues what has arrived by now, before something else does or somebody looks.
+void update(Channel* channel) {
+    if (channel->timers.count != 0)
+        queueExpiries(channel);
+    collect(channel);
+}
+
 /// After something was queued. Gives the lock up; true when a receiver waits.
 bool callReceiver(ChannelGuard& guard, const Channel* channel) {
     Doorbell* const doorbell = isAwaited(channel) ? channel->doorbell : nullptr;
@@ -108,7 +115,7 @@ SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& re
     message->info.srcmsglen = static_cast<int32_t>(request.length);
     message->info.dstmsglen = static_cast<int32_t>(reply.length);
     message->info.priority = static_cast<int16_t>(message->priority);
-    collect(channel);  // what others sent before comes first
+    update(channel);  // what others sent before comes first
     queueArrival(channel, message);
     channel->sender = thisProcessor();
     const ProcessorHint lastReceiver = channel->receiver;
@@ -123,7 +130,7 @@ int pulseHere(ChannelGuard& guard, const Connection* connection, int priority, i
     Channel* const channel = connection->channel;
     if (channel->isDestroyed)
         return EBADF;
-    collect(channel);
+    update(channel);
     sigval small;
     small.sival_ptr = nullptr;
     small.sival_int = value;
@@ -268,6 +275,14 @@ void spin(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadl
     __atomic_fetch_and(&word, ~kSpinning, __ATOMIC_SEQ_CST);
 }
 
+/// How long a receiver may sleep.
+Deadline sleepUntil(const Channel* channel, Deadline deadline) {
+    if (channel->timers.count == 0)
+        return deadline;
+    const Deadline expiry = wakingTime(channel->timers);
+    return expiry.ns < deadline.ns ? expiry : deadline;
+}
+
 /// Until something arrives: 0 or an error number.
 int sleep(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadline) {
     beginSleep(channel, pulsesOnly);
@@ -276,9 +291,12 @@ int sleep(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadl
     collect(channel);  // after the word was seen, as above
     int result = 0;
     if (!isWorthWaking(channel, pulsesOnly)) {
+        const Deadline limit = sleepUntil(channel, deadline);
         guard.unlock();
-        result = futexWait(&doorbell.word, seen, Sharing::SHARED, deadline);
+        result = futexWait(&doorbell.word, seen, Sharing::SHARED, limit);
         guard.lock();
+        if (result == ETIMEDOUT && limit.ns < deadline.ns)
+            result = 0;
     }
     endSleep(channel, pulsesOnly);
     return result == EAGAIN ? 0 : result;
@@ -299,7 +317,7 @@ int receiveFrom(ChannelGuard& guard, Channel* channel, Parts into, _msg_info* in
     for (int ended = 0;;) {
         if (channel->isDestroyed)
             return -ESRCH;
-        collect(channel);
+        update(channel);
         QueueEntry* const entry = nextFor(channel, pulsesOnly);
         if (hasSpun)
             passCallOn(channel, entry != nullptr, pulsesOnly);

@@ -49,6 +49,41 @@ TEST(ClockTime, RefusesUnknownClocks) {
     EXPECT_EQ(5u, time);
 }
 
+TEST(ClockId, IsTheProcessorTimeOfAThreadOrAProcess) {
+    const struct {
+        pid_t pid;
+        int tid;
+        clockid_t same;
+    } kRows[] = {{0, gettid(), CLOCK_THREAD_CPUTIME_ID},
+                 {getpid(), gettid(), CLOCK_THREAD_CPUTIME_ID},
+                 {0, 0, CLOCK_PROCESS_CPUTIME_ID},
+                 {getpid(), 0, CLOCK_PROCESS_CPUTIME_ID}};
+    for (const auto& row : kRows) {
+        errno = EACCES;
+        const int clock = ClockId(row.pid, row.tid);
+        ASSERT_NE(-1, clock);
+        EXPECT_EQ(EACCES, errno);
+        const uint64_t before = host::nowNs(row.same);
+        uint64_t time = 0;
+        EXPECT_EQ(0, ClockTime(clock, nullptr, &time));
+        EXPECT_LE(before, time);
+        EXPECT_LE(time, host::nowNs(row.same));
+    }
+}
+
+TEST(ClockId, RefusesWhatIsNotThere) {
+    const struct {
+        pid_t pid;
+        int tid;
+    } kRows[] = {{0, -1},         {0, 0x0fffffff}, {0, 0x3fffffff}, {0, INT_MAX},         {0, INT_MIN},
+                 {0x0fffffff, 0}, {INT_MAX, 0},    {1, 1},          {getppid(), gettid()}};
+    for (const auto& row : kRows) {
+        errno = 0;
+        EXPECT_EQ(-1, ClockId(row.pid, row.tid)) << row.pid << ", " << row.tid;
+        EXPECT_EQ(ESRCH, errno);
+    }
+}
+
 TEST(Delay, SleepsAndIsNotEarly) {
     for (const unsigned ms : {0u, 1u, 15u}) {
         const uint64_t begin = monotonicNs();

@@ -25,6 +25,8 @@ int headersInC(void) {
     bt_addr_t address = 0;
     volatile unsigned counter = 1;
     struct sigevent event;
+    struct _itimer setting = {0, 0};
+    int timer;
     struct statvfs fileSystem;
     const uint64_t zero = 0;
     struct sched_param parameters;
@@ -60,6 +62,13 @@ int headersInC(void) {
         if (MsgSendPulse(coid, 10, _PULSE_CODE_MINAVAIL, 7) != 0 ||
             MsgReceive(chid, &pulse, sizeof pulse, &info) != 0 || pulse.value.sival_int != 7)
             return 11;
+        SIGEV_PULSE_INIT(&event, coid, 10, _PULSE_CODE_MINAVAIL, &info);
+        timer = TimerCreate(CLOCK_MONOTONIC, &event);
+        setting.nsec = 1;
+        if (timer < 0 || TimerSettime(timer, 0, &setting, NULL) != 0 ||
+            MsgReceivePulse(chid, &pulse, sizeof pulse, NULL) != 0 || pulse.value.sival_ptr != &info ||
+            TimerDestroy(timer) != 0)
+            return 16;
         if (ConnectDetach(coid) != 0 || ChannelDestroy(chid) != 0)
             return 12;
     }

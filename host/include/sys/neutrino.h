@@ -79,6 +79,10 @@ int SchedSet(pid_t pid, int tid, int policy, const struct sched_param* parameter
 /// Reads a clock in nanoseconds into `old`, and sets it to `*set` before. Both may be null.
 int ClockTime(clockid_t id, const uint64_t* set, uint64_t* old);
 
+/// The processor-time clock of a thread of this process, or of a whole process (`tid` 0); `pid` 0 is this one. -1 and
+/// errno ESRCH for no such thread or process, and for a thread of another process.
+int ClockId(pid_t pid, int tid);
+
 /// The mask of the calling thread, `tid` 0 or its own id; others cannot be reached (ESRCH). `set` may be null.
 int SignalProcmask(pid_t pid, int tid, int how, const sigset_t* set, sigset_t* old);
 int SignalProcmask_r(pid_t pid, int tid, int how, const sigset_t* set, sigset_t* old);
@@ -89,3 +93,4 @@ int SignalProcmask_r(pid_t pid, int tid, int how, const sigset_t* set, sigset_t*
 #pragma GCC visibility pop
 
 #include <host/Messages.h>
+#include <host/Timers.h>
