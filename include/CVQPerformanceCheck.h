@@ -49,7 +49,7 @@ private:
     enum eState : int { NEW = 0, STARTED = 1, PAUSED = 2, RESUMED = 3, STOPPED = 4 };
 
     unsigned long long now(unsigned lineUnknownMode) const;
-    void checkState(unsigned allowed, unsigned line) const;
+    void expectState(eState one, eState other, eState third, unsigned line) const;
 
     int mProcessId = 0;
     int mThreadId = 0;
