@@ -1,22 +1,24 @@
 // CLogicalTimerManager, CLogicalTimer: any number of timers on one kernel timer.
-//   Use      class CRetry : public CLogicalTimer { using CLogicalTimer::CLogicalTimer; void onTimeout() override; };
-//            CLogicalTimerManager manager(100, /*threadSafe*/ true);  CRetry retry(manager);
+//   Use      class CRetry : public CLogicalTimer { ... void onTimeout() override { ... } };
+//            CLogicalTimerManager manager(100, /*threadSafe*/ true);
+//            CRetry retry(manager);
 //            retry.start(500, /*singleShot*/ true);
 //            while (isRunning) manager.performWork();
 //   Units    milliseconds in calls; inside nanoseconds since VQOperatingSystem::getMonotonicBias(), 64 bits.
-//   Shape    the manager is the list of the registered timers, the one that is due first in front, and what it has of
-//            the kernel; no virtual table. A timer is a virtual table, the list's links, its manager, and three
+//   Shape    the manager is the list of the registered timers, the one that is due first in front, and what it has
+//            of the kernel; no virtual table. A timer is a virtual table, the list's links, its manager, and three
 //            numbers. Table: both destructors, onTimeout.
-//   Order    timers that are due at the same time fire in the order in which they were started. A round calls each due
-//            timer once, however late it is; a periodic one counts on from its last expiry, not from now.
-//   Rounds   after each call the round goes on at the second timer of the list. So when a handler stops the timer in
-//            front, its own or another, the one behind is left for the next round, which follows at once.
-//   Cost     a start finds its place by a search among signposts, of which there is one for every few dozens of timers,
-//            and a few steps from there. They are memory of the manager, 16 bytes each; without memory all steps
-//            are taken from the front.
-//   Errors   a kernel object that is refused is an assertion, and the manager then never calls. A receive that fails
-//            ends the process through VQError::fatalError, unless it was interrupted. Destroying a manager that has
-//            timers is an assertion; they are let go, and can be destroyed, but not be started, afterwards.
+//   Order    timers that are due at the same time fire in the order in which they were started. A round calls each
+//            due timer once, however late it is; a periodic one counts on from its last expiry, not from now.
+//   Rounds   after each call the round goes on at the second timer of the list. So when a handler stops the timer
+//            in front, its own or another, the one behind is left for the next round, which follows at once.
+//   Cost     a start finds its place by a search among signposts, of which there is one for every few dozens of
+//            timers, and a few steps from there. They are memory of the manager, 16 bytes each; without memory all
+//            steps are taken from the front.
+//   Errors   a kernel object that is refused is an assertion. A receive that fails, as it does without a channel,
+//            ends the process through VQError::fatalError, unless it was interrupted. A manager outlives its
+//            timers: destroying one that has registered ones is an assertion; these are let go, and can be
+//            destroyed, but not be started, afterwards.
 //   Threads  performWork() is for one thread, which calls the handlers. A manager made thread-safe has its timers
 //            started, stopped and destroyed by any thread, except by handlers: these run under its lock. One made
 //            without the lock is for its one thread alone, and its handlers may do all that, to any of its timers:
@@ -85,16 +87,16 @@ private:
 
     void create();
     void destroy();
-    void doRegisterTimer(CLogicalTimer& timer);
+    void doRegisterTimer(CLogicalTimer& timer, unsigned long long now);
     void doUnregisterTimer(CLogicalTimer& timer);
-    TimerList::iterator findPlace(unsigned long long expiry);
+    TimerList::iterator findSortedPlace(unsigned long long expiry);
     void erase(CLogicalTimer& timer);
     void release(CLogicalTimer& timer);
     int handleSignalledTimer();
     void markFired(CLogicalTimer& timer);
-    void resort();
-    void rearm();
-    void start();
+    void resort(unsigned long long now);
+    void rearm(unsigned long long now);
+    void start(unsigned long long now);
     void cancel();
 
     TimerList mTimers;
@@ -108,6 +110,7 @@ private:
     // From here on the list is sorted. What stands before it has fired in this round, or was put between what has.
     TimerList::iterator mSorted;
     CSignposts mSignposts;
+    unsigned mRound = 0;                  // the number of the last round
     unsigned mChanges = 0;                // of the list, so that a round knows whether a handler made any
     unsigned long long mArmedExpiry = 0;  // what the kernel timer is set to; 0 when it is not
 };
@@ -132,12 +135,12 @@ public:
 private:
     friend class CLogicalTimerManager;
 
-    enum eState : int { IDLE = 0, FIRED = 1, REINSERTED = 2 };
+    static constexpr unsigned kNever = 0;
 
     void release();
 
     CLogicalTimerManager* mManager;  // null when it has gone before its timer
     unsigned long long mExpiry = 0;  // 0: not registered
     unsigned int mPeriodNs = 0;      // 0: single-shot
-    eState mState = IDLE;
+    unsigned mFiredIn = kNever;      // the manager's last round that called it
 };

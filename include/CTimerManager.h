@@ -3,14 +3,14 @@
 //            CTimerManager manager(100);  CBlink blink(manager);  blink.start(500, /*singleShot*/ false);
 //            while (isRunning) manager.performWork();
 //   Units    milliseconds of the monotonic clock.
-//   Shape    the manager is the list of its timers, the time-out and the ids of a channel and a connection to it; no
-//            virtual table. A timer is a virtual table, the kernel timer's id, its manager, the list's link and one
-//            byte. Table: both destructors, onTimeout.
-//   Pulses   each expiry of a timer queues one pulse (code 0, priority 63) that carries the timer's address. A pulse
-//            of a timer that was stopped or destroyed meanwhile is dropped.
+//   Shape    the manager is the list of its timers, the time-out and the ids of a channel and a connection to it;
+//            no virtual table. A timer is a virtual table, the kernel timer's id, its manager, the list's link and
+//            one byte. Table: both destructors, onTimeout.
+//   Pulses   each expiry of a timer queues one pulse (code 0, priority 63) that carries the timer's address. A
+//            pulse of a timer that was stopped or destroyed meanwhile is dropped.
 //   Errors   a kernel call that fails ends the process through VQError::fatalError, except that a receive may be
-//            interrupted. Destroying a manager that has timers is an assertion; they are let go, and can be
-//            destroyed, but not be started, afterwards.
+//            interrupted. A manager outlives its timers: destroying one that has some is an assertion; they
+//            are let go, and can be destroyed, but not be started, afterwards.
 //   Threads  the one that drives the manager, for everything. It may construct, destroy, start and stop timers in
 //            onTimeout, the one that is being called included.
 //   Kept     timer-restart-stale: a timer that is started again while a pulse of its former start waits is called
@@ -81,7 +81,8 @@ public:
     virtual void onTimeout() = 0;
 
     /// Fires `timeMs` from now, and with `singleShot` false then every `timeMs`, without drift: an expiry that
-    /// performWork() did not take in time is made up for. A timer that is active starts anew. False without a manager.
+    /// performWork() did not take in time is made up for. A timer that is active starts anew. False without a
+    /// manager.
     bool start(unsigned int timeMs, bool singleShot);
     void stop();
 

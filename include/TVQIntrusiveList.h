@@ -20,6 +20,7 @@ namespace VQIntrusive {
 struct SVQListBaseHook {
     SVQListBaseHook() noexcept = default;
     SVQListBaseHook(const SVQListBaseHook&) noexcept {}
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): the links are not assigned
     SVQListBaseHook& operator=(const SVQListBaseHook&) noexcept { return *this; }
 
     SVQListBaseHook* mNext = nullptr;
@@ -53,6 +54,8 @@ public:
 
     iterator begin() noexcept { return iterator(mHead.mNext); }
     iterator end() noexcept { return iterator(&mHead); }
+    /// The position of an object that is in a list.
+    static iterator iteratorTo(T& element) noexcept { return iterator(&Hook::getHook(element)); }
 
     /// Inserts before `position`.
     void insert(iterator position, T& element) {

@@ -20,6 +20,7 @@ namespace VQIntrusive {
 struct SVQSlistBaseHook {
     SVQSlistBaseHook() noexcept = default;
     SVQSlistBaseHook(const SVQSlistBaseHook&) noexcept {}
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): the links are not assigned
     SVQSlistBaseHook& operator=(const SVQSlistBaseHook&) noexcept { return *this; }
 
     SVQSlistBaseHook* mNext = nullptr;

@@ -2,8 +2,8 @@
 //   Units    clocks and deadlines in nanoseconds, 64 bits unsigned; time-outs and sleeps in milliseconds.
 //   Errors   the last error is errno: the whole library leaves the reason of a platform failure there. Calls that an
 //            interruption ended are made again.
-//   Threads  any thread; the last error and an armed kernel time-out are each thread's own. Two threads that ask
-//            for the monotonic bias first, at the same moment, may be told different times; the later one stays.
+//   Threads  any thread; the last error and an armed kernel time-out are each thread's own. Of threads that
+//            ask for the monotonic bias first, at the same moment, one captures it for all.
 //   Kept     vsnprintf-equal-size: a text of exactly `size` bytes, which is cut, is not counted as cut.
 //            process-exit-signed: an exit code is a signed byte, so 255 looks like a failure.
 //            process-wait-minus-one: waitForProcesses says -1 after success, too.

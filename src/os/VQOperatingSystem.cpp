@@ -9,17 +9,18 @@ namespace {
 constexpr char kUnit[] = "VQOperatingSystem";
 constexpr unsigned kLineTimeDiff = 47;
 
-std::atomic<unsigned long long> sMonotonicBias{0};
-std::atomic<bool> sHasMonotonicBias{false};
+std::atomic<unsigned long long> sMonotonicBias{0};  // 0: nobody asked yet; the clock never reads 0
 
 }  // namespace
 
 unsigned long long VQOperatingSystem::getMonotonicBias(unsigned long long* out) {
-    if (!sHasMonotonicBias.load(std::memory_order_acquire)) {
-        sMonotonicBias.store(getMonotonicTime(), std::memory_order_relaxed);
-        sHasMonotonicBias.store(true, std::memory_order_release);
+    unsigned long long bias = sMonotonicBias.load(std::memory_order_relaxed);
+    if (VQ_UNLIKELY(bias == 0)) {
+        const unsigned long long now = getMonotonicTime();
+        if (sMonotonicBias.compare_exchange_strong(bias, now, std::memory_order_relaxed)) {
+            bias = now;
+        }
     }
-    const unsigned long long bias = sMonotonicBias.load(std::memory_order_relaxed);
     if (out != nullptr) {
         *out = bias;
     }
