@@ -1,0 +1,115 @@
+// Work that many timers of one thread do. `Timers` is made with a number of timers and has start(i, milliseconds)
+// and stop(i) for single shots, update(), which tells a library that keeps the time what it is, and run(), which
+// waits until some are due and fires them: how many. Each counts what it fired in `fired`.
+#pragma once
+
+#include "Bench.h"
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+#include <random>
+#include <vector>
+
+namespace bench {
+
+inline double threadSeconds() {
+    timespec time;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/// The same numbers for all contenders.
+inline std::vector<unsigned> randomNumbers(std::size_t count, unsigned below, unsigned seed) {
+    std::mt19937 random(seed);
+    std::vector<unsigned> numbers(count);
+    for (unsigned& number : numbers)
+        number = random() % below;
+    return numbers;
+}
+
+/// As many timers as the benchmark's size are running, and one after the other, at random, is stopped and started.
+template <class Timers>
+void startAndStop(benchmark::State& state) {
+    const auto count = static_cast<std::size_t>(state.range(0));
+    const auto which = randomNumbers(4096, static_cast<unsigned>(count), 1);
+    const auto times = randomNumbers(4096, 1000000, 2);
+    Timers timers(count);
+    for (std::size_t i = 0; i < count; ++i)
+        timers.start(i, 3600000 + times[i % 4096]);
+    std::size_t next = 0;
+    for (auto _ : state) {
+        const std::size_t i = next++ % 4096;
+        timers.stop(which[i]);
+        timers.start(which[i], 3600000 + times[i]);
+    }
+    check(timers.fired == 0, "no timer is due");
+}
+
+/// The timers are started at random times of up to 20 ms, every third is stopped, and the others fire. Reports the
+/// processor time for one of them.
+template <class Timers>
+void startStopAndFire(benchmark::State& state) {
+    const auto count = static_cast<std::size_t>(state.range(0));
+    const auto times = randomNumbers(count, 20, 3);
+    Timers timers(count);
+    for (auto _ : state) {
+        timers.fired = 0;
+        const double begin = threadSeconds();
+        timers.update();
+        for (std::size_t i = 0; i < count; ++i)
+            timers.start(i, 1 + times[i]);
+        for (std::size_t i = 0; i < count; i += 3)
+            timers.stop(i);
+        while (timers.fired < count - (count + 2) / 3)
+            timers.run();
+        state.SetIterationTime((threadSeconds() - begin) / static_cast<double>(count));
+        check(timers.fired == count - (count + 2) / 3, "each timer that was not stopped fired once");
+    }
+}
+
+/// All timers are due at once. Reports the processor time to fire one of them.
+template <class Timers>
+void fireAll(benchmark::State& state) {
+    const auto count = static_cast<std::size_t>(state.range(0));
+    Timers timers(count);
+    for (auto _ : state) {
+        timers.fired = 0;
+        timers.update();
+        for (std::size_t i = 0; i < count; ++i)
+            timers.start(i, 1 + i % 2);
+        const timespec pause = {0, 10000000};
+        nanosleep(&pause, nullptr);
+        const double begin = threadSeconds();
+        while (timers.fired < count)
+            timers.run();
+        state.SetIterationTime((threadSeconds() - begin) / static_cast<double>(count));
+    }
+}
+
+constexpr int kLatenessSamples = 100;
+
+/// Nanoseconds of the monotonic clock.
+inline long long monotonicNow() {
+    timespec time;
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return time.tv_sec * 1000000000LL + time.tv_nsec;
+}
+
+/// How late a timer of 1 ms is, the median of some; `allowanceNs` is added. `waitUntil` returns when a time has come.
+template <class WaitUntil>
+void lateness(benchmark::State& state, long long allowanceNs, WaitUntil waitUntil) {
+    for (auto _ : state) {
+        std::vector<long long> late;
+        for (int i = 0; i < kLatenessSamples; ++i) {
+            const long long due = monotonicNow() + 1000000;
+            waitUntil(due);
+            late.push_back(monotonicNow() - due);
+        }
+        std::nth_element(late.begin(), late.begin() + kLatenessSamples / 2, late.end());
+        check(late[kLatenessSamples / 2] >= 0, "not early");
+        state.SetIterationTime(static_cast<double>(late[kLatenessSamples / 2] + allowanceNs) * 1e-9);
+    }
+}
+
+}  // namespace bench
