@@ -205,7 +205,7 @@ void dropInLink(InLink* link) {
     *place = link->next;
     if (link->page != nullptr)
         sayDisconnected(channel, link->id);
-    callIfAnythingWaits(channel);
+    callAllReceivers(channel);  // and have them count themselves anew: the other side could write to the doorbell
     releaseChannel(channel);
 }
 

@@ -311,18 +311,7 @@ TEST(MessageProcess, ServesManyClientsWithManyThreadsEach) {
         GTEST_SKIP() << "no threads in the children of a process that has some";
     constexpr int kServers = 3, kClients = 4, kThreads = 3, kRounds = 150;
     OwnChannel own;
-    std::vector<std::thread> servers;
-    for (int i = 0; i < kServers; ++i)
-        servers.emplace_back([&] {
-            for (;;) {
-                int received[64];
-                _msg_info info;
-                const int id = receiveSoon(own.chid, received, sizeof received, &info);
-                if (id <= 0)
-                    break;
-                EXPECT_EQ(0, MsgReply(id, received[0], received, info.msglen));
-            }
-        });
+    // Before any thread here: in a child that is forked while another thread allocates, a sanitizer's heap stays locked.
     std::vector<std::unique_ptr<support::ChildProcess>> clients;
     for (int i = 0; i < kClients; ++i)
         clients.push_back(std::make_unique<support::ChildProcess>(client(own.chid, [](int coid) {
@@ -338,6 +327,18 @@ TEST(MessageProcess, ServesManyClientsWithManyThreadsEach) {
             for (std::thread& thread : threads)
                 thread.join();
         })));
+    std::vector<std::thread> servers;
+    for (int i = 0; i < kServers; ++i)
+        servers.emplace_back([&] {
+            for (;;) {
+                int received[64];
+                _msg_info info;
+                const int id = receiveSoon(own.chid, received, sizeof received, &info);
+                if (id <= 0)
+                    break;
+                EXPECT_EQ(0, MsgReply(id, received[0], received, info.msglen));
+            }
+        });
     for (auto& one : clients)
         EXPECT_ENDS_WELL(one->finish());
     for (int i = 0; i < kServers; ++i)
@@ -397,18 +398,7 @@ TEST(MessageProcessTimeout, HasOneOutcomeWhenItRacesTheReply) {
     if (!canStartThreadsInChildren())
         GTEST_SKIP() << "no threads in the children of a process that has some";
     OwnChannel own;
-    std::atomic<bool> stop{false};
-    std::thread server([&] {
-        while (!stop) {
-            char bytes[64];
-            armFor(_NTO_TIMEOUT_RECEIVE, kMs);
-            const int id = MsgReceive(own.chid, bytes, sizeof bytes, nullptr);
-            if (id > 0 && MsgReply(id, 7, bytes, sizeof bytes) == -1) {
-                EXPECT_EQ(ESRCH, errno);
-            }
-        }
-    });
-    EXPECT_ENDS_WELL(support::runInChild(client(own.chid, [](int coid) {
+    support::ChildProcess other(client(own.chid, [](int coid) {
         unsigned random = 1;
         for (int round = 0; round < 2000; ++round) {
             random = random * 1103515245 + 12345;
@@ -421,7 +411,19 @@ TEST(MessageProcessTimeout, HasOneOutcomeWhenItRacesTheReply) {
             else
                 ASSERT_EQ(kTimedOut, outcome);
         }
-    })));
+    }));
+    std::atomic<bool> stop{false};
+    std::thread server([&] {
+        while (!stop) {
+            char bytes[64];
+            armFor(_NTO_TIMEOUT_RECEIVE, kMs);
+            const int id = MsgReceive(own.chid, bytes, sizeof bytes, nullptr);
+            if (id > 0 && MsgReply(id, 7, bytes, sizeof bytes) == -1) {
+                EXPECT_EQ(ESRCH, errno);
+            }
+        }
+    });
+    EXPECT_ENDS_WELL(other.finish());
     stop = true;
     server.join();
 }
@@ -447,18 +449,7 @@ TEST(MessageProcessTimeout, MayEndWhileTheMessageIsBeingCopied) {
         GTEST_SKIP() << "no threads in the children of a process that has some";
     constexpr int kLongest = 6 << 20;
     OwnChannel own;
-    std::vector<std::thread> servers;
-    for (int i = 0; i < 2; ++i)
-        servers.emplace_back([&] {
-            std::vector<char> bytes(kLongest);
-            _msg_info info;
-            for (int id; (id = receiveSoon(own.chid, bytes.data(), kLongest, &info)) > 0;) {
-                const std::size_t last = static_cast<std::size_t>(info.msglen) - 1;
-                EXPECT_EQ(bytes[0], bytes[last]);
-                MsgReply(id, 0, bytes.data(), 1);
-            }
-        });
-    EXPECT_ENDS_WELL(support::runInChild(client(own.chid, [](int coid) {
+    support::ChildProcess other(client(own.chid, [](int coid) {
         std::vector<char> bytes(kLongest);
         int replied = 0;
         for (int round = 0; round < 90; ++round) {
@@ -474,7 +465,19 @@ TEST(MessageProcessTimeout, MayEndWhileTheMessageIsBeingCopied) {
             }
         }
         EXPECT_GT(replied, 0);
-    })));
+    }));
+    std::vector<std::thread> servers;
+    for (int i = 0; i < 2; ++i)
+        servers.emplace_back([&] {
+            std::vector<char> bytes(kLongest);
+            _msg_info info;
+            for (int id; (id = receiveSoon(own.chid, bytes.data(), kLongest, &info)) > 0;) {
+                const std::size_t last = static_cast<std::size_t>(info.msglen) - 1;
+                EXPECT_EQ(bytes[0], bytes[last]);
+                MsgReply(id, 0, bytes.data(), 1);
+            }
+        });
+    EXPECT_ENDS_WELL(other.finish());
     for (std::size_t i = 0; i < servers.size(); ++i)
         MsgSendPulse(own.coid, 1, 0, 0);
     for (std::thread& server : servers)
