@@ -96,7 +96,7 @@ inline long long monotonicNow() {
     return time.tv_sec * 1000000000LL + time.tv_nsec;
 }
 
-/// How late a timer of 1 ms is, the median of some; `allowanceNs` is added. `waitUntil` returns when a time is there.
+/// How late a timer of 1 ms is, the median of some; `allowanceNs` is added. `waitUntil(due)` is measured.
 template <class WaitUntil>
 void lateness(benchmark::State& state, long long allowanceNs, WaitUntil waitUntil) {
     for (auto _ : state) {
