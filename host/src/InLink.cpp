@@ -5,6 +5,7 @@
 #include "Watcher.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -252,6 +253,12 @@ void dropBroken(Channel* channel) {
             dropLink(link, ESRCH);
         link = next;
     }
+}
+
+void lookAtDoor(const Channel* channel) {
+    pollfd door = {channel->listener, POLLIN, 0};
+    if (!isWatching() && poll(&door, 1, 0) > 0)
+        startWatcher();
 }
 
 void collect(Channel* channel) {

@@ -1,6 +1,8 @@
 #include "Connection.h"
 #include "ErrnoKeeper.h"
+#include "Look.h"
 #include "ThreadState.h"
+#include "Watcher.h"
 
 #include <errno.h>
 
@@ -277,10 +279,11 @@ void spin(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadl
 
 /// How long a receiver may sleep.
 Deadline sleepUntil(const Channel* channel, Deadline deadline) {
+    const Deadline look = isWatching() ? deadline : nextLook(deadline, Sharing::SHARED);
     if (channel->timers.count == 0)
-        return deadline;
+        return look;
     const Deadline expiry = wakingTime(channel->timers);
-    return expiry.ns < deadline.ns ? expiry : deadline;
+    return expiry.ns < look.ns ? expiry : look;
 }
 
 /// Until something arrives: 0 or an error number.
@@ -295,8 +298,10 @@ int sleep(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadl
         guard.unlock();
         result = futexWait(&doorbell.word, seen, Sharing::SHARED, limit);
         guard.lock();
-        if (result == ETIMEDOUT && limit.ns < deadline.ns)
+        if (result == ETIMEDOUT && limit.ns < deadline.ns) {
+            lookAtDoor(channel);
             result = 0;
+        }
     }
     endSleep(channel, pulsesOnly);
     return result == EAGAIN ? 0 : result;

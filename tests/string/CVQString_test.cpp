@@ -264,7 +264,7 @@ TEST(CVQString, IsOrderedSoThatWhatIsEquivalentIsEqual) {
             EXPECT_EQ(left == right, !(left < right) && !(right < left));
             EXPECT_FALSE(left < right && right < left);
             EXPECT_EQ(left < right, left.compare(right) < 0);
-            EXPECT_EQ(right < left, left.compare(right) > 0);
+            EXPECT_EQ(right<left, left.compare(right)> 0);
         }
 }
 
