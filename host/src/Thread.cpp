@@ -209,6 +209,28 @@ Thread* find(int id) {
     return nullptr;
 }
 
+/// The C library's join returns before the kernel has forgotten the thread: for a moment its id still takes signals.
+struct Joined {
+    int id;
+    uint64_t untilNs;
+};
+constexpr uint64_t kForgottenWithinNs = kNsPerSecond;
+Joined lastJoined[64];
+unsigned joinedCount = 0;
+
+void noteJoined(int id) {
+    lastJoined[joinedCount++ % (sizeof lastJoined / sizeof *lastJoined)] = {id, nowNs(CLOCK_MONOTONIC) +
+                                                                                    kForgottenWithinNs};
+}
+
+/// Whether a thread that has no record runs.
+bool isKnownToKernel(int id) {
+    for (const Joined& joined : lastJoined)
+        if (joined.id == id && nowNs(CLOCK_MONOTONIC) < joined.untilNs)
+            return false;
+    return sendSignal(id, 0);
+}
+
 Thread* newRecord(int id) {
     Thread* const thread = static_cast<Thread*>(calloc(1, sizeof(Thread)));
     if (thread != nullptr) {
@@ -228,7 +250,7 @@ int findRunning(pid_t pid, int& tid, Thread*& record) {
     record = find(tid);
     if (record != nullptr && !record->isForeign)
         return load(record->hasEnded) != 0 ? ESRCH : EOK;
-    return sendSignal(tid, 0) ? EOK : ESRCH;
+    return isKnownToKernel(tid) ? EOK : ESRCH;
 }
 
 void* runThread(void* argument) {
@@ -391,7 +413,7 @@ int ThreadJoin_r(int tid, void** status) {
         const TableGuard guard;
         thread = tid > 0 ? find(tid) : nullptr;
         if (thread == nullptr)
-            return sendSignal(tid, 0) ? EINVAL : ESRCH;
+            return isKnownToKernel(tid) ? EINVAL : ESRCH;
         if (thread->isForeign || thread->isDetached)
             return EINVAL;
         if (thread->isJoined)
@@ -411,6 +433,7 @@ int ThreadJoin_r(int tid, void** status) {
     thread->isJoined = false;
     thread->isDetached = true;
     store(thread->hasEnded, 1u);
+    noteJoined(tid);
     clearTable();
     return EOK;
 }

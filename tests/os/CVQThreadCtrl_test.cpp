@@ -202,6 +202,16 @@ TEST(CVQThreadCtrl, EndsAnotherThread) {
     EXPECT_EQ(-1, CVQThreadCtrl::terminate(tid));
 }
 
+TEST(CVQThreadCtrl, ForgetsAThreadWithItsJoin) {
+    CBody body([] {});
+    for (int i = 0; i < 1000; ++i) {
+        const int tid = CVQThreadCtrl::startThread(body);
+        ASSERT_EQ(0, CVQThreadCtrl::join(tid, 60000));
+        ASSERT_EQ(-1, CVQThreadCtrl::terminate(tid)) << i;
+        ASSERT_EQ(ESRCH, errno);
+    }
+}
+
 TEST(CVQThreadCtrl, EndsTheCallingThread) {
     NEEDS_THREADS_THAT_VANISH();
     std::atomic<int> steps{0};
