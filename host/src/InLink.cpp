@@ -74,8 +74,8 @@ bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
         return true;
     if (known != nullptr && !known->isOver)
         finishMessage(known, -1, ESRCH);  // its sender has withdrawn it
-    if (link->messages[lane] != nullptr) {
-        known->isFollowed = true;  // but somebody still copies from the lane's window
+    if (Message* const stays = link->messages[lane]) {
+        stays->isFollowed = true;  // somebody still copies from the lane's window
         return true;
     }
     const uint32_t requestLength = load(shared.requestLength), replyRoom = load(shared.replyRoom);

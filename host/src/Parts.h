@@ -40,7 +40,7 @@ public:
     size_t piece() const { return mPart->iov_len - mOffset; }
 
     void advance(size_t bytes) {
-        while (bytes != 0) {
+        while (bytes != 0 && !isAtEnd()) {
             const size_t step = bytes < piece() ? bytes : piece();
             bytes -= step;
             mOffset += step;
