@@ -4,6 +4,7 @@
 
 #include <VQSharedMemoryAccess.h>
 
+#include "Race.h"
 #include "SharedName.h"
 #include "file/Descriptors.h"
 #include "support/AssertionLog.h"
@@ -15,7 +16,6 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <vector>
 
 namespace {
@@ -170,35 +170,15 @@ TEST_F(CVQShMemTest, Kept_OnlyDescriptorZeroIsAFailureOfTheSecondStep) {
 TEST_F(CVQShMemTest, OfManyProcessesOneCreates) {
     constexpr int kProcesses = 12;
     for (int round = 0; round < 10; ++round) {
-        int gate[2];
-        ASSERT_EQ(0, pipe(gate));
-        std::vector<pid_t> children;
-        for (int i = 0; i < kProcesses; ++i) {
-            const pid_t child = fork();
-            if (child == 0) {
-                close(gate[1]);
-                char byte;
-                if (read(gate[0], &byte, 1) != 0) {  // ends when the parent opens the gate
-                    _exit(90);
-                }
-                CVQShMem memory(mName, 64);
-                const int result = memory.create(true);
-                const bool isUsable = memory.map(kReadWrite);
-                if (isUsable) {
-                    ++static_cast<std::atomic<int>*>(memory.getAddress())[0];
-                }
-                _exit(isUsable ? result : 91);
+        const auto results = shmtest::race(kProcesses, [&] {
+            CVQShMem memory(mName, 64);
+            const int result = memory.create(true);
+            if (!memory.map(kReadWrite)) {
+                return 91;
             }
-            children.push_back(child);
-        }
-        close(gate[0]);
-        close(gate[1]);
-        std::vector<int> results;
-        for (const pid_t child : children) {
-            int status = 0;
-            waitpid(child, &status, 0);
-            results.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : -1);
-        }
+            ++static_cast<std::atomic<int>*>(memory.getAddress())[0];
+            return result;
+        });
         EXPECT_EQ(1, std::count(results.begin(), results.end(), 0));
         EXPECT_EQ(kProcesses - 1, std::count(results.begin(), results.end(), 1));
         CVQShMem memory(mName, 64);

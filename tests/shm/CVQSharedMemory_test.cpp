@@ -2,6 +2,7 @@
 // unmap and unlink and their reports; killed users; descriptors.
 #include <CVQSharedMemory.h>
 
+#include "Race.h"
 #include "SharedName.h"
 #include "file/Descriptors.h"
 #include "support/AssertionLog.h"
@@ -14,7 +15,6 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <vector>
 
 namespace {
@@ -309,38 +309,9 @@ TEST_F(CVQSharedMemoryTest, LeavesTheObjectBehindWhenItsUserIsKilled) {
     EXPECT_EQ(100, mName.objectSize());
 }
 
-/// Starts `count` processes that run `body` at the same moment; returns their exit codes.
-template <class Body>
-std::vector<int> race(int count, Body body) {
-    int gate[2];
-    EXPECT_EQ(0, pipe(gate));
-    std::vector<pid_t> children;
-    for (int i = 0; i < count; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            close(gate[1]);
-            char byte;
-            if (read(gate[0], &byte, 1) != 0) {  // ends when the parent opens the gate
-                _exit(90);
-            }
-            _exit(body());
-        }
-        children.push_back(child);
-    }
-    close(gate[0]);
-    close(gate[1]);
-    std::vector<int> codes;
-    for (const pid_t child : children) {
-        int status = 0;
-        waitpid(child, &status, 0);
-        codes.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status));
-    }
-    return codes;
-}
-
 TEST_F(CVQSharedMemoryTest, OfManyProcessesMap2TellsOneThatItMadeTheObject) {
     for (int round = 0; round < 15; ++round) {
-        const auto codes = race(10, [&] {
+        const auto codes = shmtest::race(10, [&] {
             CVQSharedMemory memory(mName, 64);
             const bool isCreated = memory.map2(false, true, false);
             return memory.getAddress() == nullptr ? 91 : (isCreated ? 1 : 0);
@@ -353,7 +324,7 @@ TEST_F(CVQSharedMemoryTest, OfManyProcessesMap2TellsOneThatItMadeTheObject) {
 }
 
 TEST_F(CVQSharedMemoryTest, OpeningWhileOthersUnlinkGivesAnObjectOrAReport) {
-    const auto codes = race(6, [&] {
+    const auto codes = shmtest::race(6, [&] {
         for (int i = 0; i < 200; ++i) {
             CVQSharedMemory memory(mName, 64);
             memory.map2(false, true, false);
