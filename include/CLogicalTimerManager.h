@@ -115,6 +115,7 @@ private:
     unsigned long long mArmedExpiry = 0;  // what the kernel timer is set to; 0 when it is not
 };
 
+/// One timer of a CLogicalTimerManager: derive from it and write onTimeout().
 class VQ_EXPORT CLogicalTimer : public VQIntrusive::SVQListBaseHook {
 public:
     explicit CLogicalTimer(CLogicalTimerManager& manager) : mManager(&manager) {}

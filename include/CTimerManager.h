@@ -72,6 +72,7 @@ private:
     CTimerManager* mManager;  // null when it has gone before its timer
 };
 
+/// One kernel timer of a CTimerManager: derive from it and write onTimeout().
 class VQ_EXPORT CTimer : public CTimerBase, public VQIntrusive::SVQSlistBaseHook {
 public:
     explicit CTimer(CTimerManager& manager) : CTimerBase(manager) { manager.registerTimer(*this); }

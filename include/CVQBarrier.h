@@ -2,8 +2,8 @@
 //   Shape    two sub-barriers that serve the rounds in turns, and the number of the present one. All plain 32-bit
 //            words: made shared, the object may lie in shared memory.
 //   Rounds   who is released may wait again at once: it enters the other sub-barrier, and cannot take a unit meant
-//            for a slower thread of the round before. An arrival and the end of its sub-barrier's round exclude each
-//            other, so that an arrival counts in the round that ends or in the next, never in both or in none.
+//            for a slower thread of the round before. An arrival and the end of its sub-barrier's round exclude
+//            each other, so that an arrival counts in the round that ends or in the next, never in both or in none.
 //   Errors   none of its own; a barrier whose semaphores cannot be created is an assertion of VQSemaphoreAccess. A
 //            barrier for 0 or 1 threads never blocks, and neither does one without semaphores; those of one for 0
 //            threads cannot be created.
@@ -16,6 +16,7 @@
 
 namespace VQPrivate {
 
+/// One of the two rounds that a barrier takes turns with.
 class VQ_EXPORT CVQSubBarrier : private CVQCountingSemaphore {
 public:
     CVQSubBarrier(unsigned threads, bool shared);

@@ -14,6 +14,7 @@
 
 class VQ_EXPORT CVQBufferReader {
 public:
+    /// What an offset counts from: the begin, the position, the end. SEEK_DIR_NONE is always refused.
     enum SeekDirection : unsigned int { SEEK_DIR_SET, SEEK_DIR_CUR, SEEK_DIR_END, SEEK_DIR_NONE };
 
     CVQBufferReader(const void* data, std::size_t size);

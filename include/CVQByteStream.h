@@ -42,7 +42,8 @@ public:
     /// An empty stream that takes `capacity` bytes before it grows.
     explicit CVQByteStream(std::size_t capacity) { reserve(capacity, false); }
 
-    /// Shares the block; `length` is taken as it is (Kept: bytestream-length-as-is). One of more than 32 bits is none.
+    /// Shares the block; `length` is taken as it is (Kept: bytestream-length-as-is). One of more than 32 bits is
+    /// none.
     CVQByteStream(const CVQRCMemoryBuffer& storage, std::size_t length)
         : mStorage(storage), mLength(length <= 0xFFFFFFFFU ? length & 0xFFFFFFFFU : 0) {}
 

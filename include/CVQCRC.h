@@ -2,11 +2,14 @@
 //
 //   Units    counts in bytes; values as wide as the type says, in the low bits.
 //   Shape    two 32-bit words: the type and the current value, which is finished at any time (the final XOR is in).
-//   Types    type                    width  bits        polynomial       start   final XOR    over "123456789"
-//            CRC16_CCITT_FALSE       16     high first  1021             FFFF    0            29B1
-//            CRC32                   32     low first   04C11DB7         0       FFFFFFFF     CBF43926
-//            CRC16_CCITT_REFLECTED   16     low first   8408             FFFF    0            1DBA
-//            CRC16_XMODEM            16     high first  1021             0       0            31C3
+//   Types    values in hexadecimal:
+//
+//                type                    width  bits        polynomial       start   final XOR    over "123456789"
+//                CRC16_CCITT_FALSE       16     high first  1021             FFFF    0            29B1
+//                CRC32                   32     low first   04C11DB7         0       FFFFFFFF     CBF43926
+//                CRC16_CCITT_REFLECTED   16     low first   8408             FFFF    0            1DBA
+//                CRC16_XMODEM            16     high first  1021             0       0            31C3
+//
 //            The start is a finished value as well: the register of CRC32 starts with all ones.
 //   Errors   a null pointer to bytes is a cheap assertion (line 108) and changes nothing. Of a type only the two
 //            low bits count.
@@ -27,6 +30,7 @@
 
 class VQ_EXPORT CVQCRC {
 public:
+    /// The table above; the numbers are the indices of the tables below.
     enum eType { CRC16_CCITT_FALSE, CRC32, CRC16_CCITT_REFLECTED, CRC16_XMODEM };
 
     /// The parameters of each type.

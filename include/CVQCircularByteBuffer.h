@@ -46,6 +46,7 @@ class CVQString;
 
 class VQ_EXPORT CVQCircularByteBuffer : public IVQIOStream {
 public:
+    /// What went wrong; see Flags above.
     enum Flag : unsigned int { READ_UNDERFLOW = 1, WRITE_OVERFLOW = 2, INVALID = 4 };
 
     /// What the text operations return when there is nothing to return.
@@ -123,7 +124,8 @@ private:
     friend VQ_EXPORT IVQOStream& operator<<(IVQOStream& stream, const CVQCircularByteBuffer& value);
     friend VQ_EXPORT IVQIStream& operator>>(IVQIStream& stream, CVQCircularByteBuffer& value);
 
-    /// The content, oldest first; the second piece, null unless the buffer is wrapped, lies behind the physical end.
+    /// The content, oldest first; the second piece, null unless the buffer is wrapped, lies behind the physical
+    /// end.
     struct SPieces {
         const unsigned char* first;
         std::size_t firstCount;

@@ -10,8 +10,8 @@
 //   Threads  one thread at a time.
 //   Kept     filedevice-write-only-reads: O_WRONLY alone opens for reading and writing.
 //            filedevice-size-zero: a transfer of 0 bytes is -1, unless its pointer is null.
-//            filedevice-interrupted-restarts: a transfer that was interrupted begins again at the buffer's beginning,
-//            and is an error also when that succeeds; so are all that follow on the stream.
+//            filedevice-interrupted-restarts: a transfer that was interrupted begins again at the buffer's
+//            beginning, and is an error also when that succeeds; so are all that follow on the stream.
 #pragma once
 
 #include <CVQPath.h>

@@ -1,10 +1,11 @@
 // CVQFileHandle: owns a file descriptor, with reads and writes that may be given a time-out.
 //   Units    time-outs in milliseconds; below 0 is without limit, 0 a single attempt that does not wait.
 //   Shape    the descriptor, -1 while closed. What is opened is closed on exec.
-//   Errors   false or -1, with the reason in `errno`; nothing is logged. A call that was interrupted is made again, a
-//            time-out that passed meanwhile excepted.
-//   Time-out covers calls that wait for somebody else (pipes, terminals, sockets, devices); files in storage take as
-//            long as they take. The descriptor's own flags are never changed, and one in non-blocking mode stays so.
+//   Errors   false or -1, with the reason in `errno`; nothing is logged. A call that was interrupted is made again,
+//            a time-out that passed meanwhile excepted.
+//   Time-out covers calls that wait for somebody else (pipes, terminals, sockets, devices); files in storage take
+//            as long as they take. The descriptor's own flags are never changed, and one in non-blocking mode stays
+//            so.
 //   Threads  one thread at a time.
 //   Kept     handle-close-true: `close` returns true also when the platform refused; the descriptor is kept then.
 #pragma once
@@ -29,8 +30,8 @@ public:
     /// Kept: handle-close-true.
     bool close();
 
-    /// One transfer: the number of bytes; 0 with `errno` 0 for none (end of file), 0 with ETIMEDOUT for a time-out; -1
-    /// on error. A null pointer is EINVAL unless the size is 0.
+    /// One transfer: the number of bytes; 0 with `errno` 0 for none (end of file), 0 with ETIMEDOUT for a time-out;
+    /// -1 on error. A null pointer is EINVAL unless the size is 0.
     int read(void* buffer, unsigned size, int timeoutMs);
     int write(const void* data, unsigned size, int timeoutMs);
     /// Writes until all bytes are written; false after an error or a time-out (ETIMEDOUT), when some may be.

@@ -85,8 +85,8 @@ public:
     /// As `fastInsert`, but null, with nothing changed, when there is an equal key.
     CVQHashArrayItem* insertNew(void* key, void* value) { return insertNewWith(*this, key, value); }
 
-    /// Places a key and a value in `bucket` as they are, uncounted: into its cell when it is empty, otherwise into a
-    /// new node directly behind the cell. Not for a table without an array.
+    /// Places a key and a value in `bucket` as they are, uncounted: into its cell when it is empty, otherwise into
+    /// a new node directly behind the cell. Not for a table without an array.
     CVQHashArrayItem* insertAtPosition(CVQHashArrayItem* bucket, void* key, void* value);
 
     /// Removes the item that `lookup` finds. False when there is none.

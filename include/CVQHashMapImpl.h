@@ -1,9 +1,9 @@
-// CVQHashMapImpl: the untyped engine of hash tables with 32-bit keys. A template completes it with the hooks that know
-// values; TVQHashMap is the one at hand.
-//   Shape    one array: a power of two of buckets, then half as many overflow cells. A key's bucket is its low bits.
-//            The first key of a bucket lies in the bucket's cell, the others in overflow cells, linked behind it, the
-//            newest first. 72 bytes on the target, 12 a cell. Bucket 0 holds a reserved key, so that it is never
-//            free. Nothing is ever removed but by `clear`.
+// CVQHashMapImpl: the untyped engine of hash tables with 32-bit keys. A template completes it with the hooks that
+// know values; TVQHashMap is the one at hand.
+//   Shape    one array: a power of two of buckets, then half as many overflow cells. A key's bucket is its low
+//            bits. The first key of a bucket lies in the bucket's cell, the others in overflow cells, linked behind
+//            it, the newest first. 72 bytes on the target, 12 a cell. Bucket 0 holds a reserved key, so that it is
+//            never free. Nothing is ever removed but by `clear`.
 //   Growth   when a key needs an overflow cell and none is left, the buckets double.
 //   Order    that of the array: buckets ascending, then the overflow cells as they were taken.
 //   Key 0    marks a free bucket and cannot be stored: it is never found. `insert` refuses it with an assertion and
@@ -35,6 +35,7 @@
 #include <cstddef>
 #include <cstdint>
 
+/// An entry as the table links it.
 struct CVQHashMapItem {
     /// A pointer, or in its place a value of another type that fits.
     using Content VQ_MAY_ALIAS = void*;
@@ -69,8 +70,8 @@ public:
     /// Gives the null in a new entry its first value. Kept: hashmap-construct-empty-key.
     virtual void constructValue(void** value, unsigned int key) = 0;
 
-    /// An empty table with the smallest power of two of at least `n` buckets, and at least 2. The values of a former
-    /// array are forgotten, not destroyed.
+    /// An empty table with the smallest power of two of at least `n` buckets, and at least 2. The values of a
+    /// former array are forgotten, not destroyed.
     void initTable(std::size_t n);
 
     /// The bucket for `key`.
@@ -134,8 +135,8 @@ public:
     unsigned int getKey(const CVQHashMapItem* item) const { return item->mKey; }
     void* getValue(const CVQHashMapItem* item) const { return item->mValue; }
 
-    /// The item where the value of `item` is at home: itself or, until the next keyed access, the one with its key in
-    /// the array that the last growth replaced.
+    /// The item where the value of `item` is at home: itself or, until the next keyed access, the one with its key
+    /// in the array that the last growth replaced.
     CVQHashMapItem* homeOf(CVQHashMapItem* item) const {
         return VQ_LIKELY(mPrevious.mCells == nullptr) ? item : homeKept(item);
     }
@@ -174,9 +175,9 @@ private:
     /// The item that has the key, from `item` on, or the end marker.
     CVQHashMapItem* walk(CVQHashMapItem* item, unsigned int key) const {
         mSentinel.mKey = key;
-        // About every third key is not the first of its bucket, so a jump is foretold wrongly as often. In the caches
-        // that costs more than going the first two steps without one. Out of them it costs less: what the processor
-        // begins on a guess is the next look-up's wait for memory.
+        // About every third key is not the first of its bucket, so a jump is foretold wrongly as often. In the
+        // caches that costs more than going the first two steps without one. Out of them it costs less: what the
+        // processor begins on a guess is the next look-up's wait for memory.
         if (mTable.mMask < kBucketsInCache) {
             item = choose(item->mKey == key, item, item->mNext);
             item = choose(item->mKey == key, item, item->mNext);

@@ -1,12 +1,12 @@
 // CVQIODevice: a handle on a device: the platform's, or an object of this process that serves the same path.
 //   Units    sizes in bytes; time-outs in milliseconds, -1 without limit, 0 a single attempt that does not wait.
 //   Shape    last state, descriptor (-1: none), server (its id in VQIODeviceServerRegistry, -1: none).
-//   Errors   0 or false, and the state says why: STATE_TIMEOUT, STATE_FAILED; the platform's reason is the last error
-//            (VQOperatingSystem::getLastError). Nothing is logged; only a null path is an assertion. A call that was
-//            interrupted is made again.
+//   Errors   0 or false, and the state says why: STATE_TIMEOUT, STATE_FAILED; the platform's reason is the last
+//            error (VQOperatingSystem::getLastError). Nothing is logged; only a null path is an assertion. A call
+//            that was interrupted is made again.
 //   Exec     what is opened is closed on exec, and so are its copies; what ACCESS_DEFAULT opens is inherited.
-//   Servers  a device that a server opened talks to it alone; results and states are the server's own. When the server
-//            is gone the device is as one that is not open.
+//   Servers  a device that a server opened talks to it alone; results and states are the server's own. When the
+//            server is gone the device is as one that is not open.
 //   Threads  one thread at a time.
 //   Kept     device-server-untold: the destructor does not tell a server.
 #pragma once
@@ -15,7 +15,9 @@
 
 class VQ_EXPORT CVQIODevice {
 public:
+    /// What a device is opened for. ACCESS_DEFAULT reads, and is inherited by programs that are started.
     enum AccessMode : int { ACCESS_DEFAULT = 0, ACCESS_READ = 1, ACCESS_WRITE = 2, ACCESS_READ_WRITE = 3 };
+    /// How the last operation ended.
     enum State : unsigned { STATE_SUCCESS = 0, STATE_TIMEOUT = 1, STATE_FAILED = 3 };
 
     CVQIODevice() noexcept = default;

@@ -1,6 +1,6 @@
 // CVQIndex: a position or a count as a container takes it, from whatever integer type the caller has.
-//   Units    elements. Containers count in int; what int cannot hold arrives as -1, which every operation that takes a
-//            position or a count refuses and reports. So a 64-bit size is never cut.
+//   Units    elements. Containers count in int; what int cannot hold arrives as -1, which every operation that
+//            takes a position or a count refuses and reports. So a 64-bit size is never cut.
 //   Shape    one int.
 //   Threads  plain value: one thread at a time.
 #pragma once

@@ -35,8 +35,8 @@ public:
         mNext->mPrevious = mPrevious;
     }
 
-    /// Moves the nodes from `first` up to, not including, `last`, of this list or another, to before this node. This
-    /// node is not among them, unless it is `first`: then, and for an empty range, nothing changes.
+    /// Moves the nodes from `first` up to, not including, `last`, of this list or another, to before this node.
+    /// This node is not among them, unless it is `first`: then, and for an empty range, nothing changes.
     void transfer(CVQListNodeBase* first, CVQListNodeBase* last) noexcept {
         if (this == last || first == last || this == first) {
             return;
@@ -60,6 +60,7 @@ public:
     CVQListNodeBase* mNext = nullptr;
 };
 
+/// The end of a list, which is linked into a ring with its nodes.
 class VQ_EXPORT CVQListBase : public CVQListNodeBase {
 public:
     CVQListBase() noexcept { reset(); }

@@ -12,8 +12,9 @@
 
 class VQ_EXPORT CVQMutex : public _sync {
 public:
+    /// Whether the holder may lock again.
     enum RecursionMode {
-        RECURSIVE = 0,  // Kept: mutex-recursive-is-zero. Callers pass the number.
+        RECURSIVE = 0,  ///< Kept: mutex-recursive-is-zero. Callers pass the number.
         NON_RECURSIVE = 1,
     };
 

@@ -31,6 +31,7 @@ class CVQString;
 
 class VQ_EXPORT CVQOTextStream {
 public:
+    /// How values become text; see Flags above.
     enum Flag : unsigned int { BOOL_AS_WORD = 1, XML_ESCAPE = 2 };
     using Manipulator = void (*)(CVQOTextStream& stream);
 

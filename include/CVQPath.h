@@ -1,14 +1,14 @@
 // CVQPath: a path in the file system, as text with "/" between its components.
 //   Units    lengths count characters where a path is valid or not, and bytes where two are joined.
-//   Shape    one CVQString, whatever it holds: nothing is checked or converted on the way in. The stream form is the
-//            text's.
+//   Shape    one CVQString, whatever it holds: nothing is checked or converted on the way in. The stream form is
+//            the text's.
 //   Form     a path is canonical when no "/" follows another and none ends it, but for the root "/" itself. "." and
 //            ".." are components like any other.
 //   Errors   none. Leaf and branch of an invalid path are empty, and so is a joined path of 1024 bytes or more.
 //   Threads  one thread at a time, for `isRoot` and `doCanonify` too: they are const and change the text.
 //   Kept     path-const-canonify: `isRoot` and `doCanonify` replace the text of a path that is const.
-//            path-leaf-separators: separators at the end belong to the leaf, and the branch keeps all but one of those
-//            before the leaf.
+//            path-leaf-separators: separators at the end belong to the leaf, and the branch keeps all but one of
+//            those before the leaf.
 //            path-drive-any-third: in a drive root of three characters the third may be any character.
 #pragma once
 
@@ -62,8 +62,8 @@ public:
 
     /// The last component, with the separators behind it; empty for the root. Kept: path-leaf-separators.
     CVQString getLeaf() const;
-    /// What stands before the separator in front of the leaf; "/" when that is nothing but the root, empty when there
-    /// is no separator.
+    /// What stands before the separator in front of the leaf; "/" when that is nothing but the root, empty when
+    /// there is no separator.
     CVQPath getBranch() const;
 
     /// Compare canonical forms.

@@ -11,6 +11,7 @@
 
 #include <VQExport.h>
 
+/// A duration in parts.
 struct SVQPerformanceTime {
     unsigned int seconds;
     unsigned int milliseconds;  // 0 to 999, as those below

@@ -15,6 +15,7 @@
 
 class VQ_EXPORT CVQRamwatcher {
 public:
+    /// One line of the table.
     struct sElement {
         /// Objects that were given this element; each takes itself off again.
         unsigned instances;

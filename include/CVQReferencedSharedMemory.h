@@ -4,18 +4,19 @@
 //            table and the process's own count, then the mapping, where the count is, where the data are.
 //   Use      hold handles in TVQRefCountPointer: all of one process together count as one user. Each object that is
 //            made from a name or from a stream is a user of its own.
-//   Errors   an opening that fails is a log line and an assertion; the data pointer is null then, and nothing is left
-//            behind of an object that came to be only by it. So do openings of objects that are smaller, in pages,
-//            than what is to be mapped, and sizes that leave no room for the count.
+//   Errors   an opening that fails is a log line and an assertion; the data pointer is null then, and nothing is
+//            left behind of an object that came to be only by it. So do openings of objects that are smaller, in
+//            pages, than what is to be mapped, and sizes that leave no room for the count.
 //   Lifetime a process that is killed while it holds a handle does not count down: its segment stays in the system
 //            until somebody unlinks it (on the host, `shmview` finds such segments).
 //   Threads  handles may be copied and dropped in any thread. Counts are atomic, among processes too; but nobody
 //            may open a segment before its creator's constructor is done, or after its last user began to leave.
 //   Kept     refshm-size-unmapped: the size of a segment that could not be mapped is 4294967292.
 //
-// A handle travels in a stream as the name's length (32 bits), the name's bytes and the data's size (32 bits). Writing
-// counts the handle under way as a user, reading takes that user over: so write it once for each that is read. An
-// empty pointer travels as an empty name. An empty name arrives as an empty pointer, and so does what is cut short.
+// A handle travels in a stream as the name's length (32 bits), the name's bytes and the data's size (32 bits).
+// Writing counts the handle under way as a user, reading takes that user over: so write it once for each that is
+// read. An empty pointer travels as an empty name. An empty name arrives as an empty pointer, and so does what is
+// cut short.
 #pragma once
 
 #include <CVQThreadSafeRefCounter.h>

@@ -1,11 +1,13 @@
 // CVQShMem: a named shared-memory object: made or opened, then mapped, in separate steps.
 //   Units    the size in bytes, 32 bits.
-//   Shape    name (a copy), size, address, descriptor. The descriptor is open between `create` or `attach` and `map`.
+//   Shape    name (a copy), size, address, descriptor. The descriptor is open between `create` or `attach` and
+//            `map`.
 //   Names    see VQSharedMemoryAccess.
-//   Errors   stated with each operation; the reason of a failure is in `errno`. A size of 0 and a name that is null or
-//            empty are assertions in the constructor; without a name nothing can be opened (EINVAL).
+//   Errors   stated with each operation; the reason of a failure is in `errno`. A size of 0 and a name that is null
+//            or empty are assertions in the constructor; without a name nothing can be opened (EINVAL).
 //   Lifetime the object stays in the system until it is unlinked, whoever ends: also when its users were killed.
-//   Threads  one thread at a time. Of many processes that create the same name at the same time one is told CREATED.
+//   Threads  one thread at a time. Of many processes that create the same name at the same time one is told
+//            CREATED.
 //   Kept     shmem-descriptor-zero: of the second step of `create` only descriptor 0 is taken for a failure.
 #pragma once
 
@@ -17,6 +19,7 @@ class VQ_EXPORT CVQShMem {
     };
 
 public:
+    /// What `create` did.
     enum CreateResult : int { CREATED = 0, OPENED = 1, FAILED = 2 };
 
     CVQShMem(const char* name, unsigned size);

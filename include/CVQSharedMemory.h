@@ -4,13 +4,14 @@
 //   Names    see VQSharedMemoryAccess.
 //   Errors   both `map` forms return whether this call made the object; whether it is mapped, `getAddress` tells. A
 //            failure is a log line, and one of a call that should not fail an assertion as well; the reason is in
-//            `errno`. A size of 0 and a null name are assertions in the constructor, a missing name in each operation.
+//            `errno`. A size of 0 and a null name are assertions in the constructor, a missing name in each
+//            operation.
 //   Limits   an object that is there keeps its size, also when it is smaller than this one's: see
 //            VQSharedMemoryAccess for what touching the rest does.
-//   Lifetime the object stays in the system until it is unlinked, whoever ends: also when its users were killed, and
-//            also when `map` made it and could not size or map it.
-//   Threads  one thread at a time. Of many processes that map the same name at the same time, `map2` tells one that it
-//            made the object; `map` may tell several.
+//   Lifetime the object stays in the system until it is unlinked, whoever ends: also when its users were killed,
+//            and also when `map` made it and could not size or map it.
+//   Threads  one thread at a time. Of many processes that map the same name at the same time, `map2` tells one that
+//            it made the object; `map` may tell several.
 //   Kept     sharedmem-created: the result of `map` and `map2` is about the object and not about the mapping.
 #pragma once
 

@@ -31,8 +31,9 @@ public:
         virtual void run() = 0;
     };
 
-    /// Returns the id of a new thread that runs `runnable`, 0 on failure. The thread inherits the caller's priority;
-    /// another one than INHERITPRIORITY is set once it has started. A thread that is not `detached` must be joined.
+    /// Returns the id of a new thread that runs `runnable`, 0 on failure. The thread inherits the caller's
+    /// priority; another one than INHERITPRIORITY is set once it has started. A thread that is not `detached` must
+    /// be joined.
     static int startThread(IRunnable& runnable, bool detached = false, int priority = INHERITPRIORITY,
                            int stackSize = DEFAULTSTACKSIZE);
 

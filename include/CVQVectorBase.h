@@ -1,10 +1,10 @@
-// CVQVectorBase: the engine of the growable arrays. It knows of its elements only their size, and gets the functions
-// that handle them with every call.
+// CVQVectorBase: the engine of the growable arrays. It knows of its elements only their size, and gets the
+// functions that handle them with every call.
 //
 //   Units    sizes, capacities and positions count elements, in int; `elementSize` is in bytes.
-//   Shape    one pointer to a block, null while there is none. A block is its header and the slots behind it, in one
-//            allocation: slot i lies i * elementSize bytes behind the header. On the target the header has 16 bytes;
-//            on a 64-bit host it is filled up to 32, so that slots are aligned for every type.
+//   Shape    one pointer to a block, null while there is none. A block is its header and the slots behind it, in
+//            one allocation: slot i lies i * elementSize bytes behind the header. On the target the header has 16
+//            bytes; on a 64-bit host it is filled up to 32, so that slots are aligned for every type.
 //   Growth   the smallest of 4, 8, 16, ... that suffices, or what the block's own growth function says. Neither
 //            erasing nor resizing takes slots away.
 //   Errors   misuse is reported through VQVectorAssertions; then nothing changes, and the result is null, false or
@@ -49,6 +49,7 @@ public:
     using Equal = bool (*)(const void* mine, const void* theirs, int count);
     using Match = bool (*)(const void* element, const void* key);
 
+    /// What lies in front of the slots of a block.
     struct alignas(std::max_align_t) SVectorData {
         int size;
         int capacity;
@@ -106,15 +107,16 @@ public:
     /// Whether `n` elements at `pos` may be replaced by `items`; the caller then assigns them. 0 is a silent false.
     bool internal_replace(int pos, int n, const void* items);
 
-    /// New elements are copies of `fill`, which must not be null when there are any. Growing moves the elements as in
-    /// `internal_push_back`.
+    /// New elements are copies of `fill`, which must not be null when there are any. Growing moves the elements as
+    /// in `internal_push_back`.
     void internal_resize(int newSize, int elementSize, const void* fill, CopyConstruct copyConstruct,
                          Destroy destroy, Relocate relocate = nullptr);
 
-    /// Provides `required` slots. `exact` asks for precisely that many (4 at least with a growth function) and may take
-    /// slots away, but never below the size. The elements are copied by `copyConstruct`, if that is given. Returns the
-    /// block that was replaced when its elements still need destroying (or moving, without `copyConstruct`); the
-    /// caller does that and releases it, as `internal_destruct` does both. It is not watched any more.
+    /// Provides `required` slots. `exact` asks for precisely that many (4 at least with a growth function) and may
+    /// take slots away, but never below the size. The elements are copied by `copyConstruct`, if that is given.
+    /// Returns the block that was replaced when its elements still need destroying (or moving, without
+    /// `copyConstruct`); the caller does that and releases it, as `internal_destruct` does both. It is not watched
+    /// any more.
     ///
     /// Exactly 0 slots or less, without a growth function, is no block at all. A vector with elements comes to that
     /// only without `copyConstruct`: it is empty then, and they are the caller's with the block that is returned.

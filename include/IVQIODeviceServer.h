@@ -1,10 +1,12 @@
 // IVQIODeviceServer: an object that serves a device to its own process.
-//   Shape    a virtual table and nothing else. The order of the operations is binary interface; the destructor is last.
+//   Shape    a virtual table and nothing else. The order of the operations is binary interface; the destructor is
+//            last.
 //   Errors   the server's own: `onGetLastError` reports a CVQIODevice::State.
-//   Threads  calls come from any thread, one at a time in the whole process. They must not open, close or use a device
-//            of a server, nor make or destroy a server: that would wait for itself.
-//   Lifetime registered from the end of this class's constructor to the beginning of its destructor. A derived class is
-//            not complete at these moments: see to it that nobody uses the device then, or register it by hand.
+//   Threads  calls come from any thread, one at a time in the whole process. They must not open, close or use a
+//            device of a server, nor make or destroy a server: that would wait for itself.
+//   Lifetime registered from the end of this class's constructor to the beginning of its destructor. A derived
+//            class is not complete at these moments: see to it that nobody uses the device then, or register it by
+//            hand.
 #pragma once
 
 #include <CVQIODevice.h>
@@ -12,6 +14,7 @@
 
 class VQ_EXPORT IVQIODeviceServer {
 public:
+    /// Whether the server is reached by its path from its construction on, or has to be registered by hand.
     enum eUsage : int { USAGE_UNREGISTERED = 0, USAGE_REGISTERED = 1 };
 
     /// `name` is the whole path that is served.

@@ -161,8 +161,8 @@ private:
 
 namespace VQPrivate {
 
-/// What a reference to an element leads to when the index is out of range: a fresh `T()`, one for each thread. It serves
-/// static destructors and exit handlers as well.
+/// What a reference to an element leads to when the index is out of range: a fresh `T()`, one for each thread. It
+/// serves static destructors and exit handlers as well.
 template <class T>
 T& neutralElement() {
     // Of a trivial kind, as the thread's other objects are gone when exit handlers run.

@@ -1,14 +1,14 @@
 // TVQErrnoSafeFunction: a call that the operating system may interrupt, made again until it was not.
 //
-//   Use      TVQErrnoSafeFunction(&::chdir)(path)
+//   Use      `TVQErrnoSafeFunction(&::chdir)(path)`
 //   Shape    one function pointer. `errno` is 0 before each attempt, so that it is 0 after a success, and tells the
 //            reason of this call's failure and of no other.
 //   Errors   those of the call, but for EINTR.
 //   Threads  any thread.
 //
 // The four functions below read directories the same way.
-//   Errors   opendir: null; readdir: the error number; closedir: -1. A directory that was interrupted in closing counts
-//            as closed: its stream is gone, and a second attempt would be made on freed memory.
+//   Errors   opendir: null; readdir: the error number; closedir: -1. A directory that was interrupted in closing
+//            counts as closed: its stream is gone, and a second attempt would be made on freed memory.
 //   Kept     errnosafe-clears-errno: a call that succeeds leaves `errno` 0.
 #pragma once
 

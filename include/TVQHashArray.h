@@ -34,10 +34,12 @@ class TVQHashArray {
     class TPosition;
 
 public:
+    /// What an iterator yields: the key, and the value to change.
     struct Entry {
         const K& key;
         V& value;
     };
+    /// What an iterator over a constant table yields.
     struct ConstEntry {
         const K& key;
         const V& value;

@@ -1,7 +1,7 @@
 // TVQHashIterator: the iterator of the typed hash tables.
-//   Shape    wraps a `Position`, which knows its table: entry(), step(), ==. An entry is a pair of references, `key`
-//            and `value`, made on the spot; so by the letter of C++17 this is an input iterator, though it may be
-//            copied, compared and walked again like a forward iterator, which is what C++20 takes it for.
+//   Shape    wraps a `Position`, which knows its table: entry(), step(), ==. An entry is a pair of references,
+//            `key` and `value`, made on the spot; so by the letter of C++17 this is an input iterator, though it
+//            may be copied, compared and walked again like a forward iterator, which is what C++20 takes it for.
 //   Invalid  as its table says for items.
 #pragma once
 
@@ -11,6 +11,7 @@
 
 namespace VQPrivate {
 
+/// Walks the entries of a table in no order that means anything.
 template <class Position>
 class TVQHashIterator {
 public:

@@ -65,6 +65,7 @@ struct TVQHashKey {
     static bool equal(const K& left, const K& right) { return left == right; }
 };
 
+/// Texts are equal when their bytes are.
 template <>
 struct TVQHashKey<CVQString> {
     static unsigned int hash(const CVQString& key) noexcept {

@@ -1,15 +1,15 @@
 // TVQHashMap: a hash table from 32-bit keys, except 0, to values.
-//   Shape    CVQHashMapImpl with values of V: in the engine's pointers where they fit (numbers, pointers, CVQString),
-//            in blocks of their own where not. Growth and the order of a walk are the engine's; single entries are
-//            never removed. A map that is default-constructed or moved from is empty, holds no memory, and is as
-//            good as any other.
+//   Shape    CVQHashMapImpl with values of V: in the engine's pointers where they fit (numbers, pointers,
+//            CVQString), in blocks of their own where not. Growth and the order of a walk are the engine's; single
+//            entries are never removed. A map that is default-constructed or moved from is empty, holds no memory,
+//            and is as good as any other.
 //   Keys     go by their low bits: keys that are multiples of a large power of two share buckets.
 //   Key 0    is never found. operator[] reports it (an assertion) and returns a value that belongs to no entry.
 //   Invalid  a value in a block of its own stays where it is until the map is cleared, assigned to or destroyed. A
 //            reference to one that lies in the engine's pointers, from operator[], survives one growth: it is good
 //            through the next call of operator[], which may grow the map, and what is written through it until the
-//            one after that is kept. Other references, pointers from `find`, and iterators are good until operator[]
-//            inserts, or is called after it has. Moving a map invalidates iterators.
+//            one after that is kept. Other references, pointers from `find`, and iterators are good until
+//            operator[] inserts, or is called after it has. Moving a map invalidates iterators.
 //   Errors   key 0 as said; see the engine for memory and for bucket counts that are too large.
 //   Threads  one thread at a time, for reading too.
 //
@@ -34,10 +34,12 @@ class TVQHashMap {
     class TPosition;
 
 public:
+    /// What an iterator yields: the key, and the value to change.
     struct Entry {
         unsigned int key;
         V& value;
     };
+    /// What an iterator over a constant table yields.
     struct ConstEntry {
         unsigned int key;
         const V& value;
@@ -59,8 +61,8 @@ public:
     }
     const V* find(unsigned int key) const { return const_cast<TVQHashMap*>(this)->find(key); }
 
-    /// Goes back to the number of buckets that the map was made with (2 by default, 128 for a copy of a map that has
-    /// memory).
+    /// Goes back to the number of buckets that the map was made with (2 by default, 128 for a copy of a map that
+    /// has memory).
     void clear() { mEngine.clear(); }
 
     unsigned int size() const { return mEngine.count(); }

@@ -3,7 +3,8 @@
 //            TVQIntrusiveList<CTimer, VQIntrusive::TVQListBaseHookAccessor<CTimer>> timers;
 //   Shape    next, then previous, in the head as in each hook. A ring through the head: an empty list's head points
 //            at itself both ways. The links of an object in no list are null.
-//   Owners   the list owns nothing. Whoever destroys an object erases it first; a list that ends lets its objects go.
+//   Owners   the list owns nothing. Whoever destroys an object erases it first; a list that ends lets its objects
+//            go.
 //   Invalid  an iterator is good while its object is in the list.
 //   Errors   inserting an object that is in a list, and erasing one that is in none, is the critical error "invalid
 //            iterator position", which ends the process.

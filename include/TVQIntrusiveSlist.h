@@ -3,7 +3,8 @@
 //            TVQIntrusiveSlist<CTimer, VQIntrusive::TVQSlistBaseHookAccessor<CTimer>> timers;
 //   Shape    one pointer, in the head as in each hook. A ring through the head: an empty list's head points at
 //            itself. The link of an object in no list is null.
-//   Owners   the list owns nothing. Whoever destroys an object erases it first; a list that ends lets its objects go.
+//   Owners   the list owns nothing. Whoever destroys an object erases it first; a list that ends lets its objects
+//            go.
 //   Invalid  an iterator is good while its object is in the list.
 //   Errors   inserting an object that is in a list, and erasing one that is not in this one, is the critical error
 //            "invalid iterator position", which ends the process.

@@ -10,8 +10,8 @@ class CVQRCMemoryBuffer;
 class CVQString;
 
 /// Whether an object of type T may be moved by copying its bytes and forgetting the original: true for what is
-/// trivially copyable, and for types that say so here. Such a type must not hold a pointer to itself, nor may anybody
-/// else hold one that must follow.
+/// trivially copyable, and for types that say so here. Such a type must not hold a pointer to itself, nor may
+/// anybody else hold one that must follow.
 template <class T>
 struct TVQIsRelocatable : std::is_trivially_copyable<T> {};
 

@@ -1,7 +1,8 @@
 // TVQPtrVector: a growable array of pointers to T. It owns nothing that they point at.
 //   Units    sizes, capacities and positions count pointers, in int.
 //   Shape    a TVQVector of pointers.
-//   Errors   `get` and `operator[]` report an index out of range as "TVQPtrVector"; everything else as TVQVector does.
+//   Errors   `get` and `operator[]` report an index out of range as "TVQPtrVector"; everything else as TVQVector
+//            does.
 //   Invalid  iterators and references to the stored pointers as in TVQVector. What the pointers point at is the
 //            caller's, and never touched.
 //   Threads  one thread at a time.

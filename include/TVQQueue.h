@@ -1,12 +1,13 @@
 // TVQQueue: first in, first out.
 //   Units    sizes and positions count elements, in int.
-//   Shape    one block of slots, in which the elements stand side by side. Elements that are gone leave their slots in
-//            front unused until the block is full or the queue empty; then the others move up. So `push` and `pop`
-//            take constant time on average.
-//   Errors   an index out of range is reported as "TVQQueue". An empty queue is no error. Without memory the process
-//            ends, as it does where the slots would become more than int can count.
-//   Invalid  pointers and iterators to elements are good until the next `push`, `clear`, assignment or the end of the
-//            queue; `pop` ends those to the first element only. `swap` and moving from the queue take them along.
+//   Shape    one block of slots, in which the elements stand side by side. Elements that are gone leave their slots
+//            in front unused until the block is full or the queue empty; then the others move up. So `push` and
+//            `pop` take constant time on average.
+//   Errors   an index out of range is reported as "TVQQueue". An empty queue is no error. Without memory the
+//            process ends, as it does where the slots would become more than int can count.
+//   Invalid  pointers and iterators to elements are good until the next `push`, `clear`, assignment or the end of
+//            the queue; `pop` ends those to the first element only. `swap` and moving from the queue take them
+//            along.
 //   Self     an item may be an element of the queue.
 //   Watch    as in CVQVectorBase; the RAM watcher counts unused slots in front as elements.
 //   Threads  one thread at a time.

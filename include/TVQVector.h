@@ -2,12 +2,12 @@
 //   Units    sizes, capacities and positions count elements, in int. Callers may pass any integer type (CVQIndex).
 //   Shape    one pointer; see CVQVectorBase for its block and its growth.
 //   Errors   misuse is reported as "TVQVector", after which nothing changes and the result is null, false or -1;
-//            `operator[]` then leads to a `T()` of the calling thread, which is good until its next such use. Without
-//            memory the process ends.
+//            `operator[]` then leads to a `T()` of the calling thread, which is good until its next such use.
+//            Without memory the process ends.
 //   Invalid  pointers, references and iterators to elements are good until their element moves or goes: until an
-//            operation that may grow the vector (`push_back`, `insert`, `resize`, `reserve`), an insertion or erasure
-//            at their position or before it, `clear`, assignment or the end of the vector. `swap` and moving from the
-//            vector take them along. `end()` is good only until the next change.
+//            operation that may grow the vector (`push_back`, `insert`, `resize`, `reserve`), an insertion or
+//            erasure at their position or before it, `clear`, assignment or the end of the vector. `swap` and
+//            moving from the vector take them along. `end()` is good only until the next change.
 //   Self     an argument may be an element of the vector.
 //   T        must be copyable where elements are copied, and aligned no wider than std::max_align_t; its operations
 //            must not throw. See TVQElementOps for which elements are moved byte by byte.
@@ -32,8 +32,8 @@ public:
     using const_iterator = const T*;
 
     constexpr TVQVector() noexcept = default;
-    /// Empty, with exactly `initialCapacity` slots; a negative number is reported, and is as good as 0. `growth` says
-    /// the capacity whenever the vector must grow; a vector with one always has a block, of 4 slots where
+    /// Empty, with exactly `initialCapacity` slots; a negative number is reported, and is as good as 0. `growth`
+    /// says the capacity whenever the vector must grow; a vector with one always has a block, of 4 slots where
     /// `initialCapacity` asks for none.
     explicit TVQVector(CVQIndex initialCapacity, CVQVectorBase::Growth growth = nullptr)
         : mBase(initialCapacity, growth, Ops::kSize) {

@@ -7,13 +7,14 @@
 #include <type_traits>
 #include <utility>
 
-/// The order of sorted containers: `<`. Of a type with `int compare(const T&) const noexcept`, which agrees with `<` and
-/// tells before, same and behind (below 0, 0, above 0) in one go, the order has that, too.
+/// The order of sorted containers: `<`. Of a type with `int compare(const T&) const noexcept`, which agrees with
+/// `<` and tells before, same and behind (below 0, 0, above 0) in one go, the order has that, too.
 template <class T, class = void>
 struct TVQBefore {
     bool operator()(const T& left, const T& right) const { return left < right; }
 };
 
+/// For a type that can say in one comparison whether it is before, equal or behind.
 template <class T>
 struct TVQBefore<T, std::enable_if_t<std::is_same_v<decltype(&T::compare), int (T::*)(const T&) const noexcept>>> {
     bool operator()(const T& left, const T& right) const { return left < right; }
@@ -22,8 +23,8 @@ struct TVQBefore<T, std::enable_if_t<std::is_same_v<decltype(&T::compare), int (
 
 namespace VQAlgorithm {
 
-/// The first position of [first, last) whose element is not before `key`, or `last`. `before(element, key)` must hold
-/// for a leading part of the range and for nothing behind it.
+/// The first position of [first, last) whose element is not before `key`, or `last`. `before(element, key)` must
+/// hold for a leading part of the range and for nothing behind it.
 template <class Iterator, class Key, class Before>
 Iterator lowerBound(Iterator first, Iterator last, const Key& key, Before before) {
     auto count = last - first;
@@ -53,9 +54,9 @@ struct THasCompare<Before, Key,
                    std::void_t<decltype(std::declval<const Before&>().compare(
                        std::declval<const Key&>(), std::declval<const Key&>()))>> : std::true_type {};
 
-/// The place of `key` in [first, last), no two of whose keys are equivalent; `keyOf(element)` is an element's. Asks an
-/// order that can compare once an element, and no more once it has found the key; any other as lowerBound, and then
-/// once more.
+/// The place of `key` in [first, last), no two of whose keys are equivalent; `keyOf(element)` is an element's. Asks
+/// an order that can compare once an element, and no more once it has found the key; any other as lowerBound, and
+/// then once more.
 template <class Iterator, class Key, class KeyOf, class Before>
 SPlace<Iterator> findUnique(Iterator first, Iterator last, const Key& key, KeyOf keyOf, Before before) {
     if constexpr (THasCompare<Before, Key>::value) {

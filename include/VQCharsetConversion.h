@@ -24,6 +24,7 @@
 
 /// From single bytes to UTF-8.
 struct SVQConvTable {
+    /// One character.
     struct SEntry {
         unsigned char mByteCount;  ///< of the UTF-8 form: 1 to 3
         unsigned char mBytes[3];   ///< that form, padded with zero bytes
@@ -33,6 +34,7 @@ struct SVQConvTable {
 
 /// From UTF-8 to single bytes.
 struct SVQReverseConvTable {
+    /// One character.
     struct SEntry {
         unsigned char mBytes[3];  ///< the UTF-8 form, padded with zero bytes
         unsigned char mByte;      ///< the single byte
@@ -67,8 +69,8 @@ VQ_EXPORT unsigned convertUTF8ToString(const SVQReverseConvTable& table, const C
 
 /// Writes the text and its terminating zero byte as UTF-16. `count`: in, the room; out, the units written, the 0
 /// unit included. False when the text is not well-formed UTF-8, does not fit, or `out` is null: then nothing is
-/// written and `count` stays. Surrogates and what lies above U+10FFFF are not well-formed either, so that nothing is
-/// left that would have to become U+FFFD. Zero bytes inside a text are characters.
+/// written and `count` stays. Surrogates and what lies above U+10FFFF are not well-formed either, so that nothing
+/// is left that would have to become U+FFFD. Zero bytes inside a text are characters.
 VQ_EXPORT bool convertUTF8ToUTF16(const CVQString& text, unsigned short* out, unsigned& count);
 
 /// Appends `count` units to `text`. False for null (nothing is appended), and when the last unit is a high

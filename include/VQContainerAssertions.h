@@ -15,6 +15,7 @@ class CVQListNodeBase;
 
 namespace VQContainerAssertions {
 
+/// What a container was asked for wrongly; each has its message.
 enum ErrorCode : int {
     INDEX_OUT_OF_RANGE = 0,
     INVALID_PARAMETER = 1,

@@ -1,8 +1,8 @@
 // VQFileOperations: the file system's calls on paths.
 //   Units    modes are the platform's permission bits (S_IRWXU and the like).
-//   Errors   false, with the failing call's reason in `errno`; nothing is logged. A call that was interrupted is made
-//            again, so EINTR is never the reason. Paths are handed over as they are: an invalid one is for the platform
-//            to refuse. After a success `errno` is 0, or what the last of several calls left there.
+//   Errors   false, with the failing call's reason in `errno`; nothing is logged. A call that was interrupted is
+//            made again, so EINTR is never the reason. Paths are handed over as they are: an invalid one is for the
+//            platform to refuse. After a success `errno` is 0, or what the last of several calls left there.
 //   Files    what is opened is closed again, and closed on exec meanwhile.
 //   Threads  any thread. The current directory is the process's.
 //   Kept     mkdir-first-level: makeDirRecursive makes no directory directly below an existing root.
@@ -43,16 +43,17 @@ VQ_EXPORT CVQPath getCurrentDir();
 /// A directory that is there already is a failure with EEXIST, except at that first level.
 VQ_EXPORT bool makeDirRecursive(const CVQPath& path, int mode);
 
-/// Removes a file or link, or a directory with all that it holds. Links are removed, never followed. The first failure
-/// ends the work, of which the part that was done stays done. One descriptor is open for each level of directories. A
-/// path inside that has 1024 bytes or more is a failure with ENAMETOOLONG.
+/// Removes a file or link, or a directory with all that it holds. Links are removed, never followed. The first
+/// failure ends the work, of which the part that was done stays done. One descriptor is open for each level of
+/// directories. A path inside that has 1024 bytes or more is a failure with ENAMETOOLONG.
 VQ_EXPORT bool recursiveRemove(const CVQPath& path);
 
-/// Creates a file that was not there and opens it for reading and writing. `pattern` is the file's path with a "*" in
-/// its leaf; the last of them gives way to "PID-TID-SECONDS-COUNT", where COUNT goes up with each attempt of the
-/// process. `pattern` becomes the file's path. `handle` is closed first; on exec it will be closed as well. EINVAL for
-/// a pattern without "*" or an invalid one (then `handle` stays as it was), and for a path of 1024 bytes or more. Fails
-/// as well when the file system does; then `pattern` is the path that was tried. Kept: unique-bare-pattern.
+/// Creates a file that was not there and opens it for reading and writing. `pattern` is the file's path with a "*"
+/// in its leaf; the last of them gives way to "PID-TID-SECONDS-COUNT", where COUNT goes up with each attempt of the
+/// process. `pattern` becomes the file's path. `handle` is closed first; on exec it will be closed as well. EINVAL
+/// for a pattern without "*" or an invalid one (then `handle` stays as it was), and for a path of 1024 bytes or
+/// more. Fails as well when the file system does; then `pattern` is the path that was tried. Kept:
+/// unique-bare-pattern.
 VQ_EXPORT bool createUniqueFile(CVQPath& pattern, CVQFileHandle& handle);
 
 /// Writes the name of the type of the file system that holds `path` ("ext4", "tmpfs"), in lower case, with zeros

@@ -1,8 +1,9 @@
 // VQIODeviceServerRegistry: the device servers of this process, by the paths that they serve.
-//   Shape    ids count up from 0 and are never given twice. Of servers for one path the one registered last serves it.
+//   Shape    ids count up from 0 and are never given twice. Of servers for one path the one registered last serves
+//            it.
 //   Errors   false, -1 or STATE_FAILED for a handle that leads to no server; it is set to -1 then.
-//   Threads  any thread. One lock is held during every operation, calls of servers included: a slow server delays all.
-//            In a forked child the lock is free, and the servers are the child's copies.
+//   Threads  any thread. One lock is held during every operation, calls of servers included: a slow server delays
+//            all. In a forked child the lock is free, and the servers are the child's copies.
 #pragma once
 
 #include <IVQIODeviceServer.h>

@@ -1,5 +1,5 @@
-// VQOSTypes: the raw handles of semaphores and triggers, the invalid values of all handles, and how a signal mask is
-// changed.
+// VQOSTypes: the raw handles of semaphores and triggers, the invalid values of all handles, and how a signal mask
+// is changed.
 //   Shape    a SEMHANDLE is eight 32-bit words, the same in every process that maps one. A handle that is all zero
 //            is invalid: fill a handle with the invalid value first, then create it.
 //   Threads  the types are plain data; the functions over them say who may use them.

@@ -1,7 +1,7 @@
 // VQOperatingSystem: the calling thread's last error, ids, clocks, kernel time-outs, the signal mask and processes.
 //   Units    clocks and deadlines in nanoseconds, 64 bits unsigned; time-outs and sleeps in milliseconds.
-//   Errors   the last error is errno: the whole library leaves the reason of a platform failure there. Calls that an
-//            interruption ended are made again.
+//   Errors   the last error is errno: the whole library leaves the reason of a platform failure there. Calls that
+//            an interruption ended are made again.
 //   Threads  any thread; the last error and an armed kernel time-out are each thread's own. Of threads that
 //            ask for the monotonic bias first, at the same moment, one captures it for all.
 //   Kept     vsnprintf-equal-size: a text of exactly `size` bytes, which is cut, is not counted as cut.
@@ -59,9 +59,9 @@ VQ_EXPORT bool setKernelTimeout(unsigned long long deadline, int flags);
 /// Takes an armed time-out back.
 VQ_EXPORT bool resetKernelTimeout();
 
-/// The C library's vsnprintf, except that a result above `size` is returned as `size` - 1, the bytes that were kept.
-/// A size of 0 or less gives 0, and so does a null buffer, which is an assertion as well.
-/// Kept: vsnprintf-equal-size.
+/// The C library's vsnprintf, except that a result above `size` is returned as `size` - 1, the bytes that were
+/// kept. A size of 0 or less gives 0, and so does a null buffer, which is an assertion as well. Kept:
+/// vsnprintf-equal-size.
 VQ_EXPORT int vsnprintf(char* buffer, int size, const char* format, std::va_list arguments) VQ_PRINTF(3, 0);
 
 /// Changes the calling thread's signal mask by `count` signal numbers. With `previous`, which has room for 64, the

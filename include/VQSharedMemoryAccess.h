@@ -2,8 +2,8 @@
 //   Units    sizes and offsets in bytes, 32 bits.
 //   Shape    a mode is two parts in one word: which of the modes below in its low byte, and bits that add to it.
 //   Names    go to the platform as they are. Portable ones begin with their only slash.
-//   Errors   -1, null or false, with the reason in `errno`; nothing is logged. A null name and a mode that is not in
-//            the list are EINVAL.
+//   Errors   -1, null or false, with the reason in `errno`; nothing is logged. A null name and a mode that is not
+//            in the list are EINVAL.
 //   Limits   what the object's end leaves of the last page reads as zero; touching the pages behind it ends the
 //            process with SIGBUS, and so does touching memory that the system does not have any more.
 //   Threads  any thread, any process.

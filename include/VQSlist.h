@@ -1,6 +1,6 @@
 // VQSlist: functions on singly linked nodes.
-//   Shape    a node is one pointer, null at the end of a chain. A list is a head, which is no element, and the chain
-//            behind it.
+//   Shape    a node is one pointer, null at the end of a chain. A list is a head, which is no element, and the
+//            chain behind it.
 //   Owners   nodes carry nothing and own nothing.
 //   Errors   none; a pointer is tested for null only where that is said.
 //   Threads  one thread at a time for all nodes of a list.
@@ -10,6 +10,7 @@
 
 namespace VQPrivate {
 
+/// The link of a singly linked list; derive nodes from it.
 struct CVQSlistNodeBase {
     CVQSlistNodeBase* mNext = nullptr;
 };

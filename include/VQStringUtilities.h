@@ -18,6 +18,7 @@ namespace VQStringUtilities {
 /// The case mappings of one part of the code space. Each kind is sorted by code.
 template <class Code>
 struct TVQCaseMappings {
+    /// One code becomes another.
     struct SSingle {
         Code mCode;
         Code mMapped;
@@ -43,6 +44,7 @@ struct TVQCaseMappings {
     const SMulti* mMultis;
 };
 
+/// One direction of case mapping, for all code points.
 struct SVQCaseMappingTable {
     TVQCaseMappings<unsigned short> mPlane;  ///< code points up to U+FFFF
     TVQCaseMappings<unsigned> mAbove;        ///< those above
