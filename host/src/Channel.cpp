@@ -77,6 +77,11 @@ void changeCallable(Channel* channel, Change change) {
     }
 }
 
+/// Receivers that are about to sleep inside see it.
+void changeInside(Channel* channel) {
+    __atomic_store_n(&channel->insideWord, channel->insideWord + 1, __ATOMIC_RELAXED);
+}
+
 void freeContents(Channel* channel) {
     free(channel->timers.timers);
     while (QueuedPulse* const block = channel->pulseBlocks) {
@@ -209,22 +214,67 @@ void destroyChannel(Channel* channel) {
     releaseChannel(channel);
 }
 
+bool ReceiverCall::make() const {
+    if (inside != nullptr)
+        futexWake(inside, 1, Sharing::PRIVATE);
+    return isAwaited || (outside != nullptr && ring(*outside));
+}
+
+void callLooking(Channel* channel, LookingReceiver::State state) {
+    LookingReceiver* const receiver = channel->looking;
+    channel->looking = nullptr;
+    __atomic_store_n(&receiver->state, unsigned(state), __ATOMIC_RELEASE);
+}
+
+ReceiverCall callReceiver(Channel* channel) {
+    if (channel->looking != nullptr) {
+        callLooking(channel, LookingReceiver::CALLED);
+        return {true, nullptr, nullptr};
+    }
+    if (channel->callableInside != 0) {
+        --channel->callableInside;
+        changeInside(channel);
+        return {true, &channel->insideWord, nullptr};
+    }
+    // Those outside that are neither look for what waits before they begin to be.
+    const bool isAwaitedOutside = channel->asleepOutside != 0 || channel->isSpunAt;
+    return {false, nullptr, isAwaitedOutside ? channel->doorbell : nullptr};
+}
+
 void callAllReceivers(Channel* channel) {
+    if (channel->looking != nullptr)
+        callLooking(channel, LookingReceiver::CALLED);
+    channel->callableInside = 0;
+    changeInside(channel);
+    if (channel->asleepInside != 0)
+        futexWake(&channel->insideWord, INT_MAX, Sharing::PRIVATE);
     changeCallable(channel, [](uint32_t) { return 0u; });
     ring(*channel->doorbell);
-    if (channel->asleep != 0)
+    if (channel->asleepOutside != 0)
         futexWake(&channel->doorbell->word, INT_MAX, Sharing::SHARED);
 }
 
-void beginSleep(Channel* channel, bool pulsesOnly) {
-    ++channel->asleep;
+unsigned beginSleep(Channel* channel, bool isInside, bool pulsesOnly) {
     channel->asleepForPulses += pulsesOnly ? 1 : 0;
+    if (isInside) {
+        ++channel->asleepInside;
+        ++channel->callableInside;
+        return channel->insideWord;
+    }
+    ++channel->asleepOutside;
     changeCallable(channel, [](uint32_t callable) { return callable < kCallable ? callable + 1 : callable; });
+    return __atomic_load_n(&channel->doorbell->word, __ATOMIC_SEQ_CST);
 }
 
-void endSleep(Channel* channel, bool pulsesOnly) {
+void endSleep(Channel* channel, bool isInside, bool pulsesOnly) {
     channel->asleepForPulses -= pulsesOnly ? 1 : 0;
-    const uint32_t rest = --channel->asleep;
+    if (isInside) {
+        const unsigned rest = --channel->asleepInside;
+        if (channel->callableInside > rest)
+            channel->callableInside = rest;
+        return;
+    }
+    const uint32_t rest = --channel->asleepOutside;
     changeCallable(channel, [rest](uint32_t callable) { return callable < rest ? callable : rest; });
 }
 
@@ -277,7 +327,7 @@ void sayDisconnected(Channel* channel, int scoid) {
     sigval none;
     none.sival_ptr = nullptr;
     if (queuePulse(channel, callerPriority(), _PULSE_CODE_DISCONNECT, none, scoid))
-        ring(*channel->doorbell);
+        callReceiver(channel).make();
 }
 
 Message* newMessage(Channel* channel) {
@@ -359,7 +409,7 @@ void askForRelease(Message* message) {
     id.sival_ptr = nullptr;
     id.sival_int = receiveIdOf(message);
     if (queuePulse(message->channel, message->priority, _PULSE_CODE_UNBLOCK, id, message->info.scoid))
-        ring(*message->channel->doorbell);
+        callReceiver(message->channel).make();
 }
 
 }  // namespace host

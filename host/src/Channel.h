@@ -1,9 +1,12 @@
 // Channel: where messages and pulses of this process's receivers queue, and the messages that wait for a reply.
 //   Lock      one for all that is declared here, as a kernel would have it; messages are copied outside. Everything
 //             below needs it, unless it says otherwise.
-//   Sleeping  receivers of a channel sleep on one word, which changes with each arrival and counts those of them that
-//             no arrival has called yet: a further one wakes one more only while there are such. One receiver at a time
-//             may look at the word before it sleeps: arrivals then wake nobody, and it calls the others itself.
+//   Sleeping  receivers of a channel sleep on a word, which changes with each arrival; those of them that no arrival has
+//             called yet are counted: a further one wakes one more only while there are such. One receiver at a time may
+//             look before it sleeps: arrivals then wake nobody, and it calls the others itself.
+//   Inside    while no other process is connected, receivers look and sleep on words of this process, which costs less
+//             than the doorbell's; a sender may hand its message to a receiver that looks. Another process that connects
+//             for the first time finds them outside within kInsideNs.
 //   Fork      a child begins with nothing of this.
 #pragma once
 
@@ -33,6 +36,7 @@ public:
 
     void lock();
     void unlock();
+    bool isLocked() const { return mIsLocked; }
 
 private:
     bool mIsLocked = false;
@@ -66,13 +70,33 @@ struct QueuedPulse : QueueEntry {
     _pulse pulse;
 };
 
+/// A receiver on its stack, while it looks for an arrival inside. Who writes one of the other states takes it from its
+/// channel and leaves it alone from then on.
+struct LookingReceiver {
+    enum State : unsigned { LOOKS, CALLED, HANDED };
+    static constexpr size_t kBytes = 256;
+
+    unsigned state;
+    bool takesMessages;
+    ProcessorHint processor;
+    // When handed:
+    int id;
+    struct Message* message;  // to be copied and then released, or null when its bytes are here
+    _msg_info info;
+    char bytes[kBytes];
+};
+
 // What each message needs comes first, close together: it moves from processor to processor.
 struct Channel {
     unsigned references;  // the table's, its connections', its timers', its receivers' and its messages'
     bool isDestroyed;
-    bool isSpunAt;
-    unsigned asleep;
-    unsigned asleepForPulses;  // those among them that leave messages to others
+    bool isSpunAt;  // outside
+    LookingReceiver* looking;
+    unsigned insideWord;
+    unsigned asleepInside;
+    unsigned callableInside;
+    unsigned asleepOutside;
+    unsigned asleepForPulses;  // those of both that leave messages to others
     ProcessorHint sender;      // where the last message or pulse came from
     ProcessorHint receiver;    // where the last message was taken
     unsigned waiting;          // messages and pulses in the queues
@@ -161,16 +185,31 @@ Channel* newChannel(unsigned flags);
 void destroyChannel(Channel* channel);
 void releaseChannel(Channel* channel);
 
+/// How long receivers sleep inside at most, unless a new connection would be noticed at once.
+constexpr uint64_t kInsideNs = 10000000;
+
+/// What is left to do to wake a receiver, better when the lock was given up. The words stay valid.
+struct ReceiverCall {
+    bool isAwaited;
+    unsigned* inside;
+    Doorbell* outside;
+
+    /// True when a receiver waits.
+    bool make() const;
+};
+
+/// Calls one receiver, after something was queued.
+ReceiverCall callReceiver(Channel* channel);
+/// Tells the receiver that looks inside, of which there is one, why it need not any more.
+void callLooking(Channel* channel, LookingReceiver::State state);
 /// For receivers that were woken for what they cannot take.
 void callAllReceivers(Channel* channel);
-/// True when a receiver waits, so that a sender of this process has to ring. Those that do not look for what waits before
-/// they begin to.
-inline bool isAwaited(const Channel* channel) {
-    return channel->asleep != 0 || channel->isSpunAt;
+inline bool isAnyAsleep(const Channel* channel) {
+    return channel->asleepInside != 0 || channel->asleepOutside != 0;
 }
-/// Around a receiver's sleep on the doorbell's word.
-void beginSleep(Channel* channel, bool pulsesOnly);
-void endSleep(Channel* channel, bool pulsesOnly);
+/// Around a receiver's sleep on one of the words; what the word was before.
+unsigned beginSleep(Channel* channel, bool isInside, bool pulsesOnly);
+void endSleep(Channel* channel, bool isInside, bool pulsesOnly);
 
 /// Null without memory.
 QueuedPulse* newPulse(Channel* channel, int priority, int code, union sigval value, int scoid);

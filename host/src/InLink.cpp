@@ -179,6 +179,8 @@ void addLink(Channel* channel, int socket) {
     ++channel->references;
     link->next = channel->links;
     channel->links = link;
+    if (link->next == nullptr)
+        callAllReceivers(channel);  // those inside would not hear it
     if (!watchLink(link))
         dropLink(link, ESRCH);
 }
@@ -400,7 +402,7 @@ Waker completeReply(Message* message) {
     link->messages[message->lane] = nullptr;
     if (message->isFollowed && !link->isDead) {
         __atomic_fetch_or(&link->page->ready[message->lane / 32], 1u << message->lane % 32, __ATOMIC_SEQ_CST);
-        ring(*link->channel->doorbell);
+        callReceiver(link->channel).make();
     }
     message->link = nullptr;
     releaseLink(link);

@@ -89,11 +89,29 @@ void update(Channel* channel) {
     collect(channel);
 }
 
-/// After something was queued. Gives the lock up; true when a receiver waits.
-bool callReceiver(ChannelGuard& guard, const Channel* channel) {
-    Doorbell* const doorbell = isAwaited(channel) ? channel->doorbell : nullptr;
-    guard.unlock();
-    return doorbell != nullptr && ring(*doorbell);
+/// Gives the message to the receiver that looks for one, as it would take it from the queue itself. A short one comes
+/// with its bytes, so that the receiver needs the lock no more. False when there is none, or when another waits.
+bool handOver(Channel* channel, Message* message) {
+    LookingReceiver* const receiver = channel->looking;
+    if (receiver == nullptr || !receiver->takesMessages || channel->waiting != 0)
+        return false;
+    LocalSender* const sender = message->sender;
+    message->state = Message::State::RECEIVED;
+    sender->word = LocalSender::RECEIVED;
+    channel->receiver = receiver->processor;
+    receiver->id = receiveIdOf(message);
+    receiver->info = message->info;
+    if (sender->request.length <= LookingReceiver::kBytes) {
+        const iovec bytes = {receiver->bytes, LookingReceiver::kBytes};
+        copyParts({&bytes, 1, bytes.iov_len}, 0, sender->request, 0);
+        receiver->message = nullptr;
+        --channel->references;  // the receiver's; the message has its own
+    } else {
+        ++message->users;
+        receiver->message = message;
+    }
+    callLooking(channel, LookingReceiver::HANDED);
+    return true;
 }
 
 SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& request, const Parts& reply,
@@ -118,11 +136,17 @@ SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& re
     message->info.dstmsglen = static_cast<int32_t>(reply.length);
     message->info.priority = static_cast<int16_t>(message->priority);
     update(channel);  // what others sent before comes first
-    queueArrival(channel, message);
     channel->sender = thisProcessor();
     const ProcessorHint lastReceiver = channel->receiver;
-    if (callReceiver(guard, channel))
-        allowForWaking(timeout);
+    if (handOver(channel, message)) {
+        guard.unlock();
+    } else {
+        queueArrival(channel, message);
+        const ReceiverCall call = callReceiver(channel);
+        guard.unlock();
+        if (call.make())
+            allowForWaking(timeout);
+    }
     waitForReply(sender, timeout, lastReceiver);
     return {sender.status, sender.error};
 }
@@ -139,7 +163,9 @@ int pulseHere(ChannelGuard& guard, const Connection* connection, int priority, i
     if (!queuePulse(channel, priority, code, small, _NTO_SIDE_CHANNEL | connection->id))
         return EAGAIN;
     channel->sender = thisProcessor();
-    callReceiver(guard, channel);
+    const ReceiverCall call = callReceiver(channel);
+    guard.unlock();
+    call.make();
     return 0;
 }
 
@@ -213,7 +239,21 @@ bool beginReceive(Message* message) {
     return true;
 }
 
-/// Takes a queued message and copies it. Its receive id, or 0 when the sender left meanwhile.
+/// When a user of the message has copied what was sent. Its receive id, or 0 when the sender left meanwhile.
+int endDelivery(Message* message, size_t copied, _msg_info* info) {
+    const int id = receiveIdOf(message);
+    if (message->sender == nullptr && !message->isOver && !isStillWanted(message))
+        message->isOver = true;
+    message->info.msglen = static_cast<int32_t>(copied);
+    message->info.flags = message->isUnblockAsked ? _NTO_MI_UNBLOCK_REQ : 0;
+    const bool isOver = message->isOver;
+    if (info != nullptr && !isOver)
+        *info = message->info;
+    endUse(message).wake();
+    return isOver ? 0 : id;
+}
+
+/// Takes a queued message and copies it. The result is as above.
 int deliverMessage(ChannelGuard& guard, Message* message, const Parts& into, _msg_info* info) {
     Channel* const channel = message->channel;
     takeFromQueue(channel, message);
@@ -231,18 +271,9 @@ int deliverMessage(ChannelGuard& guard, Message* message, const Parts& into, _ms
         return 0;
     }
     ++message->users;
-    const int id = receiveIdOf(message);
     const size_t copied = copyAside(guard, lesser(into.length, static_cast<size_t>(message->info.srcmsglen)),
                                     [&] { return readRequest(message, window, into, 0); });
-    if (isRemote && !message->isOver && !isStillWanted(message))
-        message->isOver = true;
-    message->info.msglen = static_cast<int32_t>(copied);
-    message->info.flags = message->isUnblockAsked ? _NTO_MI_UNBLOCK_REQ : 0;
-    const bool isOver = message->isOver;
-    if (info != nullptr && !isOver)
-        *info = message->info;
-    endUse(message).wake();
-    return isOver ? 0 : id;
+    return endDelivery(message, copied, info);
 }
 
 QueueEntry* nextFor(const Channel* channel, bool pulsesOnly) {
@@ -259,14 +290,46 @@ bool isWorthWaking(const Channel* channel, bool pulsesOnly) {
     return nextFor(channel, pulsesOnly) != nullptr || channel->isDestroyed;
 }
 
-/// Looks for an arrival for a while, if that is promising and nobody else does.
-void spin(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadline) {
-    if (channel->isSpunAt || !receiversSpinner.isPromising(channel->sender))
-        return;
+bool isInside(const Channel* channel) {
+    return channel->links == nullptr;
+}
+
+/// Looks inside. A message that was handed over gives its receive id, without the lock if it was a short one; else 0.
+int lookInside(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_info* info, bool pulsesOnly,
+               Deadline deadline) {
+    LookingReceiver self;
+    self.state = LookingReceiver::LOOKS;
+    self.takesMessages = !pulsesOnly;
+    self.processor = thisProcessor();
+    channel->looking = &self;
+    guard.unlock();
+    receiversSpinner.look(deadline, [&] { return load(self.state) != LookingReceiver::LOOKS; });
+    if (load(self.state) != LookingReceiver::HANDED) {
+        guard.lock();
+        if (self.state == LookingReceiver::LOOKS)
+            channel->looking = nullptr;
+        if (self.state != LookingReceiver::HANDED)
+            return 0;
+        guard.unlock();
+    }
+    if (self.message != nullptr) {
+        const size_t copied = readRequest(self.message, nullptr, into, 0);
+        guard.lock();
+        return endDelivery(self.message, copied, info);
+    }
+    const iovec bytes = {self.bytes, static_cast<size_t>(self.info.srcmsglen)};
+    self.info.msglen = static_cast<int32_t>(copyParts(into, 0, {&bytes, 1, bytes.iov_len}, 0));
+    if (info != nullptr)
+        *info = self.info;
+    return self.id;
+}
+
+/// Looks at the word that other processes change, too.
+void lookOutside(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadline) {
     channel->isSpunAt = true;
     uint32_t& word = channel->doorbell->word;
     const uint32_t seen = __atomic_or_fetch(&word, kSpinning, __ATOMIC_SEQ_CST);
-    // Senders of other processes look at the word after they have sent: what came before it was seen is found here.
+    // Their senders look at the word after they have sent: what came before it was seen is found here.
     collect(channel);
     if (!isWorthWaking(channel, pulsesOnly)) {
         guard.unlock();
@@ -277,54 +340,75 @@ void spin(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadl
     __atomic_fetch_and(&word, ~kSpinning, __ATOMIC_SEQ_CST);
 }
 
-/// How long a receiver may sleep.
-Deadline sleepUntil(const Channel* channel, Deadline deadline) {
-    const Deadline look = isWatching() ? deadline : nextLook(deadline, Sharing::SHARED);
-    if (channel->timers.count == 0)
-        return look;
-    const Deadline expiry = wakingTime(channel->timers);
-    return expiry.ns < look.ns ? expiry : look;
+/// Promising, and nobody else does.
+bool isWorthLooking(const Channel* channel) {
+    return channel->looking == nullptr && !channel->isSpunAt && receiversSpinner.isPromising(channel->sender);
 }
 
-/// Until something arrives: 0 or an error number.
-int sleep(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadline) {
-    beginSleep(channel, pulsesOnly);
-    Doorbell& doorbell = *channel->doorbell;
-    const uint32_t seen = __atomic_load_n(&doorbell.word, __ATOMIC_SEQ_CST);
+/// Looks for an arrival for a while. The result is that of lookInside().
+int look(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_info* info, bool pulsesOnly,
+         Deadline deadline) {
+    if (isInside(channel))
+        return lookInside(guard, channel, into, info, pulsesOnly, deadline);
+    lookOutside(guard, channel, pulsesOnly, deadline);
+    return 0;
+}
+
+Deadline earlier(Deadline one, Deadline other) {
+    return one.ns < other.ns ? one : other;
+}
+
+/// How long a receiver may sleep.
+Deadline sleepUntil(const Channel* channel, bool inside, Deadline deadline) {
+    Deadline limit = deadline;
+    if (!isWatching())
+        limit =
+            inside ? earlier(deadline, {nowNs(CLOCK_MONOTONIC) + kInsideNs}) : nextLook(deadline, Sharing::SHARED);
+    return channel->timers.count == 0 ? limit : earlier(wakingTime(channel->timers), limit);
+}
+
+/// Until something arrives: 0 or an error number. `mayStayInside` ends with a sleep inside that was long enough.
+int sleep(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadline, bool& mayStayInside) {
+    const bool inside = isInside(channel) && (mayStayInside || isWatching());
+    unsigned* const word = inside ? &channel->insideWord : &channel->doorbell->word;
+    const unsigned seen = beginSleep(channel, inside, pulsesOnly);
     collect(channel);  // after the word was seen, as above
     int result = 0;
     if (!isWorthWaking(channel, pulsesOnly)) {
-        const Deadline limit = sleepUntil(channel, deadline);
+        const Deadline limit = sleepUntil(channel, inside, deadline);
         guard.unlock();
-        result = futexWait(&doorbell.word, seen, Sharing::SHARED, limit);
+        result = futexWait(word, seen, inside ? Sharing::PRIVATE : Sharing::SHARED, limit);
         guard.lock();
         if (result == ETIMEDOUT && limit.ns < deadline.ns) {
-            lookAtDoor(channel);
+            if (!inside)
+                lookAtDoor(channel);
+            mayStayInside = false;
             result = 0;
         }
     }
-    endSleep(channel, pulsesOnly);
+    endSleep(channel, inside, pulsesOnly);
     return result == EAGAIN ? 0 : result;
 }
 
 /// Who was called passes the call on: to all, when it leaves messages to others; to one, when more waits than it takes.
 void passCallOn(Channel* channel, bool takesOne, bool pulsesOnly) {
-    if (takesOne && channel->waiting > 1 && channel->asleep != 0)
-        ring(*channel->doorbell);
-    if (!takesOne && pulsesOnly && channel->waiting != 0 && channel->asleep > channel->asleepForPulses)
+    if (takesOne && channel->waiting > 1 && isAnyAsleep(channel))
+        callReceiver(channel).make();
+    if (!takesOne && pulsesOnly && channel->waiting != 0 &&
+        channel->asleepInside + channel->asleepOutside > channel->asleepForPulses)
         callAllReceivers(channel);
 }
 
-/// The receive id, 0 for a pulse, or an error number negated.
+/// The receive id, 0 for a pulse, or an error number negated. Without the lock when the channel is no more the caller's.
 int receiveFrom(ChannelGuard& guard, Channel* channel, Parts into, _msg_info* info, bool pulsesOnly,
                 Deadline deadline) {
-    bool hasSpun = false;
+    bool hasWaited = false, mayStayInside = true;
     for (int ended = 0;;) {
         if (channel->isDestroyed)
             return -ESRCH;
         update(channel);
         QueueEntry* const entry = nextFor(channel, pulsesOnly);
-        if (hasSpun)
+        if (hasWaited)
             passCallOn(channel, entry != nullptr, pulsesOnly);
         if (entry != nullptr && entry->isPulse)
             return -deliverPulse(channel, static_cast<QueuedPulse*>(entry), into);
@@ -338,11 +422,11 @@ int receiveFrom(ChannelGuard& guard, Channel* channel, Parts into, _msg_info* in
             return -ended;
         if (deadline.isImmediate())
             return -ETIMEDOUT;
-        if (hasSpun)
-            ended = sleep(guard, channel, pulsesOnly, deadline);
-        else
-            spin(guard, channel, pulsesOnly, deadline);
-        hasSpun = true;
+        if (hasWaited || !isWorthLooking(channel))
+            ended = sleep(guard, channel, pulsesOnly, deadline, mayStayInside);
+        else if (const int id = look(guard, channel, into, info, pulsesOnly, deadline); id != 0)
+            return id;
+        hasWaited = true;
     }
 }
 
@@ -357,7 +441,8 @@ int receive(int chid, Parts into, _msg_info* info, bool pulsesOnly) {
     if (channel != nullptr) {
         ++channel->references;
         result = receiveFrom(guard, channel, into, info, pulsesOnly, deadline);
-        releaseChannel(channel);
+        if (guard.isLocked())
+            releaseChannel(channel);
     }
     if (result >= 0)
         return result;

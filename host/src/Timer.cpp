@@ -78,7 +78,7 @@ void set(Timer* timer, bool isAbsolute, const _itimer& wanted) {
     timer->intervalNs = bounded.interval_nsec;
     heap.arm(timer, firstExpiry(timer->clock, isAbsolute, bounded, nowNs(CLOCK_MONOTONIC)));
     // They sleep until a later time.
-    if (heap.next().ns < before.ns && channel->asleep != 0)
+    if (heap.next().ns < before.ns && isAnyAsleep(channel))
         callAllReceivers(channel);
 }
 

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <pthread.h>
 #include <random>
+#include <sched.h>
 #include <unistd.h>
 
 namespace {
@@ -122,6 +123,78 @@ TEST(Message, GathersAndScattersAnySplitIntoParts) {
         EXPECT_TRUE(
             std::all_of(back.begin() + static_cast<long>(here), back.end(), [](char c) { return c == '-'; }));
     }
+}
+
+/// Keeps the calling thread on the `which`th of the processors that it may use, where there are so many.
+void stayOnProcessor(int which) {
+    cpu_set_t allowed;
+    ASSERT_EQ(0, sched_getaffinity(0, sizeof allowed, &allowed));
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+        if (CPU_ISSET(cpu, &allowed) && which-- == 0) {
+            cpu_set_t one;
+            CPU_ZERO(&one);
+            CPU_SET(cpu, &one);
+            ASSERT_EQ(0, sched_setaffinity(0, sizeof one, &one));
+        }
+}
+
+// A receiver on another processor looks for its message, and may get it from the sender's hand; a late one finds it in
+// the queue. Nobody sees a difference.
+TEST(Message, IsTheSameFromTheSendersHandAndFromTheQueue) {
+    constexpr int kRounds = 3000;
+    const std::vector<std::size_t> lengths = {0, 1, 64, 255, 256, 257, 1024, 1025, 5000};
+    OwnChannel own;
+    std::atomic<int> clientTid{0};
+    const auto byteOf = [](int round, std::size_t i) { return static_cast<char>(round * 31 + int(i) * 7 + 1); };
+    const auto lengthOf = [&](int round) { return lengths[static_cast<std::size_t>(round) % lengths.size()]; };
+    std::thread server([&] {
+        stayOnProcessor(1);
+        for (int round = 0; round < kRounds; ++round) {
+            const std::size_t sent = lengthOf(round), room = lengthOf(round / 9), first = room / 3;
+            std::vector<char> buffer(room + 1, '-');
+            const iovec parts[] = {{buffer.data(), first}, {nullptr, 0}, {buffer.data() + first, room - first}};
+            _msg_info info;
+            std::memset(&info, -1, sizeof info);
+            if (round % 2 == 1)
+                std::this_thread::sleep_for(20us);
+            armFor(_NTO_TIMEOUT_RECEIVE, 20 * host::kNsPerSecond);
+            const int id = MsgReceivev(own.chid, parts, 3, &info);
+            ASSERT_GT(id, 0);
+            const std::size_t copied = std::min(sent, room);
+            for (std::size_t i = 0; i <= room; ++i)
+                ASSERT_EQ(i < copied ? byteOf(round, i) : '-', buffer[i]) << round << ", " << i;
+            char again[3] = {};
+            ASSERT_EQ(static_cast<int>(std::min<std::size_t>(sent, 3)), MsgRead(id, again, 3, 0));
+            ASSERT_EQ(sent > 2 ? byteOf(round, 2) : 0, again[2]);
+            ASSERT_EQ(static_cast<int>(copied), info.msglen);
+            ASSERT_EQ(static_cast<int>(sent), info.srcmsglen);
+            ASSERT_EQ(round % 5, info.dstmsglen);
+            ASSERT_EQ(getpid(), info.pid);
+            ASSERT_EQ(clientTid, info.tid);
+            ASSERT_EQ(own.chid, info.chid);
+            ASSERT_EQ(own.coid, info.coid);
+            ASSERT_EQ(own.coid, info.scoid);
+            ASSERT_EQ(10, info.priority);
+            ASSERT_EQ(0, info.flags);
+            ASSERT_EQ(0, MsgReply(id, round, "1234", 4));
+        }
+    });
+    std::thread client([&] {
+        stayOnProcessor(0);
+        clientTid = gettid();
+        for (int round = 0; round < kRounds; ++round) {
+            std::vector<char> request(lengthOf(round));
+            for (std::size_t i = 0; i < request.size(); ++i)
+                request[i] = byteOf(round, i);
+            char reply[6] = "-----";
+            ASSERT_EQ(round, MsgSend(own.coid, request.data(), static_cast<int>(request.size()), reply, round % 5));
+            ASSERT_EQ(std::string("1234").substr(0, static_cast<std::size_t>(round % 5)) +
+                          std::string("-----").substr(static_cast<std::size_t>(round % 5)),
+                      reply);
+        }
+    });
+    client.join();
+    server.join();
 }
 
 TEST(Message, MayHave64MiB) {
