@@ -25,3 +25,10 @@
 #else
 #define VQ_CONSTINIT
 #endif
+
+/// Marks an argument that the result points into, where the compiler then warns of results that outlive it.
+#if defined(__clang__)
+#define VQ_LIFETIMEBOUND [[clang::lifetimebound]]
+#else
+#define VQ_LIFETIMEBOUND
+#endif
