@@ -747,42 +747,51 @@ int threads() {
     return -1;
 }
 
-// Receivers that serve their own process do not listen to others all the time.
+/// Another process connects for the first time, to a channel whose receiver serves this process or sleeps.
+void connectFromOutside(bool isBusy) {
+    int ready[2];
+    ASSERT_EQ(0, pipe(ready));
+    Other outside([&, server = getpid()] {
+        int chid = -1;
+        EXPECT_EQ(static_cast<ssize_t>(sizeof chid), read(ready[0], &chid, sizeof chid));
+        std::string reply;
+        const int coid = attachTo(server, chid);
+        armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, 10 * host::kNsPerSecond);
+        EXPECT_EQ((Outcome{12, 0}), sendText(coid, "from outside", reply));
+        EXPECT_EQ("from outside", reply);
+    });
+    OwnChannel own;
+    std::thread receiver([&] {
+        char bytes[64];
+        _msg_info info;
+        int id;
+        while ((id = receiveSoon(own.chid, bytes, sizeof bytes, &info)) > 0)
+            MsgReply(id, info.msglen, bytes, info.msglen);
+    });
+    std::atomic<bool> isOver{false};
+    std::thread sender([&] {
+        std::string reply;
+        while (isBusy && !isOver)
+            EXPECT_EQ((Outcome{6, 0}), sendText(own.coid, "inside", reply));
+    });
+    std::this_thread::sleep_for(2ms);
+    EXPECT_EQ(static_cast<ssize_t>(sizeof own.chid), write(ready[1], &own.chid, sizeof own.chid));
+    EXPECT_EQ(0, outside.wait());
+    isOver = true;
+    sender.join();
+    MsgSendPulse(own.coid, 10, 1, 0);
+    receiver.join();
+    close(ready[0]);
+    close(ready[1]);
+}
+
+// Receivers of a channel that no other process uses do not listen to others all the time.
 TEST(MessageProcess, ReachesAReceiverThatIsBusyWithItsOwnProcess) {
-    for (const bool isBusy : {true, false}) {
-        int ready[2];
-        ASSERT_EQ(0, pipe(ready));
-        Other outside([&, server = getpid()] {
-            int chid = -1;
-            EXPECT_EQ(static_cast<ssize_t>(sizeof chid), read(ready[0], &chid, sizeof chid));
-            std::string reply;
-            EXPECT_EQ((Outcome{12, 0}), sendText(attachTo(server, chid), "from outside", reply));
-            EXPECT_EQ("from outside", reply);
-        });
-        OwnChannel own;
-        std::thread receiver([&] {
-            char bytes[64];
-            _msg_info info;
-            int id;
-            while ((id = receiveSoon(own.chid, bytes, sizeof bytes, &info)) > 0)
-                MsgReply(id, info.msglen, bytes, info.msglen);
-        });
-        std::atomic<bool> isOver{false};
-        std::thread sender([&] {
-            std::string reply;
-            while (isBusy && !isOver)
-                EXPECT_EQ((Outcome{6, 0}), sendText(own.coid, "inside", reply));
-        });
-        std::this_thread::sleep_for(2ms);
-        EXPECT_EQ(static_cast<ssize_t>(sizeof own.chid), write(ready[1], &own.chid, sizeof own.chid));
-        EXPECT_EQ(0, outside.wait());
-        isOver = true;
-        sender.join();
-        MsgSendPulse(own.coid, 10, 1, 0);
-        receiver.join();
-        close(ready[0]);
-        close(ready[1]);
-    }
+    connectFromOutside(/*isBusy*/ true);
+}
+
+TEST(MessageProcess, ReachesAReceiverThatJustBeganToSleep) {
+    connectFromOutside(/*isBusy*/ false);
 }
 
 TEST(MessageProcess, StartsNoThreadBeforeTheFirstConnectionToAnotherProcess) {

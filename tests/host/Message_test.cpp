@@ -187,6 +187,7 @@ TEST(Message, IsTheSameFromTheSendersHandAndFromTheQueue) {
             for (std::size_t i = 0; i < request.size(); ++i)
                 request[i] = byteOf(round, i);
             char reply[6] = "-----";
+            armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, 20 * host::kNsPerSecond);
             ASSERT_EQ(round, MsgSend(own.coid, request.data(), static_cast<int>(request.size()), reply, round % 5));
             ASSERT_EQ(std::string("1234").substr(0, static_cast<std::size_t>(round % 5)) +
                           std::string("-----").substr(static_cast<std::size_t>(round % 5)),
