@@ -61,6 +61,7 @@ struct TVQLockCalls<CVQCriticalSection> {
 
 namespace VQInterop {
 
+/// A lock of this library as std's guards take it.
 template <class Lock>
 class TVQLockable {
     using Calls = VQPrivate::TVQLockCalls<Lock>;

@@ -14,6 +14,7 @@
 #include <CVQVersion.h>
 #include <TVQFormatString.h>
 
+/// What stands between the types of this library and those of std: conversions, locks that fit the guards, text.
 namespace VQInterop {
 
 inline const CVQString& toText(const CVQString& text VQ_LIFETIMEBOUND) noexcept {

@@ -1,0 +1,99 @@
+# Doxygen's input filter for the public headers. The comment on top of a header speaks of what the header is named after:
+# it becomes that class's or namespace's documentation, with its terms (Units, Shape, Errors, ...) as a list and its
+# examples as code. Blank lines further down make up for the lines that this adds, so that line numbers stay about right.
+
+# Outside of `code`, what Doxygen would take for a command or a tag is meant as it stands.
+function plain(text,    parts, count, i, out) {
+    count = split(text, parts, "`")
+    for (i = 1; i <= count; i++) {
+        if (i % 2) {
+            gsub(/\\/, "\\\\", parts[i])
+            gsub(/&/, "\\&amp;", parts[i])
+            gsub(/</, "\\&lt;", parts[i])
+            gsub(/>/, "\\&gt;", parts[i])
+            gsub(/[%@#~*_]/, "\\\\&", parts[i])
+        }
+        out = out (i > 1 ? "`" : "") parts[i]
+    }
+    return out
+}
+
+# What is called `name` in this header: a class, a namespace, or the header itself.
+function kind(name,    line, found) {
+    found = "file"
+    while (found == "file" && (getline line < FILENAME) > 0) {
+        if (line ~ "^ *namespace " name "( |$)") found = "namespace"
+        else if (line ~ "^ *(class|struct) .*" name "( |$)" && (line ~ /\{/ || line !~ /;$/)) found = "class"
+    }
+    close(FILENAME)
+    return found
+}
+
+function say(line) { print "/// " line; owed++ }
+
+function setCode(wanted) {
+    if (code != wanted) say(wanted ? "@code{.cpp}" : "@endcode")
+    code = wanted
+}
+
+function setList(wanted) {
+    setCode(0)
+    if (list && !wanted) say("</dd></dl>\n///")
+    list = wanted
+}
+
+# One line of the top comment, without its "// ". Terms stand 2 columns in, their text 11, code 15, or 2 after the list.
+function tell(text, next_,    term) {
+    if (text ~ /^  [A-Z][A-Za-z0-9, -]*  +[^ ]/ || (match(text, /^  [A-Z][A-Za-z-]* /) && RLENGTH >= 11)) {
+        setCode(0)
+        match(text, /^  [A-Z][A-Za-z0-9, -]*  +/) || match(text, /^  [A-Z][A-Za-z-]* /)
+        term = substr(text, 3, RLENGTH - 2)
+        text = "           " substr(text, RLENGTH + 1)
+        sub(/ +$/, "", term)
+        say((list ? "</dd>" : "\n/// <dl class=\"terms\">") "<dt>" term "</dt><dd>")
+        list = 1
+        isExample = term == "Use" && text ~ /;$/
+        if (isExample) setCode(1)
+    } else if (text == "") {
+        if (next_ !~ /^           /) { setList(0); isExample = 0 }
+    } else if (text ~ /^               / || (text ~ /^  [^ ]/ && !list)) {
+        setCode(1)
+    } else if (!isExample) {
+        text ~ /^ / ? setCode(0) : setList(0)
+    }
+    if (code) {
+        text = substr(text, isExample ? 12 : list ? 16 : 3)
+        gsub(/\/\*[A-Za-z ]*\*\/ ?/, "", text)  # Doxygen would not show its end
+        print "/// " text
+        return
+    }
+    sub(/^ +/, "", text)
+    if (match(text, /^[a-z0-9]+(-[a-z0-9]+)+: /))
+        print "/// <br><b>" substr(text, 1, RLENGTH - 2) "</b>: " plain(substr(text, RLENGTH + 1))
+    else
+        print "/// " plain(text)
+}
+
+NR == 1 {
+    match($0, /^\/\/ [A-Za-z0-9]+/)
+    name = substr($0, 4, RLENGTH - 3)
+    what = kind(name)
+    sub(/^\/\/ [^:]*: /, "")
+    say("\\" what (what == "file" ? "" : " " name))
+    print "/// \\brief " plain(toupper(substr($0, 1, 1)) substr($0, 2))
+    next
+}
+/^\/\/( |$)/ && !isOver { top[++lines] = substr($0, 4); next }
+!isOver {
+    for (i = 1; i <= lines; i++) tell(top[i], top[i + 1])
+    setList(0)
+    isOver = 1
+    # Functions and constants outside of classes and namespaces show only when their header is documented, too.
+    if (what != "file") { print "\n/** \\file */"; owed += 2 }
+}
+/^(#pragma once)?$/ { if (owed > 0) { owed--; next } }
+match($0, /^ *\/\/\/ /) || match($0, /\/\/\/< /) {
+    print substr($0, 1, RSTART + RLENGTH - 1) plain(substr($0, RSTART + RLENGTH))
+    next
+}
+{ print }
