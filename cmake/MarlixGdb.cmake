@@ -9,9 +9,9 @@ add_custom_command(OUTPUT ${printers_beside_library}
     DEPENDS ${printers} VERBATIM)
 add_custom_target(gdb_printers ALL DEPENDS ${printers_beside_library})
 
-# The library's place is known when it is installed; a package's is that below the folder where it is put together.
+# The library's place is known when it is installed.
 install(CODE "
-    string(REGEX REPLACE \"^.*/_CPack_Packages/[^/]+/[^/]+/[^/]+\" \"\" place
-        \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}\")
+    set(place \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}\")
     file(INSTALL DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/gdb/auto-load\${place}\"
-         TYPE FILE RENAME \"${printers_name}\" FILES \"${printers}\")")
+         TYPE FILE RENAME \"${printers_name}\" FILES \"${printers}\")"
+    COMPONENT development)

@@ -21,7 +21,7 @@ public:
 
 }  // namespace
 
-int main() {
+int main(int, char** arguments) {
     CountingStream stream;
     IVQOStream& out = stream;
     out << gGreeting << 7u;
@@ -42,6 +42,6 @@ int main() {
     const bool served = fromNew != nullptr && *fromNew == 3 && allocateMemory(0) == nullptr;
     delete fromNew;
 
-    std::printf("consumer: %s\n", same && typed && served ? "all as expected" : "FAILED");
+    std::printf("%s: %s\n", arguments[1], same && typed && served ? "all as expected" : "FAILED");
     return same && typed && served ? 0 : 1;
 }
