@@ -8,8 +8,9 @@
 //   Shape    the manager is the list of the registered timers, the one that is due first in front, and what it has
 //            of the kernel; no virtual table. A timer is a virtual table, the list's links, its manager, and three
 //            numbers. Table: both destructors, onTimeout.
-//   Order    timers that are due at the same time fire in the order in which they were started. A round calls each
-//            due timer once, however late it is; a periodic one counts on from its last expiry, not from now.
+//   Order    timers that are due at the same time fire in the order in which they were started, where each call of
+//            a periodic one is a start anew. A round calls each due timer once, however late it is; a periodic one
+//            counts on from its last expiry, not from now.
 //   Rounds   after each call the round goes on at the second timer of the list. So when a handler stops the timer
 //            in front, its own or another, the one behind is left for the next round, which follows at once.
 //   Cost     a start finds its place by a search among signposts, of which there is one for every few dozens of
@@ -93,6 +94,7 @@ private:
     void erase(CLogicalTimer& timer);
     void release(CLogicalTimer& timer);
     int handleSignalledTimer();
+    void forgetFiredBefore();
     void markFired(CLogicalTimer& timer);
     void resort(unsigned long long now);
     void rearm(unsigned long long now);
@@ -110,7 +112,7 @@ private:
     // From here on the list is sorted. What stands before it has fired in this round, or was put between what has.
     TimerList::iterator mSorted;
     CSignposts mSignposts;
-    unsigned mRound = 0;                  // the number of the last round
+    unsigned mFiredBefore = 0;            // timers there, at most, that still say that they fired
     unsigned mChanges = 0;                // of the list, so that a round knows whether a handler made any
     unsigned long long mArmedExpiry = 0;  // what the kernel timer is set to; 0 when it is not
 };
@@ -136,12 +138,14 @@ public:
 private:
     friend class CLogicalTimerManager;
 
-    static constexpr unsigned kNever = 0;
+    /// What became of the timer in the round that goes on. One that is stopped in the round in which it fired keeps
+    /// that mark until a round begins while it is registered. REINSERTED, which nobody asks for, lasts to the next call.
+    enum State : unsigned { IDLE, FIRED, REINSERTED };
 
     void release();
 
     CLogicalTimerManager* mManager;  // null when it has gone before its timer
     unsigned long long mExpiry = 0;  // 0: not registered
     unsigned int mPeriodNs = 0;      // 0: single-shot
-    unsigned mFiredIn = kNever;      // the manager's last round that called it
+    State mState = IDLE;
 };

@@ -77,6 +77,7 @@ void CLogicalTimerManager::doRegisterTimer(CLogicalTimer& timer, unsigned long l
         if (place == mSorted) {
             mSorted = TimerList::iteratorTo(timer);
         }
+        mFiredBefore += timer.mState == CLogicalTimer::FIRED ? 1 : 0;
     }
     mTimers.insert(place, timer);
     ++mChanges;
@@ -127,14 +128,12 @@ int CLogicalTimerManager::handleSignalledTimer() {
         return 0;
     }
     mInDispatch = 1;
-    if (++mRound == CLogicalTimer::kNever) {
-        ++mRound;
-    }
+    forgetFiredBefore();
     const unsigned long long now = timeSinceBias();
     int count = 0;
     for (TimerList::iterator cursor = mTimers.begin(); cursor != mTimers.end();) {
         CLogicalTimer& timer = *cursor++;
-        if (timer.mFiredIn == mRound) {
+        if (timer.mState == CLogicalTimer::FIRED) {
             continue;
         }
         if (timer.mExpiry > now) {
@@ -155,6 +154,16 @@ int CLogicalTimerManager::handleSignalledTimer() {
     return count;
 }
 
+void CLogicalTimerManager::forgetFiredBefore() {
+    for (TimerList::iterator cursor = mTimers.begin(); mFiredBefore != 0 && cursor != mTimers.end(); ++cursor) {
+        if (cursor->mState == CLogicalTimer::FIRED) {
+            cursor->mState = CLogicalTimer::IDLE;
+            --mFiredBefore;
+        }
+    }
+    mFiredBefore = 0;
+}
+
 void CLogicalTimerManager::markFired(CLogicalTimer& timer) {
     // What it leaves behind in the sorted part has been passed over in this round, and stays in front of that.
     const TimerList::iterator fired = TimerList::iteratorTo(timer);
@@ -164,19 +173,27 @@ void CLogicalTimerManager::markFired(CLogicalTimer& timer) {
         mSignposts.remove(*passed);
     } while (passed != fired);
     timer.mExpiry = timer.mPeriodNs == 0 ? 0 : timer.mExpiry + timer.mPeriodNs;
-    timer.mFiredIn = mRound;
+    timer.mState = CLogicalTimer::FIRED;
 }
 
 void CLogicalTimerManager::resort(unsigned long long now) {
     TimerList moved;
+    TimerList::iterator firstFired = moved.end();
     for (TimerList::iterator cursor = mTimers.begin(); cursor != mSorted;) {
         CLogicalTimer& timer = *cursor++;
-        if (timer.mFiredIn != mRound && timer.mExpiry <= now) {
+        const bool hasFired = timer.mState == CLogicalTimer::FIRED;
+        if (!hasFired && timer.mExpiry <= now) {
             continue;  // It is due, was passed over, and precedes what is sorted.
         }
         mTimers.erase(timer);
-        if (timer.mExpiry != 0) {
-            moved.push_back(timer);
+        timer.mState = timer.mExpiry == 0 ? CLogicalTimer::IDLE : CLogicalTimer::REINSERTED;
+        if (timer.mExpiry == 0) {
+            continue;
+        }
+        // A handler started the others: before those that fired are, which begin anew now.
+        moved.insert(hasFired ? moved.end() : firstFired, timer);
+        if (hasFired && firstFired == moved.end()) {
+            firstFired = TimerList::iteratorTo(timer);
         }
     }
     mSorted = mTimers.begin();

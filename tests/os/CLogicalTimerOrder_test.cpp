@@ -369,6 +369,60 @@ TEST_F(CLogicalTimerOrder, ATimerThatIsStartedAmongThoseThatFiredHoldsTheRoundUp
     EXPECT_EQ(Calls({3, 1}), round());
 }
 
+TEST_F(CLogicalTimerOrder, AtEqualTimesAPeriodicTimerIsBehindThoseThatWereStartedBeforeItsLastCall) {
+    (*this)[0].start(10, false);
+    (*this)[1].start(20, true);
+    pass(10);
+    EXPECT_EQ(Calls{0}, round());
+    pass(10);
+    EXPECT_EQ(Calls({1, 0}), round());
+}
+
+// In the list it may have stood before one that fired, or behind all of these.
+TEST_F(CLogicalTimerOrder, AtEqualTimesAPeriodicTimerIsBehindThoseThatHandlersStartedInItsRound) {
+    for (const bool singleShot : {false, true}) {
+        (*this)[1].onCall = [this] { (*this)[2].start(10, true); };
+        (*this)[1].start(30, singleShot);
+        pass(18);
+        (*this)[0].start(11, false);
+        pass(12);
+        EXPECT_EQ(Calls({0, 1}), round());
+        EXPECT_EQ(10 * kMs, armed() - (sKernel.now - manual::kBias));
+        pass(10);
+        EXPECT_EQ(Calls({2, 0}), round());
+        (*this)[0].stop();
+        (*this)[1].stop();
+    }
+}
+
+// It fired in the round in which it was stopped, and the mark of that stays with it until a round begins with it.
+TEST_F(CLogicalTimerOrder, ATimerThatWasStoppedInTheRoundItFiredInIsPassedOverInTheRoundItIsStartedIn) {
+    for (const bool isMarked : {true, false}) {
+        (*this)[3].onCall = [this] { (*this)[3].stop(); };
+        (*this)[3].start(5, false);
+        pass(5);
+        EXPECT_EQ(Calls{3}, round());
+        (*this)[3].start(50, true);
+        if (!isMarked) {
+            ++sKernel.pulses;
+            EXPECT_EQ(Calls(), round());
+        }
+        (*this)[3].stop();
+        // After 1 was called, 0 3 1 2: the round goes on at 3, which is not due.
+        (*this)[0].start(8, false);
+        (*this)[1].start(10, false);
+        (*this)[2].start(10, true);
+        (*this)[1].onCall = [this] { (*this)[3].start(7, true); };
+        pass(10);
+        EXPECT_EQ(isMarked ? Calls({0, 1, 2}) : Calls({0, 1}), round());
+        EXPECT_EQ(isMarked ? Calls() : Calls{2}, round());
+        for (const auto& timer : timers) {
+            timer->onCall = nullptr;
+            timer->stop();
+        }
+    }
+}
+
 TEST_F(CLogicalTimerOrder, AHandlerMayDestroyTimersItsOwnIncluded) {
     for (const bool singleShot : {true, false}) {
         makeTimers(4 - static_cast<int>(timers.size()));
@@ -504,7 +558,7 @@ private:
     std::vector<std::unique_ptr<CNotingTimer>> mTimers;
 };
 
-/// Walks from the front for everything, and resets and looks at all timers in each round.
+/// Walks from the front for everything, and resets and looks at all registered timers in each round.
 class CPlainTimers : public ITimers {
 public:
     explicit CPlainTimers(int count) : mTimers(static_cast<std::size_t>(count)) {}
@@ -533,20 +587,22 @@ public:
         if (mList.empty())
             return 0;
         mIsInRound = true;
+        for (const int number : mList)
+            mTimers[static_cast<std::size_t>(number)].state = 0;
         for (STimer& timer : mTimers)
-            timer.hasFired = timer.isStartedInRound = false;
+            timer.isStartedInRound = false;
         const unsigned long long now = sKernel.now - manual::kBias;
         int count = 0;
         for (auto cursor = mList.begin(); cursor != mList.end();) {
             STimer& timer = mTimers[static_cast<std::size_t>(*cursor)];
-            if (timer.hasFired) {
+            if (timer.state == 1) {
                 ++cursor;
                 continue;
             }
             if (timer.expiry > now)
                 break;
             timer.expiry = timer.period == 0 ? 0 : timer.expiry + timer.period;
-            timer.hasFired = true;
+            timer.state = 1;
             onCall(*cursor);
             ++count;
             cursor = mList.begin();
@@ -566,7 +622,7 @@ private:
     struct STimer {
         unsigned long long expiry = 0;
         unsigned period = 0;
-        bool hasFired = false;  // in this round
+        int state = 0;  // 1: fired, 2: put into the list again; as it was when it left the list in a round
         bool isStartedInRound = false;
     };
 
@@ -579,16 +635,22 @@ private:
     }
 
     void resort() {
-        std::list<int> moved;
+        std::list<int> started, fired;
         for (auto cursor = mList.begin(); cursor != mList.end();) {
             const auto here = cursor++;
-            const STimer& timer = mTimers[static_cast<std::size_t>(*here)];
-            if (timer.isStartedInRound || timer.hasFired)
-                moved.splice(moved.end(), mList, here);
+            STimer& timer = mTimers[static_cast<std::size_t>(*here)];
+            if (timer.state == 1)
+                fired.splice(fired.end(), mList, here);
+            else if (timer.isStartedInRound)
+                started.splice(started.end(), mList, here);
         }
-        for (const int number : moved)
-            if (mTimers[static_cast<std::size_t>(number)].expiry != 0)
-                insert(number);
+        for (const std::list<int>& moved : {started, fired})
+            for (const int number : moved) {
+                STimer& timer = mTimers[static_cast<std::size_t>(number)];
+                timer.state = timer.expiry == 0 ? 0 : 2;
+                if (timer.expiry != 0)
+                    insert(number);
+            }
     }
 
     std::vector<STimer> mTimers;
