@@ -112,7 +112,8 @@ struct Channel {
     unsigned flags;
     int doorbellFile;
     int listener;
-    unsigned serial;  // of all channels and links of the process
+    uint64_t nextLook;  // when a receiver looks at the door itself, while nobody watches it
+    unsigned serial;    // of all channels and links of the process
     Channel* nextSpare;
     EntryQueue::Ends messageEnds[kPriorities];
     EntryQueue::Ends pulseEnds[kPriorities];

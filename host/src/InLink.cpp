@@ -2,6 +2,7 @@
 
 #include "Descriptor.h"
 #include "LinkSocket.h"
+#include "Look.h"
 #include "Watcher.h"
 
 #include <errno.h>
@@ -257,10 +258,16 @@ void dropBroken(Channel* channel) {
     }
 }
 
-void lookAtDoor(const Channel* channel) {
-    pollfd door = {channel->listener, POLLIN, 0};
-    if (!isWatching() && poll(&door, 1, 0) > 0)
-        startWatcher();
+Deadline lookAtDoor(Channel* channel, uint64_t now) {
+    if (isWatching())
+        return Deadline::never();
+    if (now >= channel->nextLook) {
+        channel->nextLook = now + kLookAfterNs;
+        pollfd door = {channel->listener, POLLIN, 0};
+        if (poll(&door, 1, 0) > 0)
+            startWatcher();
+    }
+    return {channel->nextLook};
 }
 
 void collect(Channel* channel) {

@@ -50,9 +50,9 @@ extern IdTable<Link> links;
 int openToOthers(Channel* channel);
 void closeToOthers(Channel* channel);
 
-/// Starts the watcher if somebody waits to be let in: all who send can write to the doorbell, and one may have taken
-/// away another's knock.
-void lookAtDoor(const Channel* channel);
+/// Once a second starts the watcher if somebody waits to be let in: all who send can write to the doorbell, and one may
+/// have taken away another's knock. When the next look is due.
+Deadline lookAtDoor(Channel* channel, uint64_t now);
 /// Queues what has arrived from other processes, in the order in which it was sent.
 void collect(Channel* channel);
 

@@ -1,6 +1,5 @@
 #include "Connection.h"
 #include "ErrnoKeeper.h"
-#include "Look.h"
 #include "ThreadState.h"
 #include "Watcher.h"
 
@@ -84,8 +83,7 @@ void waitForReply(LocalSender& sender, ArmedTimeout timeout, ProcessorHint recei
 
 /// Queues what has arrived by now, before something else does or somebody looks.
 void update(Channel* channel) {
-    if (channel->timers.count != 0)
-        queueExpiries(channel);
+    queueExpiries(channel);
     collect(channel);
 }
 
@@ -359,12 +357,15 @@ Deadline earlier(Deadline one, Deadline other) {
 }
 
 /// How long a receiver may sleep.
-Deadline sleepUntil(const Channel* channel, bool inside, Deadline deadline) {
-    Deadline limit = deadline;
-    if (!isWatching())
-        limit =
-            inside ? earlier(deadline, {nowNs(CLOCK_MONOTONIC) + kInsideNs}) : nextLook(deadline, Sharing::SHARED);
-    return channel->timers.count == 0 ? limit : earlier(wakingTime(channel->timers), limit);
+Deadline sleepUntil(Channel* channel, bool inside, Deadline deadline) {
+    const bool hasTimers = channel->timers.count != 0;
+    if (isWatching() && !hasTimers)
+        return deadline;
+    const uint64_t now = nowNs(CLOCK_MONOTONIC);
+    Deadline limit = earlier(lookAtDoor(channel, now), deadline);
+    if (inside && !isWatching())
+        limit = earlier({now + kInsideNs}, limit);
+    return hasTimers ? earlier(wakingTime(channel->timers, now), limit) : limit;
 }
 
 /// Until something arrives: 0 or an error number. `mayStayInside` ends with a sleep inside that was long enough.
@@ -380,8 +381,6 @@ int sleep(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadl
         result = futexWait(word, seen, inside ? Sharing::PRIVATE : Sharing::SHARED, limit);
         guard.lock();
         if (result == ETIMEDOUT && limit.ns < deadline.ns) {
-            if (!inside)
-                lookAtDoor(channel);
             mayStayInside = false;
             result = 0;
         }
@@ -420,8 +419,11 @@ int receiveFrom(ChannelGuard& guard, Channel* channel, Parts into, _msg_info* in
         }
         if (ended != 0)
             return -ended;
-        if (deadline.isImmediate())
+        if (deadline.isImmediate()) {
+            if (!isWatching())
+                lookAtDoor(channel, nowNs(CLOCK_MONOTONIC));
             return -ETIMEDOUT;
+        }
         if (hasWaited || !isWorthLooking(channel))
             ended = sleep(guard, channel, pulsesOnly, deadline, mayStayInside);
         else if (const int id = look(guard, channel, into, info, pulsesOnly, deadline); id != 0)

@@ -175,6 +175,8 @@ void TimerHeap::disarm(Timer* timer) {
 
 void queueExpiries(Channel* channel) {
     TimerHeap& heap = channel->timers;
+    if (heap.count == 0)
+        return;
     const uint64_t now = nowNs(CLOCK_MONOTONIC);
     while (heap.next().ns <= now) {
         Timer* const timer = heap.timers[0];
@@ -185,13 +187,13 @@ void queueExpiries(Channel* channel) {
     }
 }
 
-Deadline wakingTime(const TimerHeap& heap) {
+Deadline wakingTime(const TimerHeap& heap, uint64_t now) {
     static __thread bool isExact __attribute__((tls_model("initial-exec"))) = false;
     if (!isExact) {
         isExact = true;
         prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     }
-    const uint64_t soonest = nowNs(CLOCK_MONOTONIC) + kLeastSleepNs;
+    const uint64_t soonest = now + kLeastSleepNs;
     return heap.next().ns < soonest ? Deadline{soonest} : heap.next();
 }
 

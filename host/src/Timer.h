@@ -53,7 +53,7 @@ void queueExpiries(Channel* channel);
 
 /// Until when a thread may sleep that waits for the next expiry, of which there is one. It is given exact timers:
 /// Linux otherwise lets it sleep some 50 microseconds more. What expires that soon is served together, though.
-Deadline wakingTime(const TimerHeap& heap);
+Deadline wakingTime(const TimerHeap& heap, uint64_t now);
 
 /// In a forked child.
 void forgetTimers();

@@ -291,6 +291,45 @@ TEST_F(MessageHostile, ConnectionsThatSayNothingDoNoHarm) {
     close(ready[1]);
 }
 
+// A sender's knock was taken away by another one before anybody heard it. Receivers find the sender themselves, however
+// short they wait, and whatever wakes them.
+TEST(MessageHostileKnock, ThatIsTakenAwayIsMissedForAboutASecond) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    for (const bool doesWait : {true, false}) {
+        const auto result = support::runInChild([doesWait] {
+            const OwnChannel own;
+            struct sigevent event = {};
+            SIGEV_PULSE_INIT(&event, own.coid, 10, 1, nullptr);
+            const int timer = TimerCreate(CLOCK_MONOTONIC, &event);
+            const _itimer often = {50 * kMs, 50 * kMs};
+            EXPECT_EQ(0, TimerSettime(timer, 0, &often, nullptr));
+            support::ChildProcess unheard([&] {
+                Hostile sender(own.chid);
+                EXPECT_TRUE(sendFile(sender.socket, sender.file));
+                __atomic_store_n(&sender.page->lanes[0].word, kLaneTurn | LANE_SENT, __ATOMIC_SEQ_CST);
+                __atomic_store_n(&sender.page->ready[0], 1u, __ATOMIC_SEQ_CST);
+                pause();
+            });
+            const uint64_t begin = monotonicNs();
+            int id = 0;
+            while (id <= 0 && monotonicNs() - begin < 10000 * kMs) {
+                _pulse pulse;
+                if (doesWait) {
+                    armFor(_NTO_TIMEOUT_RECEIVE, 100 * kMs);
+                    id = MsgReceive(own.chid, &pulse, sizeof pulse, nullptr);
+                } else {
+                    id = receiveNow(own.chid, &pulse, sizeof pulse).result;
+                    std::this_thread::sleep_for(10ms);
+                }
+            }
+            EXPECT_GT(id, 0);
+            EXPECT_EQ(0, TimerDestroy(timer));
+        });
+        EXPECT_TRUE(result.exitedWith(0)) << result;
+    }
+}
+
 TEST(MessageHostileServer, EndsItsOwnClientsCallsOnly) {
     // Plays a channel by hand: it listens and has a doorbell, and answers with garbage.
     int ready[2];

@@ -7,7 +7,12 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cstddef>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/siginfo.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -505,6 +510,36 @@ TEST(Timer, TimersTakeNoDescriptors) {
     const int after = dup(0);
     close(after);
     EXPECT_EQ(before, after);
+}
+
+// The second's look at the door falls before.
+TEST(Timer, AWaitForAnExpirySleepsAndAsksTheKernelForNothingElse) {
+    if (support::isEmulated() || kIsSanitized)
+        GTEST_SKIP() << "the emulator and the sanitizers make system calls of their own";
+    const auto result = support::runInChild([] {
+        const OwnChannel channel;
+        const OwnTimer timer(channel);
+        timer.set(kMs, kMs);
+        _pulse pulse;
+        receivePulseSoon(channel, pulse);
+        const sock_filter program[] = {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_futex, 2, 0),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clock_gettime, 1, 0),  // where it needs the kernel
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_exit_group, 0, 1),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+        };
+        const sock_fprog filter = {std::size(program), const_cast<sock_filter*>(program)};
+        prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+        if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+            _exit(1);
+        for (int i = 0; i < 20; ++i)
+            if (receivePulseSoon(channel, pulse) != 0)
+                _exit(2);
+        _exit(3);
+    });
+    EXPECT_TRUE(result.exitedWith(3)) << result;
 }
 
 TEST(Timer, TimersSetByManyThreadsAreAllCounted) {
