@@ -1,15 +1,17 @@
 // CVQBarrier: a number of threads wait for each other, round after round.
 //   Shape    two sub-barriers that serve the rounds in turns, and the number of the present one. All plain 32-bit
 //            words: made shared, the object may lie in shared memory.
-//   Rounds   who is released may wait again at once: it enters the other sub-barrier, and cannot take a unit meant
-//            for a slower thread of the round before. An arrival and the end of its sub-barrier's round exclude
-//            each other, so that an arrival counts in the round that ends or in the next, never in both or in none.
+//   Rounds   who is released may wait again at once: it enters the other sub-barrier. An arrival and the end of its
+//            sub-barrier's round exclude each other, so that an arrival counts in the round that ends or in the
+//            next, never in both or in none. Caught signals and armed time-outs end no wait.
 //   Errors   none of its own; a barrier whose semaphores cannot be created is an assertion of VQSemaphoreAccess. A
 //            barrier for 0 or 1 threads never blocks, and neither does one without semaphores; those of one for 0
 //            threads cannot be created.
 //   Threads  any thread, any process that maps it when shared. More threads than the barrier is for may use it:
-//            each `threads` arrivals end a round. A participant that is killed leaves its round one short.
-//            Destroy a barrier when all have left it.
+//            each `threads` arrivals end a round. A participant that is killed before it arrives leaves its round
+//            one short, until another one arrives in its place or the round is broken; one that is killed as it
+//            sleeps has arrived, and is missed in the next round only. As with semaphores, one that holds the mutex
+//            in that moment stops the others. Destroy a barrier when all have left it.
 #pragma once
 
 #include <CVQCountingSemaphore.h>
@@ -31,10 +33,12 @@ public:
     bool breakThrough(unsigned char& current, unsigned char index);
 
 private:
+    /// What the semaphore's count means here. A unit for each thread that sleeps would stay behind when one of them
+    /// is killed, and release another in a later round; so they wait for a change of this instead.
+    unsigned& roundsEnded() { return mHandle.count; }
+
     bool enter(const unsigned char& current, unsigned char index);
-    void sleep();
-    void leaveAndWake();
-    void endRound(unsigned char& current, unsigned char index, unsigned released);
+    void endRound(unsigned char& current, unsigned char index);
 
     unsigned mThreshold;  // arrivals that make a round
     unsigned mRemaining;  // arrivals that the present round still lacks

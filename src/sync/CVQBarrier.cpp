@@ -25,11 +25,6 @@ bool CVQSubBarrier::enter(const unsigned char& current, unsigned char index) {
     // Only a time-out that the caller had armed can refuse; it is gone then.
     while (pthread_mutex_lock(&mHandle.mutex) == ETIMEDOUT) {
     }
-    // After a break-through this sub-barrier may serve again while units of its former round are still to be
-    // fetched. Who arrives anew must not take one of them from a thread that is slower.
-    while (mHandle.count != 0 && load(current) == index) {
-        sleep();
-    }
     if (load(current) == index) {
         return true;
     }
@@ -37,13 +32,11 @@ bool CVQSubBarrier::enter(const unsigned char& current, unsigned char index) {
     return false;
 }
 
-void CVQSubBarrier::sleep() {
-    ++mHandle.waiters;
-    pthread_cond_wait(&mHandle.condition, &mHandle.mutex);
-    --mHandle.waiters;
-}
-
-void CVQSubBarrier::leaveAndWake() {
+/// Who sleeps here wakes up; who comes now begins the next round, in the other sub-barrier.
+void CVQSubBarrier::endRound(unsigned char& current, unsigned char index) {
+    store(current, index ^ 1U);
+    mRemaining = mThreshold;
+    ++roundsEnded();
     const bool anyoneSleeps = mHandle.waiters > 0;
     pthread_mutex_unlock(&mHandle.mutex);
     if (anyoneSleeps) {
@@ -51,30 +44,21 @@ void CVQSubBarrier::leaveAndWake() {
     }
 }
 
-/// The next round begins in the other sub-barrier; the threads of this one find their units.
-void CVQSubBarrier::endRound(unsigned char& current, unsigned char index, unsigned released) {
-    store(current, index ^ 1U);
-    mRemaining = mThreshold;
-    mHandle.count += released;
-    leaveAndWake();
-}
-
 bool CVQSubBarrier::wait(unsigned char& current, unsigned char index) {
     if (!enter(current, index)) {
         return false;
     }
     if (--mRemaining == 0) {
-        endRound(current, index, mThreshold - 1);
+        endRound(current, index);
         return true;
     }
-    while (mHandle.count == 0) {
-        sleep();
+    const unsigned round = roundsEnded();
+    ++mHandle.waiters;
+    while (roundsEnded() == round) {
+        pthread_cond_wait(&mHandle.condition, &mHandle.mutex);
     }
-    if (--mHandle.count == 0) {
-        leaveAndWake();  // who has come back, and waits for this
-    } else {
-        pthread_mutex_unlock(&mHandle.mutex);
-    }
+    --mHandle.waiters;
+    pthread_mutex_unlock(&mHandle.mutex);
     return true;
 }
 
@@ -82,7 +66,7 @@ bool CVQSubBarrier::breakThrough(unsigned char& current, unsigned char index) {
     if (!enter(current, index)) {
         return false;
     }
-    endRound(current, index, mThreshold - mRemaining);
+    endRound(current, index);
     return true;
 }
 
@@ -104,6 +88,9 @@ void CVQBarrier::wait() {
 }
 
 void CVQBarrier::breakThrough() {
+    if (!mSub[0].blocks()) {
+        return;
+    }
     for (;;) {
         const unsigned char current = load(mCurrent);
         if (mSub[current].breakThrough(mCurrent, current)) {

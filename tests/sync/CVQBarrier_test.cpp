@@ -2,14 +2,19 @@
 // through, also while others arrive; processes; numbers that make no barrier.
 #include <CVQBarrier.h>
 
+#include <VQOperatingSystem.h>
+
 #include "LockTesting.h"
+#include "host/SignalStorm.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <new>
 #include <sys/mman.h>
+#include <sys/neutrino.h>
 
 namespace {
 
@@ -121,12 +126,13 @@ TEST(CVQBarrier, BreakingThroughAnEmptyRoundChangesNothing) {
     }
 }
 
-// Each thread adds to the count of its round, and finds it whole after the round.
+// Each thread adds to the count of its round, and finds it whole after the round. BARRIER_ROUNDS=10000000 goes
+// through as many, by hand.
 TEST(CVQBarrier, KeepsRoundsApartWhenThreadsReturnAtOnce) {
+    const unsigned rounds = locktest::roundsOf("BARRIER_ROUNDS", 4000);
     for (const unsigned threads : {2u, 3u, 5u}) {
-        constexpr int kRounds = 4000;
         CVQBarrier barrier(threads);
-        std::vector<std::atomic<unsigned>> arrivals(kRounds);
+        std::vector<std::atomic<unsigned>> arrivals(rounds);
         std::vector<std::thread> workers;
         for (unsigned i = 0; i < threads; ++i) {
             workers.emplace_back([&] {
@@ -192,6 +198,124 @@ TEST(CVQBarrier, ArrivalsWhileItIsBrokenAreReleasedNowOrByTheNextBreak) {
     arrivals.add(2);
     EXPECT_EQ(0, arrivals.released);  // nothing is left over
     barrier.wait();
+}
+
+// A caught signal, and a time-out that a participant had armed before, release nobody.
+TEST(CVQBarrier, SignalsAndArmedTimeoutsDoNotEndARound) {
+    constexpr unsigned kThreads = 3;
+    constexpr int kRounds = 300;
+    CVQBarrier barrier(kThreads);
+    std::vector<std::atomic<unsigned>> arrivals(kRounds);
+    std::vector<std::thread> workers;
+    for (unsigned i = 0; i < kThreads; ++i) {
+        workers.emplace_back([&, i] {
+            const SignalStorm storm([](int) {});
+            for (std::atomic<unsigned>& arrived : arrivals) {
+                if (i == 0) {
+                    VQOperatingSystem::sleepMs(1);  // the others wait meanwhile
+                }
+                ++arrived;
+                VQOperatingSystem::setKernelTimeout(1, _NTO_TIMEOUT_MUTEX | _NTO_TIMEOUT_CONDVAR);
+                barrier.wait();
+                ASSERT_EQ(kThreads, arrived);
+            }
+        });
+    }
+    for (std::thread& worker : workers) {
+        worker.join();
+    }
+}
+
+namespace {
+
+/// A barrier for two in memory that forked children share, and how often they have left it.
+struct SSegment {
+    CVQBarrier barrier{2, true};
+    std::atomic<int> arrivals{0};
+    std::atomic<int> departures{0};
+
+    static SSegment* make() {
+        return new (mmap(nullptr, sizeof(SSegment), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+            SSegment;
+    }
+    void pass() {
+        ++arrivals;
+        barrier.wait();
+        ++departures;
+    }
+    void waitForArrivals(int number) const {
+        while (arrivals != number) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(milliseconds(10));  // by now it sleeps
+    }
+    /// Nothing is destroyed: that would wait a while for those who were killed.
+    void end() { munmap(this, sizeof(SSegment)); }
+};
+
+}  // namespace
+
+TEST(CVQBarrier, AParticipantThatIsStoppedEndsTheRoundWhenItGoesOn) {
+    SSegment* const segment = SSegment::make();
+    support::ChildProcess other([segment] {
+        for (int i = 0; i < 3; ++i) {
+            segment->pass();
+        }
+    });
+    segment->pass();
+    other.send(SIGSTOP);
+    std::thread self([segment] {
+        segment->pass();
+        segment->pass();
+    });
+    std::this_thread::sleep_for(milliseconds(30));
+    other.send(SIGCONT);
+    self.join();
+    EXPECT_TRUE(other.finish().exitedWith(0));
+    EXPECT_EQ(6, segment->departures);
+    segment->end();
+}
+
+// Who is killed as it sleeps has arrived: its round ends without it, and nothing of it is left to later rounds,
+// which another process takes part in.
+TEST(CVQBarrier, RoundsGoOnAfterAParticipantWasKilledAsItSlept) {
+    SSegment* const segment = SSegment::make();
+    support::ChildProcess victim([segment] { segment->pass(); });
+    segment->waitForArrivals(1);
+    victim.send(SIGKILL);
+    victim.finish();
+    segment->pass();  // the second arrival: does not block
+    constexpr int kRounds = 5;
+    const auto go = [segment] {
+        for (int i = 0; i < kRounds; ++i) {
+            segment->pass();
+        }
+    };
+    support::ChildProcess other(go);
+    support::ChildProcess another(go);
+    const auto result = other.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_TRUE(another.finish().exitedWith(0));
+    EXPECT_EQ(1 + 2 * kRounds, segment->departures);
+    segment->end();
+}
+
+TEST(CVQBarrier, BreakingThroughHelpsWhenAParticipantWasKilled) {
+    SSegment* const segment = SSegment::make();
+    for (int i = 1; i <= 4; ++i) {  // each sub-barrier serves twice
+        support::ChildProcess victim([segment] { segment->pass(); });
+        segment->waitForArrivals(i);
+        victim.send(SIGKILL);
+        victim.finish();
+        segment->barrier.breakThrough();
+    }
+    support::ChildProcess survivor([segment] { segment->pass(); });
+    segment->waitForArrivals(5);
+    EXPECT_EQ(0, segment->departures);
+    segment->barrier.breakThrough();
+    const auto result = survivor.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    segment->end();
 }
 
 TEST(CVQBarrier, ServesProcesses) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <thread>
 #include <utility>
@@ -14,6 +15,12 @@ namespace locktest {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+
+/// How many rounds a test goes: what the environment says, for runs by hand, else `fewer`.
+inline unsigned roundsOf(const char* variable, unsigned fewer) {
+    const char* const text = std::getenv(variable);
+    return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : fewer;
+}
 
 /// How long `call` takes.
 template <class Call>
