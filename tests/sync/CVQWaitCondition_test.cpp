@@ -8,6 +8,7 @@
 #include <VQOperatingSystem.h>
 
 #include "LockTesting.h"
+#include "host/SignalStorm.h"
 
 #include <gtest/gtest.h>
 
@@ -141,6 +142,93 @@ TEST_F(CVQWaitConditionTest, SignalsWakeOneAndBroadcastsAll) {
         thread.join();
     }
     mMutex.lock();
+}
+
+TEST_F(CVQWaitConditionTest, CaughtSignalsNeitherEndNorShortenAWait) {
+    static std::atomic<int> caught;
+    caught = 0;
+    const SignalStorm storm([](int) { ++caught; });
+    for (const int timeoutMs : {1, 40}) {
+        const unsigned long long begin = getMonotonicTime();
+        EXPECT_TRUE(mCondition.wait(mMutex, timeoutMs));
+        EXPECT_EQ(ETIMEDOUT, errno);
+        EXPECT_GE(getMonotonicTime() - begin, static_cast<unsigned>(timeoutMs) * 1000000ULL);
+    }
+    EXPECT_GT(caught, 0);
+    for (const int timeoutMs : {-1, 60000}) {
+        bool isSet = false;
+        std::thread signaller([&] {
+            std::this_thread::sleep_for(milliseconds(20));
+            mMutex.lock();
+            isSet = true;
+            mMutex.unlock();
+            mCondition.signal();
+        });
+        while (!isSet) {
+            EXPECT_TRUE(mCondition.wait(mMutex, timeoutMs));
+            EXPECT_EQ(0, errno);
+        }
+        mMutex.unlock();
+        signaller.join();
+        mMutex.lock();
+    }
+}
+
+// Threads take what another one lays down, two pieces at most: it and they sleep all the time, and a single lost
+// wake-up stops them for good. A bystander, whose waits expire, passes on what wakes it. CONDITION_SIGNALS=1000000
+// lays down as many, by hand.
+TEST_F(CVQWaitConditionTest, NoWakeUpIsLost) {
+    const unsigned pieces = locktest::roundsOf("CONDITION_SIGNALS", 8000);
+    CVQWaitCondition& laidDown = mCondition;
+    CVQWaitCondition takenUp;
+    unsigned lying = 0, taken = 0;
+    const auto take = [&] {
+        for (mMutex.lock(); taken < pieces; mMutex.lock()) {
+            if (lying == 0) {
+                laidDown.wait(mMutex);
+                mMutex.unlock();
+                continue;
+            }
+            --lying;
+            const bool wasLast = ++taken == pieces;
+            mMutex.unlock();
+            takenUp.signal();
+            if (wasLast) {
+                laidDown.broadcast();
+            }
+        }
+        mMutex.unlock();
+    };
+    const auto standBy = [&] {
+        mMutex.lock();
+        while (taken < pieces) {
+            EXPECT_TRUE(laidDown.wait(mMutex, 1));
+            if (errno == 0) {
+                laidDown.signal();
+            }
+        }
+        mMutex.unlock();
+    };
+    std::vector<std::thread> threads;
+    threads.emplace_back(take);
+    threads.emplace_back(take);
+    threads.emplace_back(standBy);
+    for (unsigned i = 0; i < pieces; ++i) {
+        while (lying == 2) {
+            takenUp.wait(mMutex);
+        }
+        ++lying;
+        mMutex.unlock();
+        laidDown.signal();
+        mMutex.lock();
+    }
+    mMutex.unlock();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    mMutex.lock();
+    EXPECT_EQ(pieces, taken);
+    EXPECT_EQ(0u, lying);
 }
 
 TEST(CVQWaitCondition, IsOneSyncOnTheMonotonicClock) {

@@ -5,17 +5,22 @@
 
 #include <CVQBinarySemaphore.h>
 #include <CVQCountingSemaphore.h>
+#include <CVQThreadCtrl.h>
 #include <VQOperatingSystem.h>
 
 #include "LockTesting.h"
+#include "host/SignalStorm.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <new>
 #include <sys/mman.h>
 #include <sys/neutrino.h>
@@ -91,7 +96,31 @@ void waitForWaiters(SEMHANDLE& handle, unsigned waiters) {
     }
 }
 
+/// One that is used before main, and while the process exits.
+struct SBeforeMain {
+    SBeforeMain() : hadItsUnitOnly(semaphore.lock(0) && !semaphore.lock(5)) { semaphore.unlock(); }
+    ~SBeforeMain() {
+        if (isToldAtEnd) {
+            std::printf("%d", semaphore.lock(0) && !semaphore.lock(5) && semaphore.unlock() == 0);
+        }
+    }
+    CVQBinarySemaphore semaphore{true};
+    bool hadItsUnitOnly;
+    bool isToldAtEnd = false;
+};
+SBeforeMain sBeforeMain;
+
 }  // namespace
+
+TEST(CVQBinarySemaphore, AStaticOneServesBeforeMainAndWhileTheProcessExits) {
+    EXPECT_TRUE(sBeforeMain.hadItsUnitOnly);
+    const auto result = support::runInChild([] {
+        sBeforeMain.isToldAtEnd = true;
+        std::exit(0);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ("1", result.out);
+}
 
 TEST(CVQBinarySemaphore, DropsTheSecondPost) {
     CVQBinarySemaphore semaphore(true);
@@ -325,45 +354,16 @@ TEST(VQSemaphoreAccess, NoUnitIsLostOrMadeUp) {
     EXPECT_EQ(0, drain(semaphore));
 }
 
-namespace {
-std::atomic<int> sCaught{0};
-
-/// Signals to one thread until the end of the scope.
-class CSignalRain {
-public:
-    CSignalRain() {
-        struct sigaction action = {};
-        action.sa_handler = [](int) { ++sCaught; };
-        sigaction(SIGUSR1, &action, nullptr);
-        mRain = std::thread([this, target = pthread_self()] {
-            while (!mMayEnd) {
-                pthread_kill(target, SIGUSR1);
-                std::this_thread::sleep_for(std::chrono::microseconds(200));
-            }
-        });
-    }
-    ~CSignalRain() {
-        mMayEnd = true;
-        mRain.join();
-    }
-    CSignalRain(const CSignalRain&) = delete;
-    CSignalRain& operator=(const CSignalRain&) = delete;
-
-private:
-    std::atomic<bool> mMayEnd{false};
-    std::thread mRain;
-};
-}  // namespace
-
 TEST(VQSemaphoreAccess, SignalsNeitherEndNorShortenAWait) {
     SHandle semaphore(0, 1);
-    sCaught = 0;
-    const CSignalRain rain;
+    static std::atomic<int> caught;
+    caught = 0;
+    const SignalStorm storm([](int) { ++caught; });
     const unsigned long long begin = VQOperatingSystem::getMonotonicTime();
     EXPECT_FALSE(VQSemaphoreAccess::lock(semaphore.handle, 50));
     EXPECT_EQ(ETIMEDOUT, getLastError());
     EXPECT_GE(VQOperatingSystem::getMonotonicTime() - begin, 50000000ULL);
-    EXPECT_GT(sCaught, 0);
+    EXPECT_GT(caught, 0);
     std::thread poster([&] {
         waitForWaiters(semaphore.handle, 1);
         std::this_thread::sleep_for(milliseconds(20));
@@ -417,4 +417,108 @@ TEST(VQSemaphoreAccess, TakersFindAUnitWhoseTakerWasKilledAsItWoke) {
     pthread_mutex_unlock(&semaphore->handle.mutex);
     const auto result = taker.finish();
     EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(VQSemaphoreAccess, ATakerThatIsStoppedBeyondItsDeadlineFindsItPassed) {
+    CShared<SHandle> semaphore(0, 5, true);
+    CShared<std::atomic<bool>> hasExpired(false);
+    support::ChildProcess taker([&] {
+        EXPECT_FALSE(VQSemaphoreAccess::lock(semaphore->handle, 100));
+        EXPECT_EQ(ETIMEDOUT, getLastError());
+        *hasExpired = true;
+        EXPECT_TRUE(VQSemaphoreAccess::lock(semaphore->handle, -1));
+    });
+    waitForWaiters(semaphore->handle, 1);
+    taker.send(SIGSTOP);
+    std::this_thread::sleep_for(milliseconds(120));
+    taker.send(SIGCONT);
+    while (!*hasExpired) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(0, VQSemaphoreAccess::unlock(semaphore->handle));
+    const auto result = taker.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(VQSemaphoreAccess, NoUnitIsLostWhileTakersAreStoppedAndGoOn) {
+    constexpr int kUnits = 3000;
+    CShared<CVQCountingSemaphore> units(0, kUnits, true), room(8, 8, true);
+    support::ChildProcess taker([&] {
+        for (int i = 0; i < kUnits; ++i) {
+            ASSERT_TRUE(units->lock(i % 2 == 0 ? -1 : 60000));
+            ASSERT_EQ(0, room->unlock());
+        }
+    });
+    for (int i = 0; i < kUnits; ++i) {
+        if (i % 100 == 0) {
+            taker.send(SIGSTOP);
+            std::this_thread::sleep_for(std::chrono::microseconds(i));
+            taker.send(SIGCONT);
+        }
+        ASSERT_TRUE(room->lock(10000));
+        ASSERT_EQ(0, units->unlock());
+    }
+    const auto result = taker.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ(0, drain(*units));
+    EXPECT_EQ(8, drain(*room));
+}
+
+// The child's copy counts takers who exist in the parent only.
+TEST(VQSemaphoreAccess, AForkedChildGoesOnWithItsOwnCopy) {
+    SHandle semaphore(0, 2);
+    std::thread taker([&] { EXPECT_TRUE(VQSemaphoreAccess::lock(semaphore.handle, -1)); });
+    waitForWaiters(semaphore.handle, 1);
+    const auto result = support::runInChild([&] {
+        EXPECT_EQ(0, VQSemaphoreAccess::unlock(semaphore.handle));
+        EXPECT_TRUE(VQSemaphoreAccess::lock(semaphore.handle, -1));
+        EXPECT_FALSE(VQSemaphoreAccess::lock(semaphore.handle, 5));
+        EXPECT_EQ(ETIMEDOUT, getLastError());
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ(1u, waitersOf(semaphore.handle));
+    EXPECT_EQ(0, VQSemaphoreAccess::unlock(semaphore.handle));
+    taker.join();
+}
+
+TEST(VQSemaphoreAccess, ATakerThatIsEndedAsItSleepsDoesNotDisturbTheOthers) {
+    NEEDS_THREADS_THAT_VANISH();
+    struct CTaker : CVQThreadCtrl::IRunnable {
+        explicit CTaker(SEMHANDLE& handle) : mHandle(handle) {}
+        void run() override { VQSemaphoreAccess::lock(mHandle, -1); }
+        SEMHANDLE& mHandle;
+    };
+    SEMHANDLE handle = VQOSTypes::sInvalidSemHandle;
+    VQSemaphoreAccess::create(handle, 0, 5, /*shared*/ false);
+    CTaker taker(handle);
+    const int victim = CVQThreadCtrl::startThread(taker);
+    waitForWaiters(handle, 1);
+    std::this_thread::sleep_for(milliseconds(10));
+    EXPECT_NE(-1, CVQThreadCtrl::terminate(victim));
+    EXPECT_EQ(0, CVQThreadCtrl::join(victim));
+    const int other = CVQThreadCtrl::startThread(taker);
+    waitForWaiters(handle, 2);  // the victim is counted for ever
+    EXPECT_EQ(0, VQSemaphoreAccess::unlock(handle));
+    EXPECT_EQ(0, CVQThreadCtrl::join(other));
+    EXPECT_EQ(0, VQSemaphoreAccess::unlock(handle));
+    EXPECT_TRUE(VQSemaphoreAccess::lock(handle, 0));
+    // Not destroyed: that would wait a while for the victim.
+}
+
+TEST(VQSemaphoreAccess, AProcessMayExitWhileAThreadSleepsInAStaticOne) {
+    NEEDS_THREADS_AFTER_FORK();
+    const auto result = support::runInChild([] {
+        static CVQBinarySemaphore semaphore(false);
+        static std::atomic<bool> isEntered{false};
+        std::thread([] {
+            isEntered = true;
+            semaphore.lock();
+        }).detach();
+        while (!isEntered) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(milliseconds(10));
+        std::exit(21);
+    });
+    EXPECT_TRUE(result.exitedWith(21)) << result;
 }

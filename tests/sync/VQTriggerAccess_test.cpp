@@ -4,13 +4,13 @@
 #include <VQOperatingSystem.h>
 
 #include "LockTesting.h"
+#include "host/SignalStorm.h"
 #include "support/AssertionLog.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <climits>
-#include <csignal>
 
 namespace {
 
@@ -72,41 +72,13 @@ TEST_F(VQTriggerAccessTest, WakesAThread) {
     }
 }
 
-namespace {
-/// A thread that interrupts the calling one again and again.
-class CInterrupter {
-public:
-    CInterrupter() {
-        struct sigaction action = {};
-        action.sa_handler = [](int) {};
-        sigaction(SIGUSR1, &action, nullptr);
-        mThread = std::thread([this, target = pthread_self()] {
-            while (!mMayEnd) {
-                pthread_kill(target, SIGUSR1);
-                std::this_thread::sleep_for(locktest::milliseconds(1));
-            }
-        });
-    }
-    ~CInterrupter() {
-        mMayEnd = true;
-        mThread.join();
-    }
-    CInterrupter(const CInterrupter&) = delete;
-    CInterrupter& operator=(const CInterrupter&) = delete;
-
-private:
-    std::atomic<bool> mMayEnd{false};
-    std::thread mThread;
-};
-}  // namespace
-
 TEST_F(VQTriggerAccessTest, AnUnlimitedWaitOutlastsCaughtSignals) {
     std::thread signaller([&] {
         std::this_thread::sleep_for(locktest::milliseconds(30));
         VQTriggerAccess::signal(mTrigger);
     });
     {
-        const CInterrupter interrupter;
+        const SignalStorm storm([](int) {});
         EXPECT_TRUE(VQTriggerAccess::wait(mTrigger));
     }
     signaller.join();
@@ -115,7 +87,7 @@ TEST_F(VQTriggerAccessTest, AnUnlimitedWaitOutlastsCaughtSignals) {
 TEST_F(VQTriggerAccessTest, Kept_ACaughtSignalInATimedWaitIsAnAssertion) {  // trigger-signal-asserts
     support::AssertionLog log;
     {
-        const CInterrupter interrupter;
+        const SignalStorm storm([](int) {});
         EXPECT_FALSE(VQTriggerAccess::wait(mTrigger, 60000));
         EXPECT_EQ(EINTR, errno);
     }
