@@ -30,7 +30,7 @@ VQ_EXPORT int getCurrentPID();
 /// Milliseconds of the real-time clock, modulo 2^32.
 VQ_EXPORT unsigned getRealTimeMs();
 
-/// Caught signals do not shorten the sleep.
+/// Caught signals neither shorten the sleep nor add to it, however many there are.
 VQ_EXPORT void sleepMs(unsigned ms);
 
 /// Nanoseconds since boot as the kernel's system page has them.
@@ -60,8 +60,8 @@ VQ_EXPORT bool setKernelTimeout(unsigned long long deadline, int flags);
 VQ_EXPORT bool resetKernelTimeout();
 
 /// The C library's vsnprintf, except that a result above `size` is returned as `size` - 1, the bytes that were
-/// kept. A size of 0 or less gives 0, and so does a null buffer, which is an assertion as well. Kept:
-/// vsnprintf-equal-size.
+/// kept. A size of 0 or less gives 0, and so does a null buffer, which is an assertion as well unless the size is
+/// 0. Kept: vsnprintf-equal-size.
 VQ_EXPORT int vsnprintf(char* buffer, int size, const char* format, std::va_list arguments) VQ_PRINTF(3, 0);
 
 /// Changes the calling thread's signal mask by `count` signal numbers. With `previous`, which has room for 64, the

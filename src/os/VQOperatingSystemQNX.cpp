@@ -112,8 +112,12 @@ unsigned VQOperatingSystem::getRealTimeMs() {
 }
 
 void VQOperatingSystem::sleepMs(unsigned ms) {
-    while (ms != 0) {
-        ms = delay(ms);
+    const unsigned long long end = getSysPageTime() + ms * kNsPerMs;
+    while (ms != 0 && delay(ms) != 0) {
+        // What is left is asked of the clock: `delay` tells it in whole milliseconds, and with a signal in each of
+        // them that sum would never end.
+        const unsigned long long now = getSysPageTime();
+        ms = now < end ? static_cast<unsigned>((end - now + kNsPerMs - 1) / kNsPerMs) : 0;
     }
 }
 
@@ -176,11 +180,11 @@ bool VQOperatingSystem::resetKernelTimeout() {
 }
 
 int VQOperatingSystem::vsnprintf(char* buffer, int size, const char* format, std::va_list arguments) {
-    if (size <= 0) {
+    if (buffer == nullptr && size != 0) {
+        doCheapAssert(kLineVsnprintf, kUnit);
         return 0;
     }
-    if (buffer == nullptr) {
-        doCheapAssert(kLineVsnprintf, kUnit);
+    if (size <= 0) {
         return 0;
     }
     const int produced = std::vsnprintf(buffer, static_cast<std::size_t>(size), format, arguments);

@@ -5,6 +5,7 @@
 #include <CVQOSUtility.h>
 #include <SVQKernelTimer.h>
 
+#include "host/SignalStorm.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
 
@@ -177,6 +178,24 @@ TEST(VQOperatingSystemTime, Sleeps) {
     const unsigned long long again = getMonotonicTime();
     sleepMs(15);
     EXPECT_GE(timeDiffMonotonic(again), 15 * kMs);
+}
+
+TEST(VQOperatingSystemTime, ManySignalsDoNotChangeTheLengthOfASleep) {
+    const SignalStorm storm([](int) {});
+    const unsigned long long begin = getMonotonicTime();
+    for (const unsigned ms : {1u, 30u}) {
+        const unsigned long long then = getMonotonicTime();
+        sleepMs(ms);
+        EXPECT_GE(timeDiffMonotonic(then), ms * kMs);
+    }
+    EXPECT_LT(timeDiffMonotonic(begin), 500 * kMs);
+}
+
+TEST(VQOperatingSystemTime, AKernelTimeoutDoesNotShortenASleep) {
+    const unsigned long long begin = getMonotonicTime();
+    EXPECT_TRUE(setKernelTimeout(calculateKernelTimeout(1), _NTO_TIMEOUT_NANOSLEEP));
+    sleepMs(10);
+    EXPECT_GE(timeDiffMonotonic(begin), 10 * kMs);
 }
 
 TEST(VQOperatingSystemTime, DeadlinesCountFromNow) {

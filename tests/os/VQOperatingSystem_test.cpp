@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <string>
 #include <thread>
@@ -109,6 +110,8 @@ TEST(VQOperatingSystem, FormatsNothingIntoNothing) {
 
 TEST(VQOperatingSystem, ReportsANullBufferWithASize) {
     support::AssertionLog log;
-    EXPECT_EQ(0, format(nullptr, 8, "%s", "text"));
-    EXPECT_EQ(std::vector<std::string>{"VQOperatingSystemQNX:334"}, log.takeSites());
+    for (const int size : {8, 1, -1, INT_MIN}) {
+        EXPECT_EQ(0, format(nullptr, size, "%s", "text"));
+        EXPECT_EQ(std::vector<std::string>{"VQOperatingSystemQNX:334"}, log.takeSites()) << size;
+    }
 }
