@@ -54,7 +54,7 @@ int ClockId(pid_t pid, int tid) {
     dropTimeout();
     ErrnoKeeper keeper;
     clockid_t clock = clockOfThread(tid);
-    const bool isKnown = tid == 0 ? pid <= kLastId && clock_getcpuclockid(pid, &clock) == 0
+    const bool isKnown = tid == 0 ? pid >= 0 && pid <= kLastId && clock_getcpuclockid(pid, &clock) == 0
                                   : tid > 0 && tid <= kLastId && (pid == 0 || pid == getpid());
     timespec time;
     if (isKnown && clock_gettime(clock, &time) == 0)

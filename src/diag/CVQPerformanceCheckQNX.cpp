@@ -32,8 +32,12 @@ void CVQPerformanceCheck::init() {
         if (VQ_UNLIKELY(mClock == -1)) {
             doCheapAssert(kLineThreadClock, kUnit);
         }
-    } else if (mMode == PROCESS_TIME && VQ_UNLIKELY(clock_getcpuclockid(mProcessId, &mClock) != 0)) {
-        doCheapAssert(kLineProcessClock, kUnit);
+    } else if (mMode == PROCESS_TIME) {
+        // A negative id is none, also where the platform takes -1 for the calling process.
+        if (VQ_UNLIKELY(mProcessId < 0 || clock_getcpuclockid(mProcessId, &mClock) != 0)) {
+            mClock = -1;  // no clock, whereas 0 is the real-time clock
+            doCheapAssert(kLineProcessClock, kUnit);
+        }
     }
 }
 

@@ -193,11 +193,33 @@ TEST(CVQPerformanceCheck, RefusedClocksAreReportedAndReadAsZero) {
     EXPECT_EQ(0u, thread.stop());
     EXPECT_EQ(Sites(2, "CVQPerformanceCheckQNX:68"), log.takeSites());
 
-    CVQPerformanceCheck process(0x0fffffff, false);
-    EXPECT_EQ(Sites{"CVQPerformanceCheckQNX:55"}, log.takeSites());
-    field(process, 8) = 4711;  // the clock's id
-    EXPECT_EQ(0u, process.getProcessTime());
-    EXPECT_EQ(Sites{"CVQPerformanceCheckQNX:79"}, log.takeSites());
+    for (const int pid : {0x0fffffff, -1, -2}) {  // -1 is what a process that could not be started has
+        CVQPerformanceCheck process(pid, false);
+        EXPECT_EQ(Sites{"CVQPerformanceCheckQNX:55"}, log.takeSites()) << pid;
+        EXPECT_EQ(0u, process.getProcessTime());
+        EXPECT_EQ(Sites{"CVQPerformanceCheckQNX:79"}, log.takeSites());
+        process.start();
+        EXPECT_EQ(0u, process.stop());
+        EXPECT_EQ(Sites(2, "CVQPerformanceCheckQNX:79"), log.takeSites());
+    }
+}
+
+TEST(CVQPerformanceCheck, TheClockOfAThreadThatHasEndedIsReportedAndReadsAsZero) {
+    support::AssertionLog log;
+    std::promise<int> id;
+    std::promise<void> mayGo;
+    std::thread other([&] {
+        id.set_value(VQOperatingSystem::getCurrentTID());
+        mayGo.get_future().wait();
+    });
+    CVQPerformanceCheck check(id.get_future().get());
+    EXPECT_EQ(Sites(), log.takeSites());
+    mayGo.set_value();
+    other.join();
+    while (check.getThreadTime() != 0) {
+        std::this_thread::yield();  // the kernel forgets it a moment after the join
+    }
+    EXPECT_EQ(Sites{"CVQPerformanceCheckQNX:68"}, log.takeSites());
 }
 
 TEST(CVQPerformanceCheck, TheDestructorZeroesTheFields) {

@@ -75,8 +75,8 @@ TEST(ClockId, RefusesWhatIsNotThere) {
     const struct {
         pid_t pid;
         int tid;
-    } kRows[] = {{0, -1},         {0, 0x0fffffff}, {0, 0x3fffffff}, {0, INT_MAX},         {0, INT_MIN},
-                 {0x0fffffff, 0}, {INT_MAX, 0},    {1, 1},          {getppid(), gettid()}};
+    } kRows[] = {{0, -1},      {0, 0x0fffffff}, {0, 0x3fffffff},       {0, INT_MAX}, {0, INT_MIN}, {0x0fffffff, 0},
+                 {INT_MAX, 0}, {1, 1},          {getppid(), gettid()}, {-1, 0},      {-2, 0},      {INT_MIN, 0}};
     for (const auto& row : kRows) {
         errno = 0;
         EXPECT_EQ(-1, ClockId(row.pid, row.tid)) << row.pid << ", " << row.tid;
