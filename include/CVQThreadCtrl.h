@@ -50,6 +50,7 @@ public:
     static bool setThreadName(int tid, const char* name);
 
     /// Ends another thread at once, wherever it is: no destructor runs, what it locked stays locked. -1 on failure.
+    /// As on the platform, a `tid` of -1 is all threads, and so ends the process: mind what an id is that is none.
     static int terminate(int tid);
     /// Ends the calling thread in the same way.
     [[noreturn]] static void terminate();

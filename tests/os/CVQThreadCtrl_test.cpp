@@ -1,10 +1,13 @@
 // CVQThreadCtrl. Concerns: start, with what priority, stack and id; join and its time-outs; ends by force; names.
 #include <CVQThreadCtrl.h>
 
+#include <CVQAsserter.h>
 #include <VQOperatingSystem.h>
 
+#include "host/SignalStorm.h"
 #include "support/ChildProcess.h"
 #include "support/Sanitizers.h"
+#include "support/SlogCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -12,6 +15,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <thread>
@@ -278,26 +282,129 @@ TEST(CVQThreadCtrl, StartsAndJoinsManyAtOnce) {
 }
 
 TEST(CVQThreadCtrl, SignalsDoNotShortenAJoin) {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr);
+    const SignalStorm storm([](int) {});
     CRunner runner;
     const int tid = CVQThreadCtrl::startThread(runner);
-    std::atomic<bool> mayEnd{false};
-    std::thread rain([&, target = pthread_self()] {
-        while (!mayEnd) {
-            pthread_kill(target, SIGUSR1);
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-        }
-    });
     const unsigned long long begin = getMonotonicTime();
     EXPECT_EQ(-2, CVQThreadCtrl::join(tid, 50));
     EXPECT_GE(getMonotonicTime() - begin, 50 * kMs);
     runner.mayEnd = true;
     EXPECT_EQ(0, CVQThreadCtrl::join(tid));
-    const unsigned long long asleep = getMonotonicTime();
-    VQOperatingSystem::sleepMs(30);
-    EXPECT_GE(getMonotonicTime() - asleep, 30 * kMs);
-    mayEnd = true;
-    rain.join();
+    std::atomic<bool> hasEnded{false};
+    CBody body([&] {
+        VQOperatingSystem::sleepMs(30);
+        hasEnded = true;
+    });
+    EXPECT_EQ(0, CVQThreadCtrl::join(CVQThreadCtrl::startThread(body)));
+    EXPECT_TRUE(hasEnded);
+}
+
+TEST(CVQThreadCtrl, IdsThatNeverWereAreErrors) {
+    for (const int tid : {INT_MAX, 0x3fffffff, -2, INT_MIN}) {
+        SCOPED_TRACE(tid);
+        EXPECT_EQ(-1, CVQThreadCtrl::join(tid));
+        EXPECT_EQ(-1, CVQThreadCtrl::join(tid, 100));
+        EXPECT_EQ(-1, CVQThreadCtrl::getPriority(tid));
+        EXPECT_EQ(-1, CVQThreadCtrl::setPriority(tid, 20));
+        EXPECT_FALSE(CVQThreadCtrl::setThreadName(tid, "nobody"));
+        EXPECT_EQ(-1, CVQThreadCtrl::terminate(tid));
+        EXPECT_EQ(ESRCH, errno);
+    }
+    EXPECT_EQ(-1, CVQThreadCtrl::join(-1));
+    EXPECT_EQ(-1, CVQThreadCtrl::getPriority(-1));
+    EXPECT_EQ(-1, CVQThreadCtrl::setPriority(-1, 20));
+}
+
+TEST(CVQThreadCtrl, AThreadOfAnotherProcessIsNone) {
+    support::ChildProcess other([] { pause(); });
+    EXPECT_EQ(-1, CVQThreadCtrl::join(other.pid(), 100));
+    EXPECT_EQ(-1, CVQThreadCtrl::getPriority(other.pid()));
+    EXPECT_EQ(-1, CVQThreadCtrl::setPriority(other.pid(), 20));
+    EXPECT_FALSE(CVQThreadCtrl::setThreadName(other.pid(), "mine"));
+    EXPECT_EQ(-1, CVQThreadCtrl::terminate(other.pid()));
+    other.send(SIGTERM);
+    const auto result = other.finish();
+    EXPECT_TRUE(result.killedBy(SIGTERM)) << result;
+}
+
+TEST(CVQThreadCtrl, EndingTheIdZeroEndsTheCallerAndMinusOneAllThreads) {
+    NEEDS_THREADS_THAT_VANISH();
+    int before = 0, after = 0;
+    CBody body([&] {
+        ++before;
+        CVQThreadCtrl::terminate(0);
+        ++after;
+    });
+    EXPECT_EQ(0, CVQThreadCtrl::join(CVQThreadCtrl::startThread(body), 60000));
+    EXPECT_EQ(1, before);
+    EXPECT_EQ(0, after);
+    NEEDS_THREADS_AFTER_FORK();
+    const auto result = support::runInChild([] {
+        static CRunner runner;
+        CVQThreadCtrl::startThread(runner, true);
+        CVQThreadCtrl::terminate(-1);
+        _exit(16);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(CVQThreadCtrl, AThreadMayEndItselfInASignalHandler) {
+    NEEDS_THREADS_THAT_VANISH();
+    struct sigaction action = {};
+    action.sa_handler = [](int) { CVQThreadCtrl::terminate(); };
+    sigaction(SIGUSR1, &action, nullptr);
+    CRunner runner;
+    const int tid = CVQThreadCtrl::startThread(runner);
+    while (runner.seenId == 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_EQ(0, tgkill(getpid(), tid, SIGUSR1));
+    EXPECT_EQ(0, CVQThreadCtrl::join(tid, 60000));
+    EXPECT_FALSE(runner.hasLeft);
+}
+
+TEST(CVQThreadCtrl, AFatalErrorInAThreadOrAHandlerEndsTheProcess) {
+    NEEDS_THREADS_AFTER_FORK();
+    support::SlogCapture log;
+    const auto inThread = support::runInChild([] {
+        static CBody body([] { doCheapFatalError(77, "Unit"); });
+        CVQThreadCtrl::join(CVQThreadCtrl::startThread(body));
+    });
+    EXPECT_TRUE(inThread.exitedWith(EXIT_FAILURE)) << inThread;
+    EXPECT_EQ("\nUnit:77: FATAL ERROR occured\n", inThread.err);
+    const auto inHandler = support::runInChild([] {
+        signal(SIGUSR1, [](int) { doCheapFatalError(78, "Unit"); });
+        static CBody body([] { raise(SIGUSR1); });
+        CVQThreadCtrl::join(CVQThreadCtrl::startThread(body));
+    });
+    EXPECT_TRUE(inHandler.exitedWith(EXIT_FAILURE)) << inHandler;
+    EXPECT_EQ("\nUnit:78: FATAL ERROR occured\n", inHandler.err);
+}
+
+TEST(CVQThreadCtrl, TheProcessMayExitWhileThreadsRunAndOneJoins) {
+    NEEDS_THREADS_AFTER_FORK();
+    const auto result = support::runInChild([] {
+        static CRunner runner;
+        static const int tid = CVQThreadCtrl::startThread(runner);
+        static CBody joins([] { CVQThreadCtrl::join(tid); });
+        static CBody exits([] { std::exit(23); });
+        CVQThreadCtrl::startThread(joins);
+        CVQThreadCtrl::join(CVQThreadCtrl::startThread(exits));
+    });
+    EXPECT_TRUE(result.exitedWith(23)) << result;
+}
+
+TEST(CVQThreadCtrl, AForkedChildKnowsNoThreadOfItsParent) {
+    CRunner runner;
+    const int tid = CVQThreadCtrl::startThread(runner);
+    const auto result = support::runInChild([tid] {
+        EXPECT_EQ(-1, CVQThreadCtrl::join(tid, 100));
+        EXPECT_EQ(-1, CVQThreadCtrl::terminate(tid));
+        EXPECT_EQ(-1, CVQThreadCtrl::setPriority(tid, 20));
+        EXPECT_EQ(getpid(), CVQThreadCtrl::getCurrentThreadId());
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ(10, CVQThreadCtrl::getPriority(tid));
+    runner.mayEnd = true;
+    EXPECT_EQ(0, CVQThreadCtrl::join(tid));
 }

@@ -265,6 +265,33 @@ TEST(VQOperatingSystemProcesses, CaughtSignalsDoNotEndAWait) {
     EXPECT_EQ(-1, waitForProcesses(pids));
 }
 
+TEST(VQOperatingSystemProcesses, AChildThatIsStoppedHasNotEnded) {
+    const auto stops = [] {
+        raise(SIGSTOP);
+        _exit(7);
+    };
+    const auto wakeUp = [](int pid) {
+        siginfo_t info;
+        EXPECT_EQ(0, waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED | WNOWAIT));
+        return std::thread([pid] {
+            usleep(20000);
+            kill(pid, SIGCONT);
+        });
+    };
+    const int joined = forked(stops);
+    std::thread waker = wakeUp(joined);
+    EXPECT_EQ(7, joinProcess(joined));
+    waker.join();
+    support::AssertionLog log;
+    const int waited = forked(stops);
+    waker = wakeUp(waited);
+    TVQVector<int> pids;
+    pids.push_back(waited);
+    EXPECT_EQ(-1, waitForProcesses(pids));
+    waker.join();
+    EXPECT_EQ(Strings{"process " + std::to_string(waited) + " has terminated with exit code 7"}, log.takeSites());
+}
+
 TEST(VQOperatingSystemProcesses, WaitsForNoDebugger) {
     waitAttachDebugger();
 }
