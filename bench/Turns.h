@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Bench.h"
+#include "Locks.h"
 
 #include <chrono>
 #include <thread>
@@ -42,17 +43,40 @@ private:
     std::vector<std::thread> mThreads;
 };
 
+/// Where two threads take turns. Left to the scheduler that changes from run to run, and the time with it tenfold.
+enum class Place { ONE_CPU, TWO_CPUS };
+
+struct Processors {
+    int mine, other;
+};
+
+/// False, and `state` says why, where there is only one.
+inline bool findProcessors(benchmark::State& state, Place place, Processors& processors) {
+    const std::vector<int> two = twoProcessors();
+    if (two.empty()) {
+        state.SkipWithError("needs two processors");
+        return false;
+    }
+    processors = {two[0], place == Place::ONE_CPU ? two[0] : two[1]};
+    return true;
+}
+
 /// Two semaphores hand a turn to another thread and back. `Semaphore` starts at 0 and has post() and wait().
 template <class Semaphore>
-void pingPong(benchmark::State& state) {
+void pingPong(benchmark::State& state, Place place) {
+    Processors processors;
+    if (!findProcessors(state, place, processors))
+        return;
     constexpr unsigned kTurns = 2000;
     Semaphore ping, pong;
     const Others others(state, 1, [&] {
+        const Pinned pinned(processors.other);
         for (unsigned i = 0; i < kTurns; ++i) {
             ping.wait();
             pong.post();
         }
     });
+    const Pinned pinned(processors.mine);
     timeTurns(state, kTurns, [&] {
         for (unsigned i = 0; i < kTurns; ++i) {
             ping.post();
@@ -63,7 +87,10 @@ void pingPong(benchmark::State& state) {
 
 /// A mutex and a condition do the same. `Condition` has lock(), unlock(), wait() and signal().
 template <class Condition>
-void conditionPingPong(benchmark::State& state) {
+void conditionPingPong(benchmark::State& state, Place place) {
+    Processors processors;
+    if (!findProcessors(state, place, processors))
+        return;
     constexpr unsigned kTurns = 2000;
     Condition condition;
     int whose = 0;
@@ -77,7 +104,11 @@ void conditionPingPong(benchmark::State& state) {
             condition.signal();
         }
     };
-    const Others others(state, 1, [&] { play(1); });
+    const Others others(state, 1, [&] {
+        const Pinned pinned(processors.other);
+        play(1);
+    });
+    const Pinned pinned(processors.mine);
     timeTurns(state, kTurns, [&] { play(0); });
 }
 

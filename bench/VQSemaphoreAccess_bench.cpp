@@ -23,8 +23,11 @@ struct Semaphore {
     void post() { semaphore.unlock(); }
     void wait() { semaphore.lock(); }
 };
-MARLIX_BENCH_MANUAL("VQSemaphoreAccess_PingPong", "ours", 2) {
-    bench::pingPong<Semaphore>(state);
+MARLIX_BENCH_MANUAL("VQSemaphoreAccess_PingPongOneCpu", "ours", 2) {
+    bench::pingPong<Semaphore>(state, bench::Place::ONE_CPU);
+}
+MARLIX_BENCH_MANUAL("VQSemaphoreAccess_PingPongTwoCpus", "ours", 2) {
+    bench::pingPong<Semaphore>(state, bench::Place::TWO_CPUS);
 }
 
 struct Condition {
@@ -35,8 +38,11 @@ struct Condition {
     void wait() { condition.wait(mutex); }
     void signal() { condition.signal(); }
 };
-MARLIX_BENCH_MANUAL("CVQWaitCondition_PingPong", "ours", 2) {
-    bench::conditionPingPong<Condition>(state);
+MARLIX_BENCH_MANUAL("CVQWaitCondition_PingPongOneCpu", "ours", 2) {
+    bench::conditionPingPong<Condition>(state, bench::Place::ONE_CPU);
+}
+MARLIX_BENCH_MANUAL("CVQWaitCondition_PingPongTwoCpus", "ours", 2) {
+    bench::conditionPingPong<Condition>(state, bench::Place::TWO_CPUS);
 }
 MARLIX_BENCH("CVQWaitCondition_SignalNobody", "ours", 1) {
     CVQWaitCondition condition;

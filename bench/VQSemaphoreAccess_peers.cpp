@@ -40,8 +40,11 @@ struct Semaphore {
     void post() { sem_post(&semaphore); }
     void wait() { sem_wait(&semaphore); }
 };
-MARLIX_BENCH_MANUAL("VQSemaphoreAccess_PingPong", "sem_t", 2) {
-    bench::pingPong<Semaphore>(state);
+MARLIX_BENCH_MANUAL("VQSemaphoreAccess_PingPongOneCpu", "sem_t", 2) {
+    bench::pingPong<Semaphore>(state, bench::Place::ONE_CPU);
+}
+MARLIX_BENCH_MANUAL("VQSemaphoreAccess_PingPongTwoCpus", "sem_t", 2) {
+    bench::pingPong<Semaphore>(state, bench::Place::TWO_CPUS);
 }
 
 struct Condition {
@@ -52,8 +55,11 @@ struct Condition {
     void wait() { pthread_cond_wait(&condition, &mutex); }
     void signal() { pthread_cond_signal(&condition); }
 };
-MARLIX_BENCH_MANUAL("CVQWaitCondition_PingPong", "glibc condition", 2) {
-    bench::conditionPingPong<Condition>(state);
+MARLIX_BENCH_MANUAL("CVQWaitCondition_PingPongOneCpu", "glibc condition", 2) {
+    bench::conditionPingPong<Condition>(state, bench::Place::ONE_CPU);
+}
+MARLIX_BENCH_MANUAL("CVQWaitCondition_PingPongTwoCpus", "glibc condition", 2) {
+    bench::conditionPingPong<Condition>(state, bench::Place::TWO_CPUS);
 }
 MARLIX_BENCH("CVQWaitCondition_SignalNobody", "glibc condition", 1) {
     Condition condition;
@@ -84,8 +90,11 @@ MARLIX_BENCH("VQSemaphoreAccess_PostWait", "QSemaphore", 1) {
         semaphore.wait();
     }
 }
-MARLIX_BENCH_MANUAL("VQSemaphoreAccess_PingPong", "QSemaphore", 2) {
-    bench::pingPong<QtSemaphore>(state);
+MARLIX_BENCH_MANUAL("VQSemaphoreAccess_PingPongOneCpu", "QSemaphore", 2) {
+    bench::pingPong<QtSemaphore>(state, bench::Place::ONE_CPU);
+}
+MARLIX_BENCH_MANUAL("VQSemaphoreAccess_PingPongTwoCpus", "QSemaphore", 2) {
+    bench::pingPong<QtSemaphore>(state, bench::Place::TWO_CPUS);
 }
 #endif
 
