@@ -133,6 +133,28 @@ TEST(CLogicalTimerManager, AStopByAnotherThreadIsObeyed) {
     EXPECT_EQ(0, timer.calls);
 }
 
+TEST(CLogicalTimerManager, HandlersOfAThreadSafeManagerRunUnderItsLock) {
+    CLogicalTimerManager manager(20000, true);
+    CCountingTimer timer(manager), other(manager);
+    std::atomic<bool> isRunning{false}, hasStarted{false};
+    std::thread starter([&] {
+        while (!isRunning) {
+        }
+        other.start(1, true);
+        hasStarted = true;
+    });
+    timer.onCall = [&] {
+        isRunning = true;
+        sleepMs(20);
+        EXPECT_FALSE(hasStarted);
+    };
+    timer.start(1, true);
+    EXPECT_EQ(1, manager.performWork());
+    starter.join();
+    EXPECT_EQ(1, manager.performWork());
+    EXPECT_EQ(1, other.calls);
+}
+
 TEST(CLogicalTimerManager, TenThousandTimersAreStartedAndStoppedByOtherThreadsAndTheCountsAddUp) {
     constexpr std::size_t kTimers = 10000;
     constexpr unsigned kThreads = 3;

@@ -33,6 +33,7 @@ struct SKernel {
     int refused = 0;  // which call fails
     int destroyed = 0;
     int nextTimeoutMs = 0;
+    void* pulseValue = nullptr;
 
     void advance(unsigned long long ns) {
         now += ns;
@@ -84,7 +85,8 @@ int createChannel() {
 int connect(int channel) {
     return manual::refusable(2, channel == 11 ? 22 : -1);
 }
-int createTimer(int connection, void*) {
+int createTimer(int connection, void* value) {
+    manual::sKernel.pulseValue = value;
     return manual::refusable(3, connection == 22 ? 33 : -1);
 }
 bool receive(int, int timeoutMs, _pulse&) {
@@ -190,6 +192,27 @@ TEST_F(CLogicalTimerOrder, TheEarliestTimerIsTheKernels) {
     EXPECT_EQ(0u, armed()) << "the last stop disarms it";
     (*this)[2].start(5, true);
     EXPECT_EQ(5 * kMs, armed()) << "and a start arms it again";
+}
+
+TEST_F(CLogicalTimerOrder, ThePulseCarriesTheManagersAddressAtWhichNobodyLooks) {
+    EXPECT_EQ(manager.get(), sKernel.pulseValue);
+}
+
+// Through the manager, which does not refuse it as the timer does; even at the time 0 of its clock.
+TEST_F(CLogicalTimerOrder, ATimerThatIsRegisteredWithoutATimeIsDueAtOnce) {
+    for (const bool singleShot : {true, false}) {
+        manager->registerTimer((*this)[0], 0, singleShot);
+        manager->registerTimer((*this)[0], 0, singleShot);
+        pass(1);
+        EXPECT_EQ(Calls{0}, round());
+        EXPECT_EQ(Calls(), round());
+        EXPECT_EQ(0u, armed());
+        sKernel.now = manual::kBias;
+        manager->registerTimer((*this)[0], 0, singleShot);
+        (*this)[0].stop();
+        EXPECT_EQ(Calls(), round());
+        sKernel = manual::SKernel();
+    }
 }
 
 TEST_F(CLogicalTimerOrder, TheKernelTimerIsSetOnlyWhenItChanges) {

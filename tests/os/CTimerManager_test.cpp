@@ -241,13 +241,41 @@ TEST(CTimerManager, AManagerThatIsDestroyedBeforeItsTimersIsAnAssertionAndLetsTh
     running.stop();
 }
 
-TEST(CTimerManager, ATimerThatIsNotRegisteredCannotBeUnregistered) {
-    const auto result = support::runInChild([] {
-        CTimerManager manager(1), other(1);
-        CCountingTimer timer(manager);
-        other.unregisterTimer(timer);
-    });
-    EXPECT_TRUE(result.exitedWith(EXIT_FAILURE)) << result;
+TEST(CTimerManager, ATimerThatIsNotRegisteredCannotBeUnregisteredNorARegisteredOneRegistered) {
+    for (const bool isTwice : {false, true}) {
+        support::SlogCapture log;
+        const auto result = support::runInChild([isTwice] {
+            CTimerManager manager(1), other(1);
+            CCountingTimer timer(manager);
+            if (isTwice)
+                manager.registerTimer(timer);
+            else
+                other.unregisterTimer(timer);
+        });
+        EXPECT_TRUE(result.exitedWith(EXIT_FAILURE)) << result;
+        const auto texts = log.texts();
+        ASSERT_FALSE(texts.empty());
+        EXPECT_EQ("pid " + std::to_string(result.pid) + ": invalid iterator position", texts[0]);
+    }
+}
+
+TEST(CTimerManager, AManagerWithTimersIsAnAssertionThatMayAbort) {
+    const auto end = [] {
+        auto manager = std::make_unique<CTimerManager>(1);
+        CCountingTimer timer(*manager);
+        timer.start(1, false);
+        manager.reset();
+    };
+    support::ChildOptions options;
+    options.environment = {{"VQ_ENABLE_ABORT_ON_ASSERTION", ""}};
+    auto result = support::runInChild(end, options);
+    EXPECT_TRUE(result.killedBy(SIGABRT)) << result;
+    EXPECT_EQ("\nCTimerManagerQNX:66: ASSERTION \"Cannot delete timer manager since timers are still available\" "
+              "failed\n",
+              result.err);
+    options.environment = {{"VQ_ENABLE_ABORT_ON_ASSERTION", std::nullopt}, {"VQ_ASSERTION_BACKTRACE_MAX", "-1"}};
+    result = support::runInChild(end, options);
+    EXPECT_TRUE(result.exitedWith(0)) << result;
 }
 
 TEST(CTimerManager, ATimerWithoutItsKernelTimerEndsTheProcess) {

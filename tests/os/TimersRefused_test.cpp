@@ -23,6 +23,8 @@ std::string sRefused;
 int sError = EAGAIN;
 struct sigevent sEvent;
 _itimer sSetting;
+int sSettings;
+std::string sReleased;
 unsigned long long sTimeout;
 
 int answer(const std::string& call, int result) {
@@ -54,18 +56,22 @@ int timerSettime(int id, int flags, const _itimer* setting, _itimer* old) {
     EXPECT_EQ(0, flags);
     EXPECT_EQ(nullptr, old);
     sSetting = *setting;
+    ++sSettings;
     return answer("TimerSettime", 0);
 }
 int timerDestroy(int id) {
     EXPECT_EQ(33, id);
+    sReleased += "timer ";
     return answer("TimerDestroy", 0);
 }
 int connectDetach(int coid) {
     EXPECT_EQ(22, coid);
+    sReleased += "connection ";
     return 0;
 }
 int channelDestroy(int chid) {
     EXPECT_EQ(11, chid);
+    sReleased += "channel ";
     return 0;
 }
 bool setTimer(unsigned long long deadline, int flags) {
@@ -199,6 +205,26 @@ TEST(TimersRefused, OnlyKnownActiveTimersAreCalledWhateverTheCode) {
     balking::sEvent.sigev_value.sival_ptr = &scene;
     EXPECT_FALSE(scene.manager.performWork()) << "an address of nobody";
     EXPECT_EQ(1, scene.timer.calls);
+}
+
+TEST(TimersRefused, TheKernelTimerIsSetByEachStartAndByStopsOfActiveTimersOnly) {
+    SScene scene;
+    balking::sSettings = 0;
+    scene.timer.stop();
+    EXPECT_EQ(0, balking::sSettings);
+    scene.timer.start(1, false);
+    EXPECT_EQ(1, balking::sSettings);
+    scene.timer.start(1, false);
+    EXPECT_EQ(3, balking::sSettings) << "one that is active is stopped before";
+    scene.timer.stop();
+    scene.timer.stop();
+    EXPECT_EQ(4, balking::sSettings);
+}
+
+TEST(TimersRefused, WhatTheKernelGaveIsGivenBackInTurn) {
+    balking::sReleased.clear();
+    SScene(1);
+    EXPECT_EQ("timer connection channel ", balking::sReleased);
 }
 
 TEST(TimersRefused, TimesAreNanosecondsOf64Bits) {
