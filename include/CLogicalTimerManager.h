@@ -21,15 +21,18 @@
 //            timers: destroying one that has registered ones is an assertion; these are let go, and can be
 //            destroyed, but not be started, afterwards.
 //   Threads  performWork() is for one thread, which calls the handlers. A manager made thread-safe has its timers
-//            started and stopped by any thread, except by handlers: these run under its lock, so no call is under way
-//            when stop() returns. Another thread stops a timer before it destroys it: the timer's own destructor, which
-//            stops it too, comes after that of the class with the handler. A manager made without the lock is for
-//            its one thread alone, and its handlers may start, stop and destroy any of its timers: one that fired
-//            and is started again is due anew, one that was stopped or destroyed is not called.
+//            started and stopped by any thread, except by handlers: these run under its lock, so no call is under
+//            way when stop() returns. Another thread stops a timer before it destroys it: the timer's own
+//            destructor, which stops it too, comes after that of the class with the handler. A manager made without
+//            the lock is for its one thread alone, and its handlers may start, stop and destroy any of its timers:
+//            one that fired and is started again is due anew, one that was stopped or destroyed is not called.
 //            A round within a round, from a handler, calls nobody.
 //   Kept     logical-period-wraps: a period has 32 bits of nanoseconds, so one of 4295 ms or more is cut to its
 //            remainder modulo 2^32 ns; the first expiry is right. A remainder of 0 makes a single-shot timer.
 //            logical-second-element: see Rounds.
+//            logical-mark-stays: a timer that is stopped in the round in which it fired keeps the mark of that until
+//            a round begins while it is registered. A round that comes to a timer which a handler has started ends
+//            there, as that is not due; but if it still has the mark, the round goes on behind it.
 #pragma once
 
 #include <CVQCriticalSection.h>
@@ -140,8 +143,8 @@ public:
 private:
     friend class CLogicalTimerManager;
 
-    /// What became of the timer in the round that goes on. One that is stopped in the round in which it fired keeps
-    /// that mark until a round begins while it is registered. REINSERTED, which nobody asks for, lasts to the next call.
+    /// What became of the timer in the round that goes on. REINSERTED, which nobody asks for, lasts to the next
+    /// call.
     enum State : unsigned { IDLE, FIRED, REINSERTED };
 
     void release();

@@ -6,6 +6,8 @@
 //   Errors   -1 and errno: ETIMEDOUT at the deadline; what the kernel says otherwise, but never EINTR. A clock that
 //            cannot be read gives -1 at once.
 //   Threads  any thread; the time-out that is armed here is the calling thread's, and its next kernel call's.
+//   Kept     channel-negative-status: a negative status that a receiver replies with is the result of a send without
+//            a time-out, and -1 under one.
 //
 // Receivers that ask for _NTO_CHF_UNBLOCK keep a sender whose message they took until they reply: no time-out ends
 // that wait. A pulse that arrives needs room for the whole of struct _pulse, also where it is dropped: shorter
@@ -27,7 +29,6 @@ VQ_EXPORT bool attach(int& coid, const int& chid, int pid, unsigned nd);
 /// The status that the receiver replied with.
 VQ_EXPORT int send(const int& coid, const void* msg, int msgSize, void* reply, int replySize);
 VQ_EXPORT int sendv(const int& coid, const iovec* msg, int msgParts, const iovec* reply, int replyParts);
-/// Under a time-out a negative status is returned as -1.
 VQ_EXPORT int sendv(const int& coid, const iovec* msg, int msgParts, const iovec* reply, int replyParts,
                     int timeoutMs);
 

@@ -92,6 +92,7 @@ void CLogicalTimerManager::doUnregisterTimer(CLogicalTimer& timer) {
         return;
     }
     erase(timer);
+    // Kept: logical-mark-stays. The state is left as it is.
     timer.mExpiry = 0;
     timer.mPeriodNs = 0;
     rearm(timeSinceBias());

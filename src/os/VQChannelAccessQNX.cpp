@@ -90,6 +90,7 @@ int VQChannelAccess::sendv(const int& coid, const iovec* msg, int msgParts, cons
         }
         const SAttempt last = attempt([&] { return MsgSendv(coid, msg, msgParts, reply, replyParts); });
         if (!last.interrupted) {
+            // Kept: channel-negative-status.
             return last.result >= 0 ? last.result : -1;
         }
         if (VQOperatingSystem::getClockValue(CLOCK_MONOTONIC) >= deadline) {

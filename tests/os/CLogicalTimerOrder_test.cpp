@@ -418,8 +418,7 @@ TEST_F(CLogicalTimerOrder, AtEqualTimesAPeriodicTimerIsBehindThoseThatHandlersSt
     }
 }
 
-// It fired in the round in which it was stopped, and the mark of that stays with it until a round begins with it.
-TEST_F(CLogicalTimerOrder, ATimerThatWasStoppedInTheRoundItFiredInIsPassedOverInTheRoundItIsStartedIn) {
+TEST_F(CLogicalTimerOrder, Kept_ATimerStoppedInTheRoundItFiredInIsPassedOverWhereAHandlerStartsIt) {
     for (const bool isMarked : {true, false}) {
         (*this)[3].onCall = [this] { (*this)[3].stop(); };
         (*this)[3].start(5, false);

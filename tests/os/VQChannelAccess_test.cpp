@@ -101,7 +101,7 @@ TEST(VQChannelAccess, DoesNotTakeAnOldInterruptionForItsOwn) {
     }
 }
 
-TEST(VQChannelAccess, ReturnsNegativeStatusesAsTheyAreWithoutATimeoutAndAsFailuresUnderOne) {
+TEST(VQChannelAccess, Kept_ANegativeStatusIsTheResultWithoutATimeoutAndMinusOneUnderOne) {
     OwnChannel own;
     std::thread server = echoOnce(own.chid, -9);
     EXPECT_EQ(-9, VQChannelAccess::sendv(own.coid, nullptr, 0, nullptr, 0));
