@@ -30,8 +30,8 @@
 //   Kept     logical-period-wraps: a period has 32 bits of nanoseconds, so one of 4295 ms or more is cut to its
 //            remainder modulo 2^32 ns; the first expiry is right. A remainder of 0 makes a single-shot timer.
 //            logical-second-element: see Rounds.
-//            logical-mark-stays: a timer that is stopped in the round in which it fired keeps the mark of that until
-//            a round begins while it is registered. A round that comes to a timer which a handler has started ends
+//            logical-mark-stays: a timer that is stopped in the round in which it fired keeps its mark until
+//            a round begins while it is registered. A round that comes to a timer which a handler started ends
 //            there, as that is not due; but if it still has the mark, the round goes on behind it.
 #pragma once
 

@@ -6,8 +6,8 @@
 //   Errors   -1 and errno: ETIMEDOUT at the deadline; what the kernel says otherwise, but never EINTR. A clock that
 //            cannot be read gives -1 at once.
 //   Threads  any thread; the time-out that is armed here is the calling thread's, and its next kernel call's.
-//   Kept     channel-negative-status: a negative status that a receiver replies with is the result of a send without
-//            a time-out, and -1 under one.
+//   Kept     channel-negative-status: a negative status that a receiver replies with is a send's result without a
+//            time-out, and -1 under one.
 //
 // Receivers that ask for _NTO_CHF_UNBLOCK keep a sender whose message they took until they reply: no time-out ends
 // that wait. A pulse that arrives needs room for the whole of struct _pulse, also where it is dropped: shorter
