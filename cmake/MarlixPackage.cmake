@@ -5,7 +5,6 @@ set(CPACK_PACKAGE_CONTACT "The sys_marlix developers <maintainers@sys-marlix.inv
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_COMPONENTS_ALL runtime development tools)
-set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/MarlixDebianFiles.cmake)
 set(CPACK_MARLIX_STRIP ${CMAKE_STRIP})
 
@@ -51,5 +50,13 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "Programs for people who work with services that use libsys_marlix on Linux:
 the live view of the system log, and the list of shared memory that killed
 processes left.")
+
+# What a debugger reads becomes packages of their own, "-dbgsym": with them addresses of an installed library have
+# names and lines.
+set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
+set(CPACK_DEBIAN_TOOLS_DEBUGINFO_PACKAGE ON)
+set(CPACK_READELF_EXECUTABLE ${CMAKE_READELF})
+set(CPACK_OBJCOPY_EXECUTABLE ${CMAKE_OBJCOPY})
+set(CPACK_OBJDUMP_EXECUTABLE ${CMAKE_OBJDUMP})
 
 include(CPack)
