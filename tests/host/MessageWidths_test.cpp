@@ -59,12 +59,14 @@ protected:
 
     /// A server, and a client that is told where it is: how both end.
     static std::pair<support::ChildResult, support::ChildResult> meet(unsigned flags, const std::string& role) {
-        support::ChildProcess server(first({"serve", std::to_string(flags)}));
+        support::ChildOptions patient;
+        patient.deadline = std::chrono::seconds(100);
+        support::ChildProcess server(first({"serve", std::to_string(flags)}), patient);
         EXPECT_TRUE(server.waitForOut("\n"));
         std::istringstream place(server.out());
         std::string pid, channel;
         place >> pid >> channel;
-        auto client = support::ChildProcess(second({role, pid, channel})).finish();
+        auto client = support::ChildProcess(second({role, pid, channel}), patient).finish();
         if (!client.exitedWith(0))
             server.send(SIGKILL);
         return {server.finish(), client};
