@@ -2,20 +2,22 @@
 # it becomes that class's or namespace's documentation, with its terms (Units, Shape, Errors, ...) as a list and its
 # examples as code. Blank lines further down make up for the lines that this adds, so that line numbers stay about right.
 
-# Outside of `code`, what Doxygen would take for a command or a tag is meant as it stands.
-function plain(text,    parts, count, i, out) {
-    count = split(text, parts, "`")
-    for (i = 1; i <= count; i++) {
-        if (i % 2) {
-            gsub(/\\/, "\\\\", parts[i])
-            gsub(/&/, "\\&amp;", parts[i])
-            gsub(/</, "\\&lt;", parts[i])
-            gsub(/>/, "\\&gt;", parts[i])
-            gsub(/[%@#~*_]/, "\\\\&", parts[i])
-        }
-        out = out (i > 1 ? "`" : "") parts[i]
+# What Doxygen would take for a command, a tag or emphasis is meant as it stands.
+function escaped(text,    i, c, out) {
+    for (i = 1; i <= length(text); i++) {
+        c = substr(text, i, 1)
+        out = out (c == "&" ? "&amp;" : c == "<" ? "&lt;" : c == ">" ? "&gt;" : index("\\%@#~*_", c) ? "\\" c : c)
     }
     return out
+}
+
+# In `code` and in "quotes" it takes nothing for anything.
+function plain(text,    out) {
+    while (match(text, /`[^`]*`|"[^"]*"/)) {
+        out = out escaped(substr(text, 1, RSTART - 1)) substr(text, RSTART, RLENGTH)
+        text = substr(text, RSTART + RLENGTH)
+    }
+    return out escaped(text)
 }
 
 # What is called `name` in this header: a class, a namespace, or the header itself.
