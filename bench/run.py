@@ -20,6 +20,8 @@ import subprocess
 import sys
 from pathlib import Path
 
+import report
+
 # Operation -> what it is; {size} is the benchmark's size.
 WORK = {
     "CVQString_Copy": "copy and drop a string of {size} B",
@@ -315,6 +317,10 @@ def arguments():
     parser.add_argument("--only", default="", help="operations whose name holds this regular expression")
     parser.add_argument("--check", action="store_true",
                         help="one short round: does every benchmark run, with the right result? No time is judged")
+    parser.add_argument("--measured", type=Path, metavar="FILE",
+                        help="measure nothing: show what FILE, the ratios.json of an earlier run, has")
+    parser.add_argument("--performance-page", type=Path, metavar="FILE",
+                        help="put the figures of a run of everything between the marks of FILE, docs/performance.md")
     return parser.parse_args()
 
 
@@ -406,28 +412,10 @@ def compare(operation, rounds):
     return rows
 
 
-def duration(nanoseconds):
-    for unit, scale in (("ns", 1), ("us", 1e3), ("ms", 1e6)):
-        if nanoseconds < 1000 * scale or unit == "ms":
-            return f"{nanoseconds / scale:.3g} {unit}"
-
-
-def verdict(row):
-    if row["goal"] is None:
-        return ""
-    word = "yes" if row["met"] else "no"
-    # The goal lies within the middle half of the rounds: another run may say the opposite.
-    return word + (", close" if row["low"] <= row["goal"] <= row["high"] else "")
-
-
 def cells(row):
-    def with_handovers(time, counters):
-        share = f" ({counters['handovers']:.0%} handed over)" if "handovers" in counters else ""
-        return duration(time) + share
-    return (row["work"], with_handovers(row["ours"], row["counters"]["ours"]),
-            row["peer"], with_handovers(row["theirs"], row["counters"]["peer"]),
+    return (row["work"], report.spent(row, "ours"), row["peer"], report.spent(row, "theirs"),
             f"{row['ratio']:.2f} ({row['low']:.2f}-{row['high']:.2f})",
-            "" if row["goal"] is None else f"<= {row['goal']:.2f}", verdict(row))
+            "" if row["goal"] is None else f"<= {row['goal']:.2f}", report.met(row))
 
 
 HEAD = ("work", "ours", "peer", "theirs", "ratio (middle half)", "goal", "met")
@@ -460,13 +448,8 @@ def machine(build):
             **built, "commit": commit, "load before": f"{os.getloadavg()[0]:.2f}"}
 
 
-def main():
-    options = arguments()
-    if options.check:
-        options.rounds, options.seconds = 1, 0.001
-    about = machine(options.build)
-    for key, value in about.items():
-        print(f"{key + ':':13}{value}")
+def run(options):
+    """Measures all that is asked for: the rows of the table."""
     found = programs(options.build)
     for unknown in found.keys() - WORK.keys():
         raise Failure(f"{unknown} has no description in WORK")
@@ -482,19 +465,56 @@ def main():
             for program in running if turn % 2 == 0 else reversed(running):
                 together.update(measure(program, operation, options.seconds))
             measured[operation].append(together)
-    rows = [row for operation in operations for row in compare(operation, measured[operation])]
+    return [row for operation in operations for row in compare(operation, measured[operation])]
+
+
+def earlier(file):
+    """What an earlier run left: the facts about it, what it was limited to, its rows."""
+    about = json.loads(file.read_text(encoding="utf-8"))
+    return about, about.pop("only"), about.pop("rows")
+
+
+def keep(folder, about, only, rows):
+    """The results as files: for people, for documents, for programs."""
+    heading = "\n".join(f"- {key}: {value}" for key, value in about.items())
+    results = {**about, "only": only, "rows": rows}
+    (folder / "ratios.md").write_text(f"{heading}\n\n{markdown(rows)}\n", encoding="utf-8")
+    (folder / "ratios.json").write_text(json.dumps(results, indent=1) + "\n", encoding="utf-8")
+    (folder / "report.html").write_text(report.page(about, rows), encoding="utf-8")
+    print(f"also in {folder / 'report.html'}; ratios.md and ratios.json beside it")
+
+
+def refresh(page, about, only, rows):
+    if only:
+        raise Failure(f"{page} is for the figures of a run of everything, not of --only {only}")
+    text = page.read_text(encoding="utf-8") if page.exists() else report.NEW_PAGE
+    try:
+        page.write_text(report.with_figures(text, about, rows), encoding="utf-8")
+    except ValueError as error:
+        raise Failure(f"{page}: {error}") from error
+    print(f"new figures in {page}")
+
+
+def main():
+    options = arguments()
+    if options.performance_page and (options.only or options.check):
+        raise Failure("the performance page takes the figures of a run of everything")
+    if options.check:
+        options.rounds, options.seconds = 1, 0.001
+    about, only, rows = earlier(options.measured) if options.measured else (machine(options.build), options.only, None)
+    for key, value in about.items():
+        print(f"{key + ':':13}{value}")
+    if rows is None:
+        rows = run(options)
     if options.check:
         print(f"{len(rows)} comparisons ran with the right results")
         return
     print()
     print(plain(rows))
-    judged = [row for row in rows if row["goal"] is not None]
-    print(f"\n{sum(row['met'] for row in judged)} of {len(judged)} goals met")
-
-    heading = "\n".join(f"- {key}: {value}" for key, value in about.items())
-    (options.build / "ratios.md").write_text(f"{heading}\n\n{markdown(rows)}\n", encoding="utf-8")
-    (options.build / "ratios.json").write_text(json.dumps({**about, "rows": rows}, indent=1) + "\n", encoding="utf-8")
-    print(f"also in {options.build / 'ratios.md'} and {options.build / 'ratios.json'}")
+    print(f"\n{report.verdict(rows)}")
+    keep(options.build, about, only, rows)
+    if options.performance_page:
+        refresh(options.performance_page, about, only, rows)
 
 
 if __name__ == "__main__":
