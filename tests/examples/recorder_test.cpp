@@ -1,493 +1,516 @@
-// Concerns: the table against numbers counted here; texts of every shape; the log; bad input of every kind; a
-// partner that dies; interrupts; the terminal; the heap.
+// Concerns: a journal that is cut, damaged, full or turned over; blocks that come again; what a hostile sampler can send;
+// kill -9 of sampler and recorder at any moment, with counts that add up; what is left behind; the command lines.
+#include "Recordings.h"
+#include "recorder/CJournal.h"
+#include "shared/CServiceFile.h"
+#include "shared/Message.h"
 #include "support/ChildProcess.h"
 #include "support/SlogCapture.h"
 #include "support/TemporaryFolder.h"
+#include "viewer/CHistory.h"
 
+#include <CVQReferencedSharedMemory.h>
+#include <TVQRefCountPointer.h>
+#include <VQChannelAccess.h>
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <fcntl.h>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <random>
-#include <sstream>
-#include <sys/ioctl.h>
+#include <sys/neutrino.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
+using namespace recordings;
 using namespace support;
-using testing::ContainsRegex;
+using testing::Each;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::SizeIs;
 using testing::StartsWith;
 
-using Words = std::vector<std::string>;
-
-constexpr char kInvalid[] = "The character sequence contains a wrong coded UTF-8 sequence !";
-
-/// A text with what the table should say of it.
-struct Text {
-    std::string bytes;
-    unsigned long long records = 0;
-    unsigned long long keptBytes = 0;
-    unsigned long long invalidLines = 0;
-
-    void add(const std::string& valid, const std::string& rest, const std::string& end) {
-        bytes += valid + rest + end;
-        ++records;
-        keptBytes += valid.size();
-        invalidLines += rest.empty() ? 0 : 1;
-    }
-
-    unsigned long long recordBytes() const { return records * (4 + 8 + 4) + keptBytes; }
-};
-
-struct Row {
-    std::string written;
-    std::string read;
-};
-
-bool operator==(const Row& left, const Row& right) {
-    return left.written == right.written && left.read == right.read;
-}
-
-std::ostream& operator<<(std::ostream& stream, const Row& row) {
-    return stream << '\'' << row.written << "' '" << row.read << '\'';
-}
-
-/// The two columns of a row, without the commas.
-Row rowOf(const std::string& table, const std::string& name) {
-    std::istringstream lines(table);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.rfind("  " + name + " ", 0) != 0)
-            continue;
-        line.erase(std::remove(line.begin(), line.end(), ','), line.end());
-        std::istringstream columns(line.substr(2 + name.size()));
-        Row row;
-        columns >> row.written >> row.read;
-        return row;
-    }
-    ADD_FAILURE() << "no row " << name << " in\n" << table;
-    return {};
-}
-
-Row both(unsigned long long number) {
-    return {std::to_string(number), std::to_string(number)};
-}
-
-void expectTable(const Text& text, const ChildResult& r) {
-    EXPECT_TRUE(r.exitedWith(0)) << r;
-    EXPECT_EQ("", r.err);
-    EXPECT_EQ(both(text.records), rowOf(r.out, "records"));
-    EXPECT_EQ(both(text.recordBytes()), rowOf(r.out, "bytes"));
-    EXPECT_EQ((Row{std::to_string(text.invalidLines), "0"}), rowOf(r.out, "invalid lines cut"));
-    EXPECT_THAT(r.out, HasSubstr("are the same on both sides"));
-}
-
-class recorder : public testing::Test {
+class CJournalTest : public testing::Test {
 protected:
-    // The switch is given, since a program under an emulator cannot start itself anew.
-    ChildResult record(Words arguments, ChildOptions options = {}) const {
-        arguments.insert(arguments.begin(), "--memtrace=1");
-        return runProgram(RECORDER, arguments, options);
+    static CJournal::EResult append(CJournal& journal, const std::string& bytes) {
+        CBlockReader reader = readerOf(bytes);
+        EXPECT_EQ(CBlockReader::BLOCK, reader.next());
+        return journal.append(reader.getBlock(), reinterpret_cast<const unsigned char*>(bytes.data()));
     }
-
-    ChildResult recordText(const std::string& bytes, Words arguments = {}) const {
-        arguments.push_back(mFolder.write("text", bytes));
-        return record(arguments);
+    std::unique_ptr<CJournal> open(unsigned fileSize = 1 << 20, unsigned files = 16) const {
+        CJournal::SLimits limits;
+        limits.fileSize = fileSize;
+        limits.files = files;
+        auto journal = std::make_unique<CJournal>(mFolder.path().c_str(), limits);
+        EXPECT_TRUE(journal->open());
+        return journal;
+    }
+    std::string file(unsigned number) const {
+        return readFile(mFolder / ("0000000" + std::to_string(number) + ".rec"));
     }
 
     TemporaryFolder mFolder;
     SlogCapture mLog;
 };
 
-/// A recorder that reads from a pipe which the test holds.
-class RunningRecorder {
-public:
-    RunningRecorder(const std::string& fifo, Words command, ChildOptions options = {})
-        : mDescriptor((mkfifo(fifo.c_str(), 0600), open(fifo.c_str(), O_RDWR | O_CLOEXEC))),
-          mChild((command.push_back(fifo), command), std::move(options)) {}
-    ~RunningRecorder() { endInput(); }
+TEST_F(CJournalTest, AppendsBlocksAsTheyCame) {
+    const auto journal = open();
+    for (unsigned i = 1; i <= 3; ++i) {
+        EXPECT_EQ(CJournal::RECORDED, append(*journal, block(i)));
+        EXPECT_EQ(blocks(i), file(1));
+    }
+}
 
-    ChildProcess& child() { return mChild; }
+TEST_F(CJournalTest, KnowsWhatComesAgain) {
+    const auto journal = open();
+    append(*journal, block(1));
+    append(*journal, block(2));
+    EXPECT_EQ(CJournal::KNOWN, append(*journal, block(2)));
+    EXPECT_EQ(CJournal::KNOWN, append(*journal, block(1)));
+    EXPECT_EQ(CJournal::RECORDED, append(*journal, block(1, kSampler + 1))) << "another sampler's";
+    EXPECT_EQ(CJournal::RECORDED, append(*journal, block(5))) << "some were lost before they came";
+    EXPECT_EQ(blocks(2) + block(1, kSampler + 1) + block(5), file(1));
+}
 
-    /// Returns when the recorder has taken the text in.
-    void give(const std::string& text) {
-        ASSERT_EQ(static_cast<ssize_t>(text.size()), write(mDescriptor, text.data(), text.size()));
-        int waiting = 1;
-        for (int i = 0; i < 10000 && waiting != 0; ++i) {
-            usleep(1000);
-            ASSERT_EQ(0, ioctl(mDescriptor, FIONREAD, &waiting));
+TEST_F(CJournalTest, KnowsItAfterARestartToo) {
+    append(*open(), block(1));
+    append(*open(), block(2));
+    const auto journal = open();
+    EXPECT_EQ(CJournal::KNOWN, append(*journal, block(2)));
+    EXPECT_EQ(CJournal::RECORDED, append(*journal, block(3)));
+    EXPECT_EQ(blocks(3), file(1));
+}
+
+TEST_F(CJournalTest, TakesOffWhatAKillLeftOfABlock) {
+    const std::string whole = blocks(2);
+    const std::size_t size = whole.size() / 2;
+    for (std::size_t length = 0; length <= whole.size(); ++length) {
+        SCOPED_TRACE(length);
+        mFolder.write("00000001.rec", whole.substr(0, length));
+        const auto journal = open();
+        for (unsigned i = 1; i <= 3; ++i) {
+            EXPECT_EQ(i <= length / size ? CJournal::KNOWN : CJournal::RECORDED, append(*journal, block(i)));
         }
-        ASSERT_EQ(0, waiting) << "nobody reads";
+        EXPECT_EQ(blocks(3), file(1));
+    }
+    EXPECT_THAT(mLog.texts(), testing::SizeIs(whole.size() + 1 - 3));
+    EXPECT_THAT(mLog.texts(), Each(HasSubstr(" bytes of a block that was cut short were taken off file 1")));
+}
+
+TEST_F(CJournalTest, LeavesDamageAloneAndGoesOnInANewFile) {
+    const std::string whole = blocks(3);
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        SCOPED_TRACE(at);
+        std::string damaged = whole;
+        damaged[at] = static_cast<char>(damaged[at] ^ 0x10);
+        mFolder.write("00000001.rec", damaged);
+        unlink((mFolder / "00000002.rec").c_str());
+        const auto journal = open();
+        const bool isLast = at >= whole.size() / 3 * 2;
+        EXPECT_EQ(isLast ? CJournal::RECORDED : CJournal::KNOWN, append(*journal, block(3)));
+        EXPECT_EQ(CJournal::RECORDED, append(*journal, block(4)));
+        EXPECT_EQ(damaged, file(1));
+        EXPECT_EQ((isLast ? block(3) : "") + block(4), file(2));
+    }
+}
+
+TEST_F(CJournalTest, TurnsFilesOverAndKeepsTheNewest) {
+    const auto journal = open(static_cast<unsigned>(2 * block(1).size()), 3);
+    for (unsigned i = 1; i <= 9; ++i) {
+        EXPECT_EQ(CJournal::RECORDED, append(*journal, block(i)));
+    }
+    EXPECT_THAT(mFolder.list(), ElementsAre("00000003.rec", "00000004.rec", "00000005.rec"));
+    EXPECT_EQ(block(5) + block(6), file(3));
+    EXPECT_EQ(block(9), file(5));
+    EXPECT_EQ(CJournal::KNOWN, append(*open(1, 3), block(9)));
+}
+
+TEST_F(CJournalTest, ForgetsASamplerWithTheLastOfItsFiles) {
+    const auto journal = open(1, 2);
+    append(*journal, block(1));
+    append(*journal, block(1, kSampler + 1));
+    EXPECT_EQ(CJournal::KNOWN, append(*journal, block(1)));
+    append(*journal, block(2, kSampler + 1));
+    EXPECT_EQ(CJournal::RECORDED, append(*journal, block(1))) << "nothing of it is there any more";
+    EXPECT_EQ(CJournal::KNOWN, append(*journal, block(1)));
+}
+
+TEST_F(CJournalTest, HasAllOfABlockOrNothingWhenThereIsNoSpace) {
+    const ChildResult r = runInChild([&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const auto journal = open();
+        ASSERT_EQ(CJournal::RECORDED, append(*journal, block(1)));
+        const rlimit little = {block(1).size() + 10, RLIM_INFINITY};
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &little));
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(CJournal::FAILED, append(*journal, block(2)));
+            EXPECT_EQ(EFBIG, errno);
+            EXPECT_EQ(block(1), file(1));
+        }
+        const rlimit all = {RLIM_INFINITY, RLIM_INFINITY};
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &all));
+        EXPECT_EQ(CJournal::RECORDED, append(*journal, block(2)));
+        EXPECT_EQ(blocks(2), file(1));
+    });
+    EXPECT_TRUE(r.exitedWith(0)) << r;
+}
+
+TEST_F(CJournalTest, NeedsAFolderThatItCanRead) {
+    CJournal journal((mFolder / "missing").c_str(), {});
+    EXPECT_FALSE(journal.open());
+    EXPECT_EQ(ENOENT, errno);
+}
+
+/// Processes that record into a folder of the test's own.
+class recorder : public testing::Test {
+protected:
+    recorder() {
+        mFolder.write("data", "value 42\n");
+        mFolder.write("conf", "[devices]\n/dev/live/x 1 " + (mFolder / "data") +
+                                  "\n[series]\nx.value /dev/live/x value 1 gauge 1 B\n");
     }
 
-    void endInput() {
-        if (mDescriptor >= 0)
-            close(mDescriptor);
-        mDescriptor = -1;
+    std::string folder() const { return mFolder / "rec"; }
+    std::unique_ptr<ChildProcess> startRecorder(std::vector<std::string> options = {}) const {
+        options.push_back(folder());
+        auto child = std::make_unique<ChildProcess>(commandFor(RECORDER, options), patient());
+        EXPECT_TRUE(child->waitForOut("recording into " + folder() + "\n")) << child->err();
+        return child;
+    }
+    std::unique_ptr<ChildProcess> startSampler(std::vector<std::string> options) const {
+        options.insert(options.end(), {mFolder / "conf", folder()});
+        return std::make_unique<ChildProcess>(commandFor(SAMPLER, options), patient());
+    }
+    static ChildOptions patient() {
+        ChildOptions options;
+        options.deadline = std::chrono::seconds(110);
+        return options;
+    }
+    static ChildResult stop(ChildProcess& child) {
+        child.send(SIGTERM);
+        return child.finish();
+    }
+    CHistory load() const {
+        CHistory history;
+        CVQString problem;
+        EXPECT_TRUE(history.load(folder().c_str(), problem)) << problem.c_str();
+        return history;
     }
 
-private:
-    int mDescriptor;
-    ChildProcess mChild;
+    TemporaryFolder mFolder;
+    SlogCapture mLog;
 };
 
-pid_t childOf(pid_t parent) {
-    const std::string id = std::to_string(parent);
-    return std::atoi(readFile("/proc/" + id + "/task/" + id + "/children").c_str());
+/// Blocks of two samples, as many as can be made.
+const std::vector<std::string> kManyBlocks = {"--block=256", "--age=3", "--deadline=10000", "--waiting=65536",
+                                              "--tell"};
+
+/// The highest number in a sampler's lines of accepted blocks.
+unsigned lastAccepted(const std::string& out) {
+    unsigned last = 0;
+    const std::size_t line = out.rfind("block ");
+    return line != std::string::npos && std::sscanf(out.c_str() + line, "block %u accepted", &last) == 1 ? last : 0;
 }
 
-/// Returns when the process, of one thread, has done what there was to do and waits for more.
-bool waitUntilAsleep(pid_t process) {
-    const std::string stat = "/proc/" + std::to_string(process) + "/stat";
-    for (int i = 0; i < 10000; ++i) {
-        usleep(1000);
-        const std::string line = readFile(stat);
-        const std::size_t name = line.rfind(')');
-        if (name != std::string::npos && line.compare(name, 4, ") S ") == 0)
-            return true;
-    }
-    return false;
+int milliseconds(std::mt19937& random, int longest) {
+    return static_cast<int>(random() % static_cast<unsigned>(longest));
 }
 
-TEST_F(recorder, CountsWhatThisTestCounts) {
-    std::mt19937 random(20260101);
-    const auto below = [&](unsigned limit) { return static_cast<unsigned>(random() % limit); };
-    const Words pieces = {"word ", "\xc3\xa4", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\t", "0123456789"};
-    const Words wrongs = {"\xff", "\x80", "\xc3", "\xe2\x82", "\xc3(", "\xe2\x82(", "\xfe\xfe rest \xc3\xa4"};
-    const Words ends = {"\n", "\n", "\n", "\r\n"};
-    Text text;
-    for (int i = 0; i < 20000; ++i) {
-        std::string valid;
-        for (unsigned n = below(12); n > 0; --n)
-            valid += pieces[below(6)];
-        text.add(valid, below(500) == 0 ? wrongs[below(7)] : "", ends[below(4)]);
-    }
-    text.add("and no end of line", "", "");
-    ASSERT_GT(text.invalidLines, 10u);
-
-    expectTable(text, recordText(text.bytes));
-
-    const auto records = mLog.records();
-    ASSERT_EQ(text.invalidLines + 2, records.size()) << "one for each invalid line, one of each process at its end";
-    for (std::size_t i = 0; i < text.invalidLines; ++i) {
-        EXPECT_EQ(2, records[i].severity);
-        EXPECT_EQ(10000u, records[i].opcode());
-        EXPECT_EQ("pid " + std::to_string(records[i].pid) + ": " + kInvalid, records[i].text);
+/// Recorded blocks by sampler, in the order of the samplers' starts.
+std::vector<std::vector<unsigned>> blocksBySampler(const std::string& folder) {
+    std::vector<std::vector<unsigned>> all;
+    std::vector<unsigned long long> samplers;
+    for (unsigned number = 1;; ++number) {
+        char name[32];
+        std::snprintf(name, sizeof(name), "/%08u.rec", number);
+        if (access((folder + name).c_str(), R_OK) != 0) {
+            return all;
+        }
+        const std::string bytes = readFile(folder + name);
+        CBlockReader reader = readerOf(bytes);
+        while (reader.next() == CBlockReader::BLOCK) {
+            if (samplers.empty() || samplers.back() != reader.getBlock().sampler) {
+                samplers.push_back(reader.getBlock().sampler);
+                all.emplace_back();
+            }
+            all.back().push_back(reader.getBlock().sequence);
+        }
+        EXPECT_EQ(CBlockReader::END, reader.next());
     }
 }
 
-TEST_F(recorder, TheBlockSizeChangesNothing) {
-    Text text;
-    for (int i = 0; i < 300; ++i)
-        text.add(std::string(static_cast<std::size_t>(i), 'x'), "", "\n");
-    for (const char* size : {"1", "16", "17", "100", "4096", "67108864"}) {
-        SCOPED_TRACE(size);
-        expectTable(text, recordText(text.bytes, {"--block", size}));
+TEST_F(recorder, RecordsAllThatASamplerTakes) {
+    const auto recording = startRecorder({"--sync"});
+    const ChildResult sampling = startSampler({"--seconds=1", "--age=50"})->finish();
+    ASSERT_TRUE(sampling.exitedWith(0)) << sampling;
+    const ChildResult ended = stop(*recording);
+    EXPECT_TRUE(ended.exitedWith(0)) << ended;
+    unsigned taken = 0;
+    unsigned accepted = 0;
+    unsigned blockCount = 0;
+    ASSERT_EQ(3, std::sscanf(sampling.out.c_str(), "%u samples taken, %u accepted in %u blocks", &taken, &accepted,
+                             &blockCount));
+    const CHistory history = load();
+    EXPECT_EQ(taken, history.getSampleCount());
+    EXPECT_EQ(taken, accepted);
+    EXPECT_EQ(blockCount, history.getBlockCount());
+    EXPECT_GT(taken, 10u);
+    EXPECT_EQ(0u, history.getMissingCount());
+    EXPECT_EQ(0u, history.getDoubledCount());
+    ASSERT_EQ(1, history.getSeries().size());
+    EXPECT_EQ(42, history.getSeries()[0].smallest);
+    EXPECT_EQ(42, history.getSeries()[0].largest);
+    EXPECT_THAT(ended.out, HasSubstr(std::to_string(blockCount) + " blocks recorded, 0 came again, 0 refused\n"));
+    EXPECT_THAT(mLog.texts(), Not(testing::Contains(HasSubstr("ASSERTION"))));
+}
+
+TEST_F(recorder, RecordsWhatTheDemoNames) {
+    const auto recording = startRecorder();
+    const std::string demo = SOURCE_DIR "/examples/recorder/demo.conf";
+    const ChildResult sampling = runProgram(SAMPLER, {"--seconds=1", demo, folder()});
+    EXPECT_TRUE(sampling.exitedWith(0)) << sampling;
+    EXPECT_TRUE(stop(*recording).exitedWith(0));
+    const CHistory history = load();
+    std::vector<std::string> names;
+    for (const SSeriesHistory& series : history.getSeries()) {
+        names.emplace_back(series.name.c_str());
+        EXPECT_GT(series.samples, 1u) << names.back();
+    }
+    EXPECT_THAT(names, ElementsAre("cpu.system", "cpu.user", "kernel.forks", "kernel.interrupts", "kernel.switches",
+                                   "load.average", "memory.available", "memory.cached", "network.received",
+                                   "network.sent", "sampler.memory"));
+}
+
+TEST(RecorderReadme, ShowsTheProgramsThatAreBuilt) {
+    const std::string readme = readFile(SOURCE_DIR "/README.md");
+    for (const char* program : {"build/release/bin/recorder ",
+                                "build/release/bin/sampler --seconds=5 "
+                                "examples/recorder/demo.conf ",
+                                "build/release/bin/viewer --html="}) {
+        EXPECT_THAT(readme, HasSubstr(program));
     }
 }
 
-TEST_F(recorder, RecordsTextsOfEveryShape) {
-    const struct {
-        int line;
-        std::string bytes;
-        unsigned long long records;
-        unsigned long long keptBytes;
-    } rows[] = {
-        {__LINE__, "", 0, 0},       {__LINE__, "\n", 1, 0},         {__LINE__, "\n\n\n", 3, 0},
-        {__LINE__, "no end", 1, 6}, {__LINE__, "a\r\nb\r\n", 2, 2}, {__LINE__, "a\rb", 1, 3},
-        {__LINE__, "\r\n", 1, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        Text text;
-        text.records = row.records;
-        text.keptBytes = row.keptBytes;
-        expectTable(text, recordText(row.bytes));
+TEST_F(recorder, HasEachAcceptedBlockOnceWhateverSamplerIsKilled) {
+    const int rounds = isEmulated() ? 5 : 15;
+    std::mt19937 random(7);
+    const auto recording = startRecorder();
+    std::vector<unsigned> accepted;
+    for (int round = 0; round < rounds; ++round) {
+        const auto sampling = startSampler(kManyBlocks);
+        EXPECT_TRUE(sampling->waitForOut("block 2 accepted")) << sampling->finish();
+        usleep(static_cast<useconds_t>(1000 * milliseconds(random, 50) + milliseconds(random, 1000)));
+        sampling->send(SIGKILL);
+        accepted.push_back(lastAccepted(sampling->finish().out));
     }
-    EXPECT_EQ((Row{"-", "-"}), rowOf(recordText("").out, "MB/s of its own work")) << "nothing done, no speed";
+    const ChildResult ended = stop(*recording);
+    EXPECT_TRUE(ended.exitedWith(0)) << ended;
+    const auto recorded = blocksBySampler(folder());
+    ASSERT_EQ(accepted.size(), recorded.size());
+    for (std::size_t i = 0; i < accepted.size(); ++i) {
+        SCOPED_TRACE(i);
+        // What was accepted, and perhaps one block more: its sampler did not live to hear, or tell, of it.
+        EXPECT_GE(recorded[i].size(), accepted[i]);
+        EXPECT_LE(recorded[i].size(), accepted[i] + 1);
+        for (unsigned n = 0; n < recorded[i].size(); ++n) {
+            EXPECT_EQ(n + 1, recorded[i][n]);
+        }
+    }
 }
 
-TEST_F(recorder, RecordsALineOfAHundredMegabytes) {
-    Text text;
-    text.add(std::string(100000000, 'x'), "", "\n");
-    text.add("after", "", "\n");
-    expectTable(text, recordText(text.bytes));
+TEST_F(recorder, HasEachBlockOnceHoweverOftenItIsKilled) {
+    const int rounds = isEmulated() ? 4 : 12;
+    std::mt19937 random(11);
+    auto recording = startRecorder({"--file-size=20000", "--files=1000"});
+    const auto sampling = startSampler(kManyBlocks);
+    for (int round = 0; round < rounds; ++round) {
+        const unsigned before = lastAccepted(sampling->out());
+        EXPECT_TRUE(sampling->waitForOut("block " + std::to_string(before + 3) + " accepted")) << sampling->err();
+        usleep(static_cast<useconds_t>(1000 * milliseconds(random, 40) + milliseconds(random, 1000)));
+        recording->send(SIGKILL);
+        recording->finish();
+        recording = startRecorder({"--file-size=20000", "--files=1000"});
+    }
+    const ChildResult sampled = stop(*sampling);
+    EXPECT_TRUE(sampled.exitedWith(0)) << sampled.err;
+    EXPECT_TRUE(stop(*recording).exitedWith(0));
+    const CHistory history = load();
+    EXPECT_EQ(0, history.getDamages().size());
+    EXPECT_EQ(0u, history.getMissingCount());
+    EXPECT_EQ(0u, history.getDoubledCount());
+    EXPECT_EQ(lastAccepted(sampled.out), history.getBlockCount());
+    EXPECT_THAT(sampled.out, HasSubstr(std::to_string(history.getSampleCount()) + " samples taken, " +
+                                       std::to_string(history.getSampleCount()) + " accepted in "));
 }
 
-TEST_F(recorder, RecordsStandardInput) {
-    ChildOptions options;
-    options.input = "one\ntwo\n\xff\n";
-    const ChildResult r = record({"-"}, options);
-    EXPECT_THAT(r.out, StartsWith("Recorded standard input\n"));
-    EXPECT_EQ(both(3), rowOf(r.out, "records"));
-    EXPECT_EQ((Row{"1", "0"}), rowOf(r.out, "invalid lines cut"));
+TEST_F(recorder, HasEachAcceptedBlockOnceWhenBothAreKilled) {
+    const int rounds = isEmulated() ? 4 : 10;
+    std::mt19937 random(13);
+    std::vector<unsigned> accepted;
+    for (int round = 0; round < rounds; ++round) {
+        const auto recording = startRecorder();
+        const auto sampling = startSampler(kManyBlocks);
+        EXPECT_TRUE(sampling->waitForOut("block 1 accepted")) << sampling->err();
+        usleep(static_cast<useconds_t>(milliseconds(random, 20000)));
+        (round % 2 == 0 ? *recording : *sampling).send(SIGKILL);
+        usleep(static_cast<useconds_t>(milliseconds(random, 2000)));
+        (round % 2 == 0 ? *sampling : *recording).send(SIGKILL);
+        accepted.push_back(lastAccepted(sampling->finish().out));
+        recording->finish();
+    }
+    EXPECT_TRUE(stop(*startRecorder()).exitedWith(0));  // takes off what may be cut short
+    const auto recorded = blocksBySampler(folder());
+    ASSERT_EQ(accepted.size(), recorded.size());
+    for (std::size_t i = 0; i < accepted.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_GE(recorded[i].size(), accepted[i]);
+        EXPECT_LE(recorded[i].size(), accepted[i] + 1);
+    }
+    EXPECT_EQ(0u, load().getDoubledCount());
+    EXPECT_EQ(0u, load().getMissingCount());
 }
 
-TEST_F(recorder, RecordsWhatComesInPiecesSmallerThanLines) {
-    RunningRecorder running(mFolder / "fifo", commandFor(RECORDER, {"--memtrace=1"}));
-    for (const char* piece : {"o", "ne\nt", "wo", "\r", "\n", "\xe2", "\x82", "\xac", "\nlast"})
-        running.give(piece);
-    running.endInput();
-    Text text;
-    for (const char* line : {"one", "two", "\xe2\x82\xac", "last"})
-        text.add(line, "", "\n");
-    expectTable(text, running.child().finish());
+TEST_F(recorder, LeavesNoSharedMemoryOnceASamplerEndsInOrder) {
+    const auto recording = startRecorder();
+    const auto killed = startSampler(kManyBlocks);
+    ASSERT_TRUE(killed->waitForOut("block 1 accepted"));
+    killed->send(SIGKILL);
+    killed->finish();
+    const std::string name = CServiceFile::readLine((folder() + "/sampler").c_str()).c_str();
+    ASSERT_THAT(name, StartsWith("/sampler-"));
+    EXPECT_EQ(0, access(("/dev/shm" + name).c_str(), F_OK)) << "a kill leaves it";
+
+    const auto next = startSampler(kManyBlocks);
+    ASSERT_TRUE(next->waitForOut("block 1 accepted"));
+    EXPECT_NE(0, access(("/dev/shm" + name).c_str(), F_OK));
+    const std::string nextName = CServiceFile::readLine((folder() + "/sampler").c_str()).c_str();
+    EXPECT_TRUE(stop(*next).exitedWith(0));
+    EXPECT_NE(0, access(("/dev/shm" + nextName).c_str(), F_OK));
+    EXPECT_STREQ("", CServiceFile::readLine((folder() + "/sampler").c_str()).c_str());
 }
 
-TEST_F(recorder, TakesATextThatTheMachineHas) {
-    const ChildResult r = record({});
-    if (r.exitCode == 1 && r.err == "recorder: this machine has none of the usual texts; name a file\n")
-        GTEST_SKIP() << "and so it is";
-    ASSERT_TRUE(r.exitedWith(0)) << r;
-    ASSERT_THAT(r.out, StartsWith("Recorded /"));
-    const std::string path = r.out.substr(9, r.out.find('\n') - 9);
-    const std::string bytes = readFile(path);
-    EXPECT_EQ(both(static_cast<unsigned long long>(std::count(bytes.begin(), bytes.end(), '\n'))),
-              rowOf(r.out, "records"));
+/// What a program may send that is no sampler.
+class HostileSampler {
+public:
+    HostileSampler(const std::string& folder, unsigned size) {
+        int process = 0;
+        int channel = 0;
+        EXPECT_EQ(2, std::sscanf(readFile(folder + "/recorder").c_str(), "%d %d", &process, &channel));
+        EXPECT_TRUE(VQChannelAccess::attach(mConnection, channel, process, 0));
+        const std::string name = "/marlix-test-" + std::to_string(getpid()) + "-recorder";
+        mSegment = CVQReferencedSharedMemory::create(name.c_str(), size);
+        EXPECT_FALSE(mSegment.isNull());
+    }
+    HostileSampler(const HostileSampler&) = delete;
+    HostileSampler& operator=(const HostileSampler&) = delete;
+    ~HostileSampler() { ConnectDetach(mConnection); }
+
+    /// The status, or the error below 0.
+    int send(const std::string& message) const {
+        std::string bytes = message;
+        const iovec part = {bytes.data(), bytes.size()};
+        const int status = VQChannelAccess::sendv(mConnection, &part, 1, nullptr, 0, 10000);
+        return status == -1 ? -errno : status;
+    }
+    int sendBlock(const std::string& block, unsigned size) const {
+        std::memcpy(mSegment->getDataPtr(), block.data(), block.size());
+        CVQByteStream message;
+        message << mSegment << size;
+        return send(toString(message));
+    }
+    int sendBlock(const std::string& block) const { return sendBlock(block, static_cast<unsigned>(block.size())); }
+
+private:
+    int mConnection = -1;
+    TVQRefCountPointer<CVQReferencedSharedMemory> mSegment;
+};
+
+TEST_F(recorder, RecognisesABlockWhoseReplyWasLost) {
+    const auto recording = startRecorder();
+    const HostileSampler sampler(folder(), 4096);
+    EXPECT_EQ(Message::RECORDED, sampler.sendBlock(block(1)));
+    EXPECT_EQ(Message::KNOWN, sampler.sendBlock(block(1)));
+    EXPECT_EQ(Message::RECORDED, sampler.sendBlock(block(2)));
+    EXPECT_THAT(stop(*recording).out, HasSubstr("2 blocks recorded, 1 came again, 0 refused\n"));
+    EXPECT_EQ(blocks(2), readFile(folder() + "/00000001.rec"));
 }
 
-TEST_F(recorder, LinesAreCutAtAZeroByteAndThatIsToldApart) {
-    Text text;
-    for (int i = 0; i < 2000; ++i)
-        text.add(std::string(50, 'x'), "", "\n");
-    text.bytes += std::string("kept\0lost\n", 10) + "kept too\xff\n";
-    text.records += 2;
-    text.keptBytes += 4 + 8;
-    text.invalidLines = 1;
-    const ChildResult r = recordText(text.bytes);
-    expectTable(text, r);
-    EXPECT_EQ((Row{"1", "0"}), rowOf(r.out, "cut at a zero byte"));
-    EXPECT_THAT(recordText("no zeros").out, Not(HasSubstr("zero byte")));
-}
-
-TEST_F(recorder, SpoilsLinesWhenAsked) {
-    Text text;
-    for (int i = 1; i <= 100; ++i)
-        text.add(i % 30 == 0 ? "lin" : "line", i % 30 == 0 ? "e" : "", "\n");
-    expectTable(text, recordText(text.bytes, {"--spoil", "30"}));
-    EXPECT_EQ(3u, text.invalidLines);
-    const auto texts = mLog.texts();
-    EXPECT_EQ(3, std::count_if(texts.begin(), texts.end(),
-                               [](const std::string& line) { return line.find(kInvalid) != std::string::npos; }));
-}
-
-TEST_F(recorder, ItsLogIsSeenInTheViewer) {
-    Words arguments = commandFor(RECORDER, {"--memtrace=1", mFolder.write("text", "good\nbad \xff\n")});
-    arguments.insert(arguments.begin(), {"--color=never", "--"});
-    const ChildResult r = runProgram(SLOGVIEW, arguments);
+TEST_F(recorder, RefusesWhatIsNoBlockAndGoesOn) {
+    const auto recording = startRecorder();
+    const HostileSampler sampler(folder(), 4096);
+    const std::string good = block(1);
+    for (std::size_t at = 0; at < good.size(); ++at) {
+        std::string bad = good;
+        bad[at] = static_cast<char>(bad[at] ^ 4);
+        ASSERT_EQ(-EBADMSG, sampler.sendBlock(bad)) << at;
+    }
+    const unsigned size = static_cast<unsigned>(good.size());
+    EXPECT_EQ(-EBADMSG, sampler.sendBlock(good, 0));
+    EXPECT_EQ(-EBADMSG, sampler.sendBlock(good, size - 1));
+    EXPECT_EQ(-EBADMSG, sampler.sendBlock(good, size + 1));
+    EXPECT_EQ(-EBADMSG, sampler.sendBlock(good, 4097)) << "more than the segment";
+    EXPECT_EQ(-EBADMSG, sampler.sendBlock(good, 0xFFFFFFFF));
+    EXPECT_EQ(-EBADMSG, sampler.send(""));
+    EXPECT_EQ(-EBADMSG, sampler.send("short"));
+    EXPECT_EQ(-EBADMSG, sampler.send(std::string(512, '\xff')));
+    EXPECT_EQ(-EBADMSG, sampler.send(std::string(100000, '\0')));
+    EXPECT_EQ(-EBADMSG, sampler.send(std::string("\x08\0\0\0/missing\0\x10\0\0\x20\0\0\0", 20)));
+    EXPECT_EQ(Message::RECORDED, sampler.sendBlock(good));
+    EXPECT_EQ(good, readFile(folder() + "/00000001.rec"));
+    const ChildResult r = stop(*recording);
     EXPECT_TRUE(r.exitedWith(0)) << r;
-    EXPECT_EQ(both(2), rowOf(r.out, "records"));
-    EXPECT_THAT(r.err,
-                ContainsRegex("error     10000 .*  pid [0-9]+: The character sequence contains a wrong coded"));
-    EXPECT_THAT(r.err, ContainsRegex("info      10000 .*  pid [0-9]+: recorder: wrote 2 records in 40 bytes\n"));
-    EXPECT_THAT(r.err, ContainsRegex("info      10000 .*  pid [0-9]+: recorder: read 2 records in 40 bytes\n"));
-    EXPECT_THAT(r.err, testing::EndsWith("slogview: 3 records\n"));
-    EXPECT_THAT(mLog.records(), IsEmpty());
+    EXPECT_THAT(r.out,
+                HasSubstr("1 blocks recorded, 0 came again, " + std::to_string(good.size() + 10) + " refused\n"));
 }
 
-TEST_F(recorder, RefusesWhatIsNoText) {
-    const std::string missing = mFolder / "missing";
-    const std::string binary = mFolder.write("binary", std::string("\x7f"
-                                                                   "ELF\0\0",
-                                                                   6));
-    const struct {
-        int line;
-        std::string path;
-        std::string message;
-    } rows[] = {
-        {__LINE__, missing, missing + ": No such file or directory"},
-        {__LINE__, mFolder.path(), mFolder.path() + ": Is a directory"},
-        {__LINE__, binary, binary + ": this is no text, it holds binary data"},
-        {__LINE__, RECORDER, RECORDER ": this is no text, it holds binary data"},
-        {__LINE__, "/proc/self/mem", "/proc/self/mem: Input/output error"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        const ChildResult r = record({row.path});
-        EXPECT_TRUE(r.exitedWith(1)) << r;
-        EXPECT_EQ("recorder: " + row.message + "\n", r.err);
-        EXPECT_EQ("", r.out);
-    }
+TEST_F(recorder, IsTheOnlyOneOfItsFolder) {
+    const auto first = startRecorder();
+    const ChildResult second = runProgram(RECORDER, {folder()});
+    EXPECT_TRUE(second.exitedWith(1)) << second;
+    EXPECT_EQ("recorder: " + folder() + ": another recorder records into this folder\n", second.err);
 }
 
-TEST_F(recorder, RefusesAFileThatItMayNotRead) {
-    const std::string path = mFolder.write("text", "x");
-    ASSERT_EQ(0, chmod(path.c_str(), 0));
-    constexpr uid_t kNobody = 65534;  // root may read everything
-    const ChildResult r = runInChild([&] {
-        if (geteuid() == 0 && setuid(kNobody) != 0)
-            std::_Exit(kCannotStart);
-        const Words command = commandFor(RECORDER, {"--memtrace=1", path});
-        std::vector<char*> arguments;
-        for (const std::string& word : command)
-            arguments.push_back(const_cast<char*>(word.c_str()));
-        arguments.push_back(nullptr);
-        execvp(arguments[0], arguments.data());
-        std::_Exit(kCannotStart);
-    });
-    if (r.exitedWith(kCannotStart))
-        GTEST_SKIP() << "nobody may not start the program here";
+TEST_F(recorder, SaysWhereItCannotRecord) {
+    const std::string file = mFolder.write("file", "");
+    const ChildResult r = runProgram(RECORDER, {file});
     EXPECT_TRUE(r.exitedWith(1)) << r;
-    EXPECT_EQ("recorder: " + path + ": Permission denied\n", r.err);
+    EXPECT_EQ("recorder: " + file + ": Not a directory\n", r.err);
+    const ChildResult deep = runProgram(RECORDER, {file + "/deep"});
+    EXPECT_TRUE(deep.exitedWith(1)) << deep;
+    EXPECT_EQ("recorder: " + file + "/deep: Not a directory\n", deep.err);
 }
 
-TEST_F(recorder, RefusesAWrongCommandLine) {
+TEST_F(recorder, RefusesAWrongCommandLineAndHelps) {
     const struct {
         int line;
-        Words arguments;
+        std::vector<std::string> arguments;
         std::string message;
     } rows[] = {
-        {__LINE__, {"--unknown"}, "recorder: unknown option '--unknown'\n"},
-        {__LINE__, {"--blocks=5"}, "recorder: unknown option '--blocks=5'\n"},
-        {__LINE__, {"-x"}, "recorder: unknown option '-x'\n"},
-        {__LINE__, {"--spoil"}, "recorder: --spoil takes a value\n"},
-        {__LINE__, {"one", "two"}, "recorder: one file at a time\n"},
-        {__LINE__, {""}, "recorder: a file without a name\n"},
-        {__LINE__, {"--block", "0"}, "recorder: --block takes a number from 1 to 67108864, not '0'\n"},
-        {__LINE__, {"--block", "67108865"}, "not '67108865'\n"},
-        {__LINE__, {"--block", "99999999999999999999"}, "not '99999999999999999999'\n"},
-        {__LINE__, {"--spoil", "-1"}, "recorder: --spoil takes a number from 1 to 1000000000, not '-1'\n"},
-        {__LINE__, {"--spoil", "5x"}, "not '5x'\n"},
-        {__LINE__, {"--spoil", ""}, "not ''\n"},
+        {__LINE__, {}, "recorder: too few operands\n"},
+        {__LINE__, {"one", "two"}, "recorder: 'two' is one operand too many\n"},
+        {__LINE__, {"--spoil=1"}, "recorder: unknown option '--spoil=1'\n"},
+        {__LINE__, {"--sync=1"}, "recorder: --sync takes no value\n"},
+        {__LINE__, {"--files"}, "recorder: --files takes a value: --files=...\n"},
+        {__LINE__, {"--files=0", "x"}, "recorder: --files takes a number from 1 to 10000, not '0'\n"},
+        {__LINE__, {"--file-size=268435457", "x"}, "not '268435457'\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
-        const ChildResult r = record(row.arguments);
+        const ChildResult r = runProgram(RECORDER, row.arguments);
         EXPECT_TRUE(r.exitedWith(2)) << r;
         EXPECT_THAT(r.err, HasSubstr(row.message));
         EXPECT_THAT(r.err, testing::EndsWith("Try 'recorder --help'.\n"));
-        EXPECT_EQ("", r.out);
     }
-}
-
-TEST_F(recorder, AFileMayBeCalledLikeAnOption) {
-    mFolder.write("--spoil", "x\n");
-    ChildOptions options;
-    options.folder = mFolder.path();
-    EXPECT_THAT(record({"--", "--spoil"}, options).out, StartsWith("Recorded --spoil\n"));
-}
-
-TEST_F(recorder, HelpIsOnStandardOutput) {
-    const ChildResult r = record({"--help"});
-    EXPECT_TRUE(r.exitedWith(0));
-    EXPECT_THAT(r.out, StartsWith("Usage: recorder"));
-    EXPECT_EQ("", r.err);
-}
-
-TEST_F(recorder, SaysThatItsPartnerDied) {
-    RunningRecorder running(mFolder / "fifo", commandFor(RECORDER, {"--memtrace=1", "--block=1"}));
-    running.give("one\n");
-    const pid_t partner = childOf(running.child().pid());
-    ASSERT_GT(partner, 0);
-    ASSERT_EQ(0, kill(partner, SIGKILL));
-    running.give("two\nthree\n");
-    running.endInput();
-    const ChildResult r = running.child().finish();
-    EXPECT_TRUE(r.exitedWith(1)) << r;
-    EXPECT_EQ("recorder: the reading process died: it was ended by signal 9 (Killed)\n", r.err);
-    EXPECT_EQ("", r.out);
-}
-
-TEST_F(recorder, ThePartnerSaysThatItWasLeftAlone) {
-    Words command = {"sh", "-c", "\"$@\" & echo $!; wait; sleep 0.5", "sh"};
-    const Words program = commandFor(RECORDER, {"--memtrace=1", "--block=1"});
-    command.insert(command.end(), program.begin(), program.end());
-    RunningRecorder running(mFolder / "fifo", command);
-    ASSERT_TRUE(running.child().waitForOut("\n"));
-    running.give("one\ntwo\n");
-    const pid_t writer = std::atoi(running.child().out().c_str());
-    ASSERT_TRUE(waitUntilAsleep(writer));
-    ASSERT_EQ(0, kill(writer, SIGKILL));
-    EXPECT_TRUE(running.child().waitForErr("recorder: the writing process died; "
-                                           "the records ended without their end mark, after number 1\n"))
-        << running.child().finish();
-}
-
-TEST_F(recorder, AnInterruptEndsItWithWhatIsThere) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the thread sanitizer puts handlers off, beyond a pselect that it does not know";
-#endif
-    for (const int signal : {SIGINT, SIGTERM}) {
-        SCOPED_TRACE(signal);
-        RunningRecorder running(mFolder / ("fifo" + std::to_string(signal)),
-                                commandFor(RECORDER, {"--memtrace=1"}));
-        running.give("one\ntwo\nhalf a li");
-        kill(-running.child().pid(), signal);  // as a terminal does it: to both processes
-        const ChildResult r = running.child().finish();
-        EXPECT_TRUE(r.exitedWith(130)) << r;
-        EXPECT_EQ("", r.err);
-        EXPECT_EQ(both(2), rowOf(r.out, "records"));
-        EXPECT_THAT(r.out, HasSubstr("\nInterrupted. Records,"));
-    }
-}
-
-TEST_F(recorder, ShowsItsProgressOnATerminalOnly) {
-    for (const Output output : {Output::Terminal, Output::Pipe}) {
-        ChildOptions options;
-        options.output = output;
-        RunningRecorder running(mFolder / (output == Output::Pipe ? "fifo1" : "fifo2"),
-                                commandFor(RECORDER, {"--memtrace=1"}), options);
-        for (int i = 0; i < 4; ++i) {
-            std::string lines;
-            for (int line = 0; line < 256; ++line)
-                lines += "line\n";
-            running.give(lines);
-            usleep(150000);
-        }
-        running.endInput();
-        const ChildResult r = running.child().finish();
-        EXPECT_EQ(both(1024), rowOf(r.out, "records"));
-        if (output == Output::Pipe) {
-            EXPECT_EQ("", r.err);
-            EXPECT_THAT(r.out, Not(HasSubstr("\r")));
-        } else {
-            EXPECT_THAT(r.out, HasSubstr("\r\033[K5.0 KiB, 1,024 lines\r\033[KRecorded ")) << r;
-        }
-    }
-}
-
-TEST_F(recorder, SamplesTheHeapWhereItIsTraced) {
-    Text text;
-    for (int i = 0; i < 10000; ++i)
-        text.add(std::string(50, 'x'), "", "\n");
-    const std::string traced = recordText(text.bytes, {"--block=262144"}).out;
-    std::istringstream row(traced.substr(traced.find("peak heap") + 9));
-    for (const char* side : {"written", "read back"}) {
-        SCOPED_TRACE(side);
-        double size = 0;
-        std::string unit;
-        row >> size >> unit;
-        EXPECT_EQ("KiB", unit) << traced;
-        EXPECT_GE(size, 256) << "each side holds a block";
-        EXPECT_LT(size, 1024) << "and little else";
-    }
-    const std::string path = mFolder / "text";
-    EXPECT_THAT(runProgram(RECORDER, {"--memtrace=0", path}).out, HasSubstr("not traced      not traced"));
-}
-
-TEST_F(recorder, StartsItselfAnewToTraceTheHeap) {
-    if (isEmulated())
-        GTEST_SKIP() << "a program under the emulator cannot start itself";
-    const ChildResult r = runProgram(RECORDER, {mFolder.write("text", "x\n")});
-    EXPECT_TRUE(r.exitedWith(0)) << r;
-    EXPECT_THAT(r.out, ContainsRegex("peak heap +[0-9.]+ [KM]?i?B +[0-9.]+ [KM]?i?B\n"));
-}
-
-TEST_F(recorder, SaysThatItsTableCannotBeWritten) {
-    Words command = {"sh", "-c", "\"$@\" > /dev/full", "sh"};
-    const Words program = commandFor(RECORDER, {"--memtrace=1", mFolder.write("text", "x\n")});
-    command.insert(command.end(), program.begin(), program.end());
-    const ChildResult r = ChildProcess(command).finish();
-    EXPECT_TRUE(r.exitedWith(1)) << r;
-    EXPECT_EQ("recorder: cannot write the table\n", r.err);
+    const ChildResult help = runProgram(RECORDER, {"-h"});
+    EXPECT_TRUE(help.exitedWith(0));
+    EXPECT_THAT(help.out, StartsWith("Usage: recorder [option...] FOLDER\n"));
+    EXPECT_EQ("", help.err);
 }
 
 }  // namespace
