@@ -26,7 +26,7 @@
 //            destructor, which stops it too, comes after that of the class with the handler. A manager made without
 //            the lock is for its one thread alone, and its handlers may start, stop and destroy any of its timers:
 //            one that fired and is started again is due anew, one that was stopped or destroyed is not called.
-//            A round within a round, from a handler, calls nobody.
+//            A round within a round, from a handler, calls nobody. Handlers may not throw.
 //   Kept     logical-period-wraps: a period has 32 bits of nanoseconds, so one of 4295 ms or more is cut to its
 //            remainder modulo 2^32 ns; the first expiry is right. A remainder of 0 makes a single-shot timer.
 //            logical-second-element: see Rounds.

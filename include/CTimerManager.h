@@ -12,7 +12,7 @@
 //            interrupted. A manager outlives its timers: destroying one that has some is an assertion; they
 //            are let go, and can be destroyed, but not be started, afterwards.
 //   Threads  the one that drives the manager, for everything. It may construct, destroy, start and stop timers in
-//            onTimeout, the one that is being called included.
+//            onTimeout, the one that is being called included. Handlers may not throw.
 //   Kept     timer-restart-stale: a timer that is started again while a pulse of its former start waits is called
 //            for that pulse, too, and so early.
 //            timer-stays-active: a single-shot timer counts as active after it fired, until it is stopped.
