@@ -553,7 +553,8 @@ CONDITION_WAITERS = 0x0FFFFFFF
 def thread_name(identity):
     for thread in gdb.selected_inferior().threads():
         if thread.ptid[1] == identity:
-            return 'thread %d "%s" (LWP %d)' % (thread.num, thread.name, identity)
+            name = ' "%s"' % thread.name if thread.name else ''
+            return 'thread %d%s (LWP %d)' % (thread.num, name, identity)
     return 'LWP %d, no thread of this process' % identity
 
 

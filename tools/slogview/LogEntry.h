@@ -22,9 +22,8 @@ std::string severityName(int severity);
 /// The severity that a user means: a name, the beginning of one that fits no other, or a number from 0 to 7.
 std::optional<int> parseSeverity(std::string_view word);
 
-/// The payload as one line that a terminal shows and does not obey: valid UTF-8 as it is, escape sequences in place
-/// of control characters, of characters that reorder a line, and of bytes that are no text. Integers in decimal,
-/// raw data in hexadecimal.
+/// The payload as one line that a terminal shows and does not obey: a text as tools::printableText has it, integers in
+/// decimal, raw data in hexadecimal.
 std::string printable(const LogEntry& entry);
 
 }  // namespace slogview

@@ -112,13 +112,10 @@ std::chrono::milliseconds duration(const char* word) {
 }
 
 Color color(const std::string& word) {
-    if (word == "auto")
-        return Color::AUTO;
-    if (word == "always")
-        return Color::ALWAYS;
-    if (word == "never")
-        return Color::NEVER;
-    refuse("--color takes auto, always or never, not '" + word + "'");
+    const auto parsed = tools::parseColor(word);
+    if (!parsed)
+        refuse("--color takes auto, always or never, not '" + word + "'");
+    return *parsed;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "LogEntry.h"
+#include "tools/Color.h"
 
 #include <chrono>
 #include <limits>
@@ -23,7 +24,7 @@ struct Filter {
     bool passes(const LogEntry& entry) const;
 };
 
-enum class Color { AUTO, ALWAYS, NEVER };
+using tools::Color;
 
 struct Options {
     std::string socketPath;  // empty: the default

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <poll.h>
 #include <unistd.h>
@@ -21,13 +20,6 @@ constexpr char kClearLine[] = "\r\033[K";
 constexpr char kPlain[] = "\033[m";
 constexpr char kFaint[] = "\033[2m";
 
-bool wantsColor(Color color, bool isTerminal) {
-    if (color != Color::AUTO)
-        return color == Color::ALWAYS;
-    const char* refusal = std::getenv("NO_COLOR");
-    return isTerminal && (refusal == nullptr || *refusal == '\0');
-}
-
 const char* colorOf(int severity) {
     if (severity < 0 || severity > 7)
         return "\033[35m";
@@ -39,8 +31,8 @@ const char* colorOf(int severity) {
 }  // namespace
 
 Screen::Screen(int descriptor, Color color, bool shared)
-    : mDescriptor(descriptor), mIsTerminal(isatty(descriptor) == 1), mHasColor(wantsColor(color, mIsTerminal)),
-      mClearsLine(shared && mIsTerminal) {
+    : mDescriptor(descriptor), mIsTerminal(isatty(descriptor) == 1),
+      mHasColor(tools::wantsColor(color, mIsTerminal)), mClearsLine(shared && mIsTerminal) {
 }
 
 void Screen::show(const LogEntry& entry) {
