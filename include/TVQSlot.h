@@ -15,6 +15,7 @@ template <class T>
 class TVQSlot {
 public:
     static constexpr bool kInPlace =
+        // NOLINTNEXTLINE(misc-redundant-expression): it takes sizes and alignments for the same
         sizeof(T) <= sizeof(void*) && alignof(T) <= alignof(void*) && TVQIsRelocatable<T>::value;
     /// Whether equal values are equal places and the other way round.
     static constexpr bool kEqualAsPointers = kInPlace && std::has_unique_object_representations_v<T>;
@@ -34,7 +35,7 @@ public:
     static void* borrow(const T& value) noexcept {
         if constexpr (kInPlace) {
             void* content = nullptr;
-            std::memcpy(&content, &value, sizeof(T));
+            std::memcpy(&content, static_cast<const void*>(&value), sizeof(T));
             return content;
         } else {
             return const_cast<void*>(static_cast<const void*>(&value));

@@ -4,7 +4,6 @@
 #include <CVQString.h>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,12 +11,16 @@ namespace {
 
 using Segment = TVQRefCountPointer<CVQReferencedSharedMemory>;
 
+void write(const Segment& segment, const char* text) {
+    std::snprintf(static_cast<char*>(segment->getDataPtr()), segment->getSize(), "%s", text);
+}
+
 /// The other process: it knows nothing but the bytes that reached it.
 void receive(const CVQByteStream& arrived) {
     Segment segment;
     arrived >> segment;
     std::printf("child reads \"%s\"\n", static_cast<const char*>(segment->getDataPtr()));
-    std::strcpy(static_cast<char*>(segment->getDataPtr()), "and back");
+    write(segment, "and back");
 }
 
 }  // namespace
@@ -29,7 +32,7 @@ int main() {
     if (segment.isNull()) {
         return EXIT_FAILURE;
     }
-    std::strcpy(static_cast<char*>(segment->getDataPtr()), "from the parent");
+    write(segment, "from the parent");
 
     CVQByteStream message;
     message << segment;  // the handle under way counts as a user
