@@ -117,11 +117,9 @@ void CLife::accept(int id, UArrival& arrival) {
     }
     SFlow& flow = place.flows[header.flow];
     CVQCriticalSection& lock = mAccounts[header.process];
+    const bool isLost = mBoard.takeFault(LOSE_REQUEST), isDoubled = mBoard.takeFault(DOUBLE_REQUEST);
     lock.lock();
-    for (int times = mBoard.takeFault(LOSE_REQUEST)     ? 0
-                     : mBoard.takeFault(DOUBLE_REQUEST) ? 2
-                                                        : 1;
-         times > 0; --times) {
+    for (int times = isLost ? 0 : isDoubled ? 2 : 1; times > 0; --times) {
         flow.accept(header.number);
     }
     lock.unlock();

@@ -37,7 +37,6 @@ public:
     CLife& operator=(const CLife&) = delete;
 
     void run();
-    unsigned rounds() const { return mRounds; }
 
 private:
     void sendSmall(Number& steps);
@@ -55,7 +54,6 @@ private:
     SMeeting& mMeeting;
     const unsigned mBase;       // rounds before this life
     const unsigned mLastRound;  // of this life, or kForEver
-    unsigned mRounds = 0;
     std::atomic<bool> mIsStopped{false};
     CHandOver mHandOver;
     CTimers mTimers;
@@ -217,8 +215,11 @@ void CLife::answer(Number& steps) {
         }
         if (id > 0) {
             const auto& request = arrival->request;
-            if (sumOf(request.content, request.header.length) != request.header.sum) {
+            if (request.header.length > kLongest ||
+                sumOf(request.content, request.header.length) != request.header.sum) {
                 mBoard.complain("process %d: a request has wrong bytes", mSelf.process);
+                MsgError(id, EBADMSG);
+                continue;
             }
             flow.accept(request.header.number);
             MsgReply(id, 0, &request, static_cast<int>(sizeof(SHeader) + request.header.length));
@@ -284,9 +285,6 @@ void CLife::meet(Number& steps, bool isProducer) {
         mMeeting.barrier.wait();  // nobody changes the sums before they have been looked at
         mBoard.count(BARRIERS);
         ++steps;
-        if (isProducer) {
-            mRounds = round;
-        }
         if (isLast) {
             return;
         }
