@@ -48,8 +48,8 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME sys-marlix-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "Programs for people who work with services that use libsys_marlix on Linux:
-the live view of the system log, and the list of shared memory that killed
-processes left.")
+the live view of the system log, the list of shared memory that killed
+processes left, and the source lines of a backtrace file.")
 
 # What a debugger reads becomes packages of their own, "-dbgsym": with them addresses of an installed library have
 # names and lines.
