@@ -6,9 +6,10 @@
 //            (single attempt), ETIMEDOUT, EINVAL for an invalid handle. `create` that fails logs what was refused
 //            at critical severity, leaves the handle invalid, and is a cheap assertion (line 140 of
 //            `VQSemaphoreAccessQNX`).
-//   Threads  any thread, any process that maps it. `create` and `destroy`: one thread at a time. A process that is
-//            killed inside a call may leave `waiters` too high, which costs later posts a kernel call, or the mutex
-//            locked, which stops the others: semaphores do not survive a holder of their mutex.
+//   Threads  any thread, any process that maps it, but no signal handler: whom it interrupts may hold the mutex (a
+//            trigger may be signalled there). `create` and `destroy`: one thread at a time. A process that is killed
+//            inside a call may leave `waiters` too high, which costs later posts a kernel call, or the mutex locked,
+//            which stops the others: semaphores do not survive a holder of their mutex.
 //   Time-out a timed `lock` arms the thread's kernel time-out, and takes it back where nothing blocked: the next
 //            wait of the thread never ends because of it.
 //   Kept     semaphore-drops-posts: a post beyond the bound is dropped and counts as a success.
@@ -31,7 +32,7 @@ VQ_EXPORT bool lock(VQOSTypes::SEMHANDLE& handle, int timeoutMs);
 /// Adds a unit, unless the bound is reached. Returns the platform's result of the last call made, 0 for success.
 VQ_EXPORT int unlock(VQOSTypes::SEMHANDLE& handle);
 
-/// Nobody may wait any more.
+/// Nobody may wait any more, nor be in another call: a poster still wakes who already has its unit.
 VQ_EXPORT void destroy(VQOSTypes::SEMHANDLE& handle);
 
 }  // namespace VQSemaphoreAccess

@@ -19,6 +19,7 @@ VQ_EXPORT bool create(VQOSTypes::TRIGGER_HANDLE& trigger);
 /// Returns the platform's result, 0 for success.
 VQ_EXPORT int destroy(VQOSTypes::TRIGGER_HANDLE& trigger);
 
+/// May be called in a signal handler, too.
 VQ_EXPORT bool signal(VQOSTypes::TRIGGER_HANDLE& trigger);
 
 /// Waits for the signal and takes it; caught signals of the system do not end the wait.

@@ -194,6 +194,7 @@ void VQSemaphoreAccess::create(SEMHANDLE& handle, int initialCount, int maxCount
             return;
         }
     }
+    handle.valid = 0;  // also of a handle that nobody has filled
     doCheapAssert(kLineCreate, kUnit);
 }
 

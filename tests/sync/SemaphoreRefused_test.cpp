@@ -45,10 +45,13 @@ int condAttrInit(pthread_condattr_t* attributes) {
     pthread_condattr_init(attributes);
     return answer("condattr");
 }
-int mutexAttrShared(pthread_mutexattr_t*, int) {
+int sShared = PTHREAD_PROCESS_SHARED;  // what the attributes are to be set to
+int mutexAttrShared(pthread_mutexattr_t*, int shared) {
+    EXPECT_EQ(sShared, shared);
     return answer("mutexshared");
 }
-int condAttrShared(pthread_condattr_t*, int) {
+int condAttrShared(pthread_condattr_t*, int shared) {
+    EXPECT_EQ(sShared, shared);
     return answer("condshared");
 }
 int condAttrClock(pthread_condattr_t*, clockid_t clock) {
@@ -227,6 +230,9 @@ TEST_F(SemaphoreRefused, NothingIsReportedWhenAllStepsSucceed) {
     VQSemaphoreAccess::create(mHandle, 1, 2, /*shared*/ true);
     EXPECT_EQ("mutexattr condattr mutexshared condshared mutex cond ~mutexattr ~condattr", balking::sCalls);
     EXPECT_EQ(1u, mHandle.valid);
+    balking::sShared = PTHREAD_PROCESS_PRIVATE;
+    VQSemaphoreAccess::create(mHandle, 1, 2, /*shared*/ false);
+    balking::sShared = PTHREAD_PROCESS_SHARED;
 }
 
 TEST_F(SemaphoreRefused, RefusedAttributesAreReportedAndEndTheCreation) {

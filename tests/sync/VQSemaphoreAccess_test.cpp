@@ -21,6 +21,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <sys/mman.h>
 #include <sys/neutrino.h>
@@ -206,6 +207,11 @@ TEST(VQSemaphoreAccess, ABoundOfZeroOrLessIsAnAssertionAndNothingElse) {
         VQSemaphoreAccess::create(handle, 1, maxCount, /*shared*/ false);
         EXPECT_EQ(std::vector<std::string>{"VQSemaphoreAccessQNX:140"}, log.takeSites());
         EXPECT_TRUE(isAllZero(handle));
+        std::memset(static_cast<void*>(&handle), 0xA5, sizeof handle);
+        VQSemaphoreAccess::create(handle, 1, maxCount, /*shared*/ false);
+        EXPECT_EQ(std::vector<std::string>{"VQSemaphoreAccessQNX:140"}, log.takeSites());
+        EXPECT_FALSE(VQSemaphoreAccess::lock(handle, 0));
+        EXPECT_EQ(EINVAL, getLastError());
     }
 }
 
