@@ -49,6 +49,10 @@ void split(char* text, char* (&arguments)[1 + kMaxArguments + 1]) {
 }
 
 bool addSignals(sigset_t& set, const int* signals, unsigned count) {
+    if (signals == nullptr && count != 0) {
+        errno = EFAULT;
+        return false;
+    }
     for (unsigned i = 0; i < count; ++i) {
         if (sigaddset(&set, signals[i]) != 0) {
             return false;

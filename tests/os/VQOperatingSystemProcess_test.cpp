@@ -116,6 +116,8 @@ TEST(VQOperatingSystemSignals, ARefusedSignalOrModeChangesNothing) {
         }
         const int signals[] = {SIGUSR1};
         EXPECT_EQ(-1, setSignalMask(signals, 1, previous, static_cast<VQOSTypes::SignalMaskMode>(3)));
+        EXPECT_EQ(-1, setSignalMask(nullptr, 1, previous, VQOSTypes::SIGNAL_MASK_ADD));
+        EXPECT_EQ(EFAULT, getLastError());
         EXPECT_EQ(-5, previous[0]);
         EXPECT_TRUE(maskOf().empty());
     }).join();
