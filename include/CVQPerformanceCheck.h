@@ -35,7 +35,8 @@ public:
     /// The time accumulated.
     unsigned long long stop();
 
-    // Readings of the clocks.
+    // Readings of the clocks. The latter two ask the clock that the stopwatch was made with; one for real time has
+    // the number 0 there, which is the wall clock.
     static unsigned long long getRealTime();
     unsigned long long getThreadTime() const;
     unsigned long long getProcessTime() const;

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <ctime>
 #include <future>
 #include <new>
 #include <thread>
@@ -181,6 +182,17 @@ TEST(CVQPerformanceCheck, ProcessTimeIsThatOfAllThreads) {
         other.join();
         EXPECT_GE(check.stop(), 20 * kMs);
     }
+}
+
+TEST(CVQPerformanceCheck, AStopwatchForRealTimeHasTheWallClockAsItsOther) {
+    support::AssertionLog log;
+    const CVQPerformanceCheck check;
+    const auto before = VQOperatingSystem::getClockValue(CLOCK_REALTIME);
+    const auto first = check.getThreadTime();
+    const auto second = check.getProcessTime();
+    EXPECT_LE(before, first);
+    EXPECT_LE(first, second);
+    EXPECT_LE(second, VQOperatingSystem::getClockValue(CLOCK_REALTIME));
 }
 
 TEST(CVQPerformanceCheck, RefusedClocksAreReportedAndReadAsZero) {
