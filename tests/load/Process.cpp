@@ -119,6 +119,7 @@ void CLoadThread::run() {
 }
 
 SInventory SInventory::take() {
+    CVQRamwatcher::evalIsEnabled();
     return {VQMemory::getHeapInfo().allocatedBytes, countWatched(), countEntries("/proc/self/fd"),
             countEntries("/proc/self/task"), countMappings()};
 }

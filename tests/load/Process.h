@@ -55,7 +55,8 @@ private:
     int mId;
 };
 
-/// What a process holds. It must be the same before and after a life.
+/// What a process holds. It must be the same before and after a life. The RAM watcher's tables, which the first vector
+/// makes, are there from the first inventory on, whether or not a life had a vector before.
 struct SInventory {
     unsigned heapBytes;  // by the allocator's own account
     unsigned watched;    // instances that the RAM watcher knows
