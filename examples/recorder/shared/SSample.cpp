@@ -4,8 +4,8 @@
 
 namespace {
 
-bool isVisible(char byte) {
-    return byte < 0 || (byte > ' ' && byte != '\x7f');
+bool isVisible(unsigned char byte) {
+    return byte > ' ' && byte != 0x7F;
 }
 
 /// The form that CVQString's own operator reads; but a length is looked at before memory is asked for.
