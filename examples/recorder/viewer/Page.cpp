@@ -13,7 +13,14 @@ constexpr unsigned kSteps = 320;  // of a course: more than a phone shows, fewer
 constexpr double kWidth = 1000;   // of a drawing, in its own units; the page stretches it
 constexpr double kHeight = 100;
 
-using SeriesGroup = TVQVector<const SSeriesHistory*>;
+/// Series that share a plot; they stand side by side, as their names do.
+struct SGroup {
+    const SSeriesHistory* first;
+    int count;
+
+    const SSeriesHistory* begin() const { return first; }
+    const SSeriesHistory* end() const { return first + count; }
+};
 
 /// What stands in the recording may hold any characters.
 struct SEscaped {
@@ -36,19 +43,17 @@ CVQString shortName(const SSeriesHistory& series) {
     return dot == series.name.end() ? series.name : series.name.getRight(++dot);
 }
 
-TVQVector<SeriesGroup> makeGroups(const CHistory& history) {
+TVQVector<SGroup> makeGroups(const CHistory& history) {
     constexpr int kMostTogether = 6;  // as there are colours
-    TVQVector<SeriesGroup> groups;
+    TVQVector<SGroup> groups;
     for (const SSeriesHistory& series : history.getSeries()) {
-        SeriesGroup* const last = groups.isEmpty() ? nullptr : groups.end() - 1;
-        const bool isTogether = last != nullptr && last->size() < kMostTogether &&
-                                groupOf(*(*last)[0]) == groupOf(series) && (*last)[0]->unit == series.unit;
+        SGroup* const last = groups.isEmpty() ? nullptr : groups.end() - 1;
+        const bool isTogether = last != nullptr && last->count < kMostTogether &&
+                                groupOf(*last->first) == groupOf(series) && last->first->unit == series.unit;
         if (isTogether) {
-            last->push_back(&series);
+            ++last->count;
         } else {
-            SeriesGroup group;
-            group.push_back(&series);
-            groups.push_back(group);
+            groups.push_back({&series, 1});
         }
     }
     return groups;
@@ -145,16 +150,16 @@ void appendValues(CVQOTextStream& out, const TVQVector<double>& values) {
     out << "]";
 }
 
-void appendData(CVQOTextStream& out, const CHistory& history, const SeriesGroup& group,
+void appendData(CVQOTextStream& out, const CHistory& history, const SGroup& group,
                 const TVQVector<TVQVector<double>>& courses) {
     out.streamWrite("<script type=\"application/json\">{\"begin\":%.3f,\"length\":%.3f,\"steps\":%u,\"unit\":",
                     static_cast<double>(history.getBegin()) / 1000,
                     static_cast<double>(history.getEnd() - history.getBegin()) / 1000, kSteps);
-    appendText(out, group[0]->unit);
+    appendText(out, group.first->unit);
     out << ",\"series\":[";
-    for (int i = 0; i < group.size(); ++i) {
+    for (int i = 0; i < group.count; ++i) {
         out << (i == 0 ? "{\"name\":" : ",{\"name\":");
-        appendText(out, shortName(*group[i]));
+        appendText(out, shortName(group.first[i]));
         out << ",\"values\":";
         appendValues(out, courses[i]);
         out << "}";
@@ -162,13 +167,13 @@ void appendData(CVQOTextStream& out, const CHistory& history, const SeriesGroup&
     out << "]}</script>\n";
 }
 
-void appendPlotHead(CVQOTextStream& out, const SeriesGroup& group) {
-    const CVQString name = group.size() == 1 ? group[0]->name : groupOf(*group[0]);
+void appendPlotHead(CVQOTextStream& out, const SGroup& group) {
+    const CVQString name = group.count == 1 ? group.first->name : groupOf(*group.first);
     out << "<figure class=\"plot\"><figcaption class=\"head\"><h2>" << SEscaped{name} << "<small>"
-        << SEscaped{group[0]->unit} << "</small></h2>\n";
-    for (int i = 0; i < group.size(); ++i) {
-        const CVQString label = group.size() == 1 ? CVQString("mean") : shortName(*group[i]);
-        const CVQString value = withUnit(group[i]->mean, group[i]->unit);
+        << SEscaped{group.first->unit} << "</small></h2>\n";
+    for (int i = 0; i < group.count; ++i) {
+        const CVQString label = group.count == 1 ? CVQString("mean") : shortName(group.first[i]);
+        const CVQString value = withUnit(group.first[i].mean, group.first[i].unit);
         out << "<span class=\"key\">";
         out.streamWrite("<i style=\"background:var(--s%d)\"></i>", i);
         out << SEscaped{label} << " <b>" << SEscaped{value} << "</b></span>\n";
@@ -176,11 +181,11 @@ void appendPlotHead(CVQOTextStream& out, const SeriesGroup& group) {
     out << "</figcaption>\n";
 }
 
-void appendPlot(CVQOTextStream& out, const CHistory& history, const SeriesGroup& group) {
+void appendPlot(CVQOTextStream& out, const CHistory& history, const SGroup& group) {
     TVQVector<TVQVector<double>> courses;
     TVQVector<double> together;
-    for (const SSeriesHistory* const series : group) {
-        courses.push_back(resample(*series, history.getBegin(), history.getEnd(), kSteps));
+    for (const SSeriesHistory& series : group) {
+        courses.push_back(resample(series, history.getBegin(), history.getEnd(), kSteps));
         const TVQVector<double>& course = *(courses.end() - 1);
         together.insert(together.size(), course.size(), course.data());
     }
@@ -191,10 +196,10 @@ void appendPlot(CVQOTextStream& out, const CHistory& history, const SeriesGroup&
     out << "</div>\n<div class=\"canvas\">";
     out.streamWrite("<svg viewBox=\"0 0 %.0f %.0f\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"",
                     kWidth, kHeight);
-    out << SEscaped{group[0]->name} << "\">";
+    out << SEscaped{group.first->name} << "\">";
     appendGrid(out, history, scale);
-    for (int i = 0; i < group.size(); ++i) {
-        if (group.size() == 1 && scale.low == 0) {
+    for (int i = 0; i < group.count; ++i) {
+        if (group.count == 1 && scale.low == 0) {
             appendFill(out, courses[i], scale, i);
         }
         appendCourse(out, courses[i], scale, i);
@@ -267,7 +272,7 @@ void appendPage(CVQOTextStream& out, const CHistory& history) {
     appendTiles(out, history);
     appendDamages(out, history);
     out << "<div class=\"plots\">\n";
-    for (const SeriesGroup& group : makeGroups(history)) {
+    for (const SGroup& group : makeGroups(history)) {
         appendPlot(out, history, group);
     }
     out << "</div>\n";

@@ -40,6 +40,11 @@ unsigned getTerminalWidth() {
     return isKnown ? std::clamp<unsigned>(size.ws_col, kNarrowest, 160) : 100;
 }
 
+bool isColourUnwanted() {
+    const char* const wish = std::getenv("NO_COLOR");
+    return wish != nullptr && *wish != '\0';
+}
+
 int fail(const char* what, const char* why) {
     std::fprintf(stderr, "viewer: %s%s\n", what, why);
     return 1;
@@ -79,7 +84,7 @@ int main() {
     const CArguments arguments("viewer", kHelp, {{"html", true}, {"width", true}}, 1, 1);
     SLook look;
     look.width = arguments.getNumber("width", kNarrowest, kWidest, getTerminalWidth());
-    look.hasColour = isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr;
+    look.hasColour = isatty(STDOUT_FILENO) == 1 && !isColourUnwanted();
     CHistory history;
     CVQString problem;
     if (!history.load(arguments.getOperands()[0], problem)) {
