@@ -21,7 +21,7 @@ public:
     int unlock() { return pthread_mutex_unlock(&mSync); }
 
 private:
-    _sync mSync;
+    _sync mSync = {};  // unlocked, also when the platform refuses to make it
 };
 
 static_assert(sizeof(CVQCriticalSection) == 8 && alignof(CVQCriticalSection) == 4,

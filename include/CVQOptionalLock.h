@@ -7,11 +7,15 @@
 #include <CVQCriticalSection.h>
 #include <TVQOptional.h>
 
+#include <cerrno>
+
 class CVQOptionalLock {
 public:
     explicit CVQOptionalLock(TVQOptional<CVQCriticalSection, 8u, 4u>& section) : mLocked(section.get()) {
         if (mLocked != nullptr) {
-            mLocked->lock();
+            // A time-out that the caller had armed for something else ends one attempt, and is gone then.
+            while (mLocked->lock() == ETIMEDOUT) {
+            }
         }
     }
     ~CVQOptionalLock() {

@@ -2,6 +2,7 @@
 
 #include <VQExport.h>
 
+#include <cerrno>
 #include <sched.h>
 
 namespace {
@@ -30,7 +31,9 @@ void registerForkHandler() {
 void CVQProcessLock::lock() {
     registerForkHandler();
     createUnlessThere();
-    section().lock();
+    // A time-out that the caller had armed for something else ends one attempt, and is gone then.
+    while (section().lock() == ETIMEDOUT) {
+    }
 }
 
 void CVQProcessLock::unlock() {
