@@ -152,7 +152,7 @@ int newOutLink(pid_t pid, int chid, OutLink*& link) {
     unsigned serial = 0;
     Descriptor door(openDoorbell(pid, chid, serial));
     if (!door.isOpen())
-        return errno == EACCES ? EPERM : errno == ENOENT ? ESRCH : errno;
+        return errno == EACCES ? EPERM : errno == ENOENT || errno == ESRCH ? ESRCH : EAGAIN;
     if (!isSegment(door.get(), kDoorbellSize))
         return ESRCH;
     Descriptor socket(connectTo(pid, chid, serial));
