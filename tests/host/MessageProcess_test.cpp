@@ -225,6 +225,29 @@ TEST(MessageProcess, CanBeReadAndAnsweredInPieces) {
     EXPECT_ENDS_WELL(other.finish());
 }
 
+TEST(MessageProcess, CanNeitherBeReadNorAnsweredWhenItsSenderHasDied) {
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        char reply[6];
+        MsgSend(coid, "abcdef", 6, reply, 6);
+    }));
+    char head[2];
+    const int id = receiveSoon(own.chid, head, 2);
+    other.send(SIGKILL);
+    EXPECT_TRUE(other.finish().killedBy(SIGKILL));
+    char rest[8] = {};
+    // The bytes are still there until the end of the process has been noticed.
+    Outcome outcome{};
+    for (int i = 0; i < 1000 && !(outcome == Outcome{-1, ESRCH}); ++i) {
+        outcome = outcomeOf([&] { return MsgRead(id, rest, 8, 0); });
+        EXPECT_TRUE(outcome == (Outcome{6, 0}) || outcome == (Outcome{-1, ESRCH})) << i;
+        usleep(1000);
+    }
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcome);
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgWrite(id, "!", 1, 0); }));
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReply(id, 0, "WX", 2); }));
+}
+
 TEST(MessageProcess, FailsWithTheErrorThatTheReceiverNames) {
     OwnChannel own;
     support::ChildProcess other(client(own.chid, [](int coid) {

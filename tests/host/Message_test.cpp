@@ -288,6 +288,32 @@ TEST(Message, CanBeReadInPiecesAndItsReplyWrittenInPieces) {
     server.join();
 }
 
+TEST(Message, CanBeReadAndAnsweredInPiecesOfSeveralParts) {
+    OwnChannel own;
+    std::thread server([&] {
+        const int id = receiveSoon(own.chid);
+        char first[2] = {}, second[3] = {};
+        const iovec into[] = {{first, 1}, {second, 2}};
+        EXPECT_EQ(3, MsgReadv(id, into, 2, 2));
+        EXPECT_STREQ("c", first);
+        EXPECT_STREQ("de", second);
+        EXPECT_EQ((Outcome{-1, EINVAL}), outcomeOf([&] { return MsgReadv(id, into, 2, -1); }));
+        EXPECT_EQ((Outcome{-1, EINVAL}), outcomeOf([&] { return MsgReadv(id, into, -1, 0); }));
+        char one[] = "W", more[] = "XYZ";
+        const iovec from[] = {{one, 1}, {more, 3}};
+        EXPECT_EQ(4, MsgWritev(id, from, 2, 1));
+        EXPECT_EQ((Outcome{-1, EINVAL}), outcomeOf([&] { return MsgWritev(id, from, 2, -1); }));
+        EXPECT_EQ((Outcome{-1, EINVAL}), outcomeOf([&] { return MsgWritev(id, from, -1, 0); }));
+        EXPECT_EQ(0, MsgReply(id, 0, "V", 1));
+        EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReadv(id, into, 2, 0); }));
+        EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgWritev(id, from, 2, 0); }));
+    });
+    char reply[6] = {};
+    EXPECT_EQ(0, MsgSend(own.coid, "abcdef", 6, reply, 5));
+    EXPECT_STREQ("VWXYZ", reply);
+    server.join();
+}
+
 TEST(Message, LeavesErrnoAloneWhenAllGoesWell) {
     OwnChannel own;
     std::thread server([&] {
