@@ -6,7 +6,8 @@ target_include_directories(sys_marlix_objects
 # A program may replace the library, but not one of its functions under the others: calls within a unit stay direct.
 # Without exceptions the ARM compiler leaves out what a backtrace needs to find its way through the library.
 target_compile_options(sys_marlix_objects PRIVATE
-    -fno-exceptions -fno-rtti -fno-semantic-interposition -funwind-tables)
+    -fno-exceptions -fno-rtti -fno-semantic-interposition -funwind-tables
+    ${MARLIX_COUNT_OPTIONS})
 target_link_libraries(sys_marlix_objects PRIVATE marlix_warnings)
 
 # What both libraries offer to their users: the headers, and on the host the kernel's headers beside them.

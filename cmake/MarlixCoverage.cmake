@@ -1,0 +1,12 @@
+# MARLIX_COVERAGE=ON: the library counts which of its lines and branches run. Its objects are instrumented, and those
+# that tests compile a second time from sources of the library; the tests themselves are not.
+option(MARLIX_COVERAGE "Count the lines and branches that run (GCC only)" OFF)
+set(MARLIX_COUNT_OPTIONS "")
+if(MARLIX_COVERAGE)
+    # Without exceptions, as the library is: each call would be a branch otherwise.
+    set(MARLIX_COUNT_OPTIONS --coverage -fprofile-update=atomic -fprofile-abs-path -fno-exceptions)
+    add_link_options(--coverage)
+    # In every program and library: a process that ends without `exit` writes its counts, too.
+    add_library(marlix_coverage_flush OBJECT ${PROJECT_SOURCE_DIR}/tests/support/CoverageFlush.cpp)
+    link_libraries($<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,OBJECT_LIBRARY>>:$<TARGET_OBJECTS:marlix_coverage_flush>>)
+endif()
