@@ -44,14 +44,19 @@ bool Folder::listFiles(const CVQPath& folder, TVQVector<unsigned>& numbers) {
     if (directory == nullptr) {
         return false;
     }
-    while (const dirent* const entry = readdir(directory)) {
+    // The form with 64 bits: file systems number their entries so, whatever the width of this process.
+    errno = 0;
+    while (const dirent64* const entry = readdir64(directory)) {
         if (const unsigned number = numberOf(entry->d_name)) {
             numbers.push_back(number);
         }
+        errno = 0;
     }
+    const int error = errno;
     closedir(directory);
     std::sort(numbers.begin(), numbers.end());
-    return true;
+    errno = error;
+    return error == 0;
 }
 
 bool Folder::load(const CVQPath& path, CVQRCMemoryBuffer& bytes) {
