@@ -2,7 +2,10 @@
 #pragma once
 
 #include "shared/Block.h"
+#include "shared/CServiceFile.h"
+#include "shared/Message.h"
 
+#include <VQSharedMemoryAccess.h>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -71,6 +74,14 @@ inline std::vector<int> read(const std::string& bytes) {
         case CBlockReader::END:
             return found;
         }
+    }
+}
+
+/// Takes away what the last sampler of a folder left, if it was killed; no other will come there to do it.
+inline void removeSegment(const std::string& folder) {
+    const CVQString name = CServiceFile::readLine((folder + '/' + Message::kSamplerFile).c_str());
+    if (!name.isEmpty()) {
+        VQSharedMemoryAccess::unlink(name.c_str());
     }
 }
 

@@ -176,6 +176,8 @@ protected:
                                   "\n[series]\nx.value /dev/live/x value 1 gauge 1 B\n");
     }
 
+    ~recorder() override { removeSegment(folder()); }
+
     std::string folder() const { return mFolder / "rec"; }
     std::unique_ptr<ChildProcess> startRecorder(std::vector<std::string> options = {}) const {
         options.push_back(folder());

@@ -300,6 +300,8 @@ private:
 
 class sampler : public testing::Test {
 protected:
+    ~sampler() override { removeSegment(mFolder.path()); }
+
     std::vector<std::string> command(std::vector<std::string> options) const {
         options.push_back(mFolder.write("conf", configFor(mFolder.write("data", "value 42\n"))));
         options.push_back(mFolder.path());
