@@ -494,8 +494,10 @@ int reply(int rcvid, int status, int error, Parts answer) {
     if (answer.length != 0) {
         message->state = Message::State::REPLIED;
         ++message->users;
-        noteReplied(message, copyAside(guard, lesser(place.length, answer.length),
-                                       [&] { return copyParts(place, 0, answer, 0); }));
+        noteReplied(message, copyAside(guard, lesser(place.length, answer.length), [&] {
+                        return message->sender != nullptr ? copyParts(place, 0, answer, 0)
+                                                          : fillFromEnd(storage, answer);
+                    }));
         --message->users;
     }
     const bool isGone = message->sender == nullptr && message->link->isDead;

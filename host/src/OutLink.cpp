@@ -119,8 +119,7 @@ SendResult exchange(OutLink* link, unsigned lane, const Parts& request, const Pa
     if (!requests.reach(link->file, requestOffset(lane), request.length) ||
         !replies.reach(link->file, replyOffset(lane), room))
         return {-1, EAGAIN};
-    const iovec there = {requests.at, request.length};
-    copyParts({&there, 1, request.length}, 0, request, 0);
+    fillFromEnd({requests.at, request.length}, request);
 
     Lane& shared = link->page->lanes[lane];
     const uint32_t turn = link->turns[lane] += kLaneTurn;

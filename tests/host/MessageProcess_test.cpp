@@ -11,6 +11,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <random>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -201,6 +202,62 @@ TEST(MessageProcess, GathersAndScattersParts) {
     EXPECT_STREQ("a", first);
     EXPECT_STREQ("bcdefgh", second);
     EXPECT_EQ(0, MsgReplyv(id, 5, answers, 2));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+// Large runs are copied in steps, the end first: the borders of the parts lie at, beside and far from those of the
+// steps, and what either side has no room for is cut off as from a small one.
+TEST(MessageProcess, GathersAndScattersPartsOfAnySizeAroundTheStepsOfCopying) {
+    constexpr std::size_t kStep = 65536;
+    static const std::size_t kSizes[] = {1, kStep - 1, 0, kStep, 3 * kStep + 7, 2, kStep + 1, 40000};
+    static const auto split = [](std::vector<char>& bytes, unsigned first) {
+        std::vector<iovec> parts;
+        for (std::size_t at = 0; at < bytes.size(); at += parts.back().iov_len)
+            parts.push_back({bytes.data() + at, std::min(kSizes[first++ % std::size(kSizes)], bytes.size() - at)});
+        return parts;
+    };
+    static const auto fill = [](std::vector<char>& bytes, unsigned seed) {
+        std::mt19937 random(seed);
+        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
+    };
+    static const auto hasBegin = [](const std::vector<char>& bytes, const std::vector<char>& of) {
+        const auto end = bytes.begin() + static_cast<long>(std::min(bytes.size(), of.size()));
+        return std::equal(bytes.begin(), end, of.begin()) &&
+               std::all_of(end, bytes.end(), [](char byte) { return byte == 0; });
+    };
+    struct Sizes {
+        std::size_t question, received, answer, back;
+    };
+    static const Sizes kRounds[] = {{kStep, kStep, kStep, kStep},
+                                    {kStep + 1, kStep + 1, kStep + 1, kStep + 1},
+                                    {10 * kStep, 10 * kStep - 1, 10 * kStep, 10 * kStep + 1},
+                                    {500000, 600000, 1000003, 700001},
+                                    {1 << 20, 3 * kStep, 1 << 20, 5 * kStep + 1}};
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        for (unsigned round = 0; round < std::size(kRounds); ++round) {
+            std::vector<char> question(kRounds[round].question), answer(kRounds[round].answer),
+                back(kRounds[round].back);
+            fill(question, round);
+            fill(answer, round + 100);
+            const auto out = split(question, round), in = split(back, round + 3);
+            ASSERT_EQ(0, MsgSendv(coid, out.data(), static_cast<int>(out.size()), in.data(),
+                                  static_cast<int>(in.size())));
+            ASSERT_TRUE(hasBegin(back, answer)) << round;
+        }
+    }));
+    for (unsigned round = 0; round < std::size(kRounds); ++round) {
+        std::vector<char> question(kRounds[round].question), answer(kRounds[round].answer),
+            received(kRounds[round].received);
+        fill(question, round);
+        fill(answer, round + 100);
+        const auto in = split(received, round + 5), out = split(answer, round + 1);
+        armFor(_NTO_TIMEOUT_RECEIVE, 20 * host::kNsPerSecond);
+        const int id = MsgReceivev(own.chid, in.data(), static_cast<int>(in.size()), nullptr);
+        ASSERT_GT(id, 0);
+        EXPECT_TRUE(hasBegin(received, question)) << round;
+        EXPECT_EQ(0, MsgReplyv(id, 0, out.data(), static_cast<int>(out.size())));
+    }
     EXPECT_ENDS_WELL(other.finish());
 }
 
