@@ -12,9 +12,9 @@ namespace {
 
 using shmtest::SharedName;
 using support::runProgram;
-using testing::HasSubstr;
+using testing::EndsWith;
 using testing::MatchesRegex;
-using testing::Not;
+using testing::StartsWith;
 
 /// The line of an object; empty when it is not listed.
 std::string lineOf(const std::string& name) {
@@ -67,16 +67,46 @@ TEST_F(shmview, SaysWhatIsWrong) {
     const auto missing = runProgram(SHMVIEW, {"--remove", mName.text().substr(1)});
     EXPECT_TRUE(missing.exitedWith(1));
     EXPECT_EQ("shmview: " + mName.text() + ": No such file or directory\n", missing.err);
-    for (const std::vector<std::string>& words :
-         {std::vector<std::string>{"--remove"}, {"--remove", "--force"}, {"list"}, {"--remove", "a", "b"}}) {
-        const auto wrong = runProgram(SHMVIEW, words);
-        EXPECT_TRUE(wrong.exitedWith(2));
-        EXPECT_THAT(wrong.err, HasSubstr("usage: shmview"));
+    const struct {
+        int line;
+        std::vector<std::string> arguments;
+        std::string message;
+    } rows[] = {
+        {__LINE__, {"--remove"}, "shmview: remove which object?\n"},
+        {__LINE__, {"--remove", "--force"}, "shmview: remove which object?\n"},
+        {__LINE__, {"--force"}, "shmview: --force goes with --remove\n"},
+        {__LINE__, {"--force", "a"}, "shmview: --force goes with --remove\n"},
+        {__LINE__, {"list"}, "shmview: 'list' is one word too many\n"},
+        {__LINE__, {"--remove", "a", "b\x1b"}, "shmview: 'b?' is one word too many\n"},
+        {__LINE__, {"--remove", "--all", "a"}, "unrecognized option '--all'\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        const auto wrong = runProgram(SHMVIEW, row.arguments);
+        EXPECT_TRUE(wrong.exitedWith(2)) << wrong;
+        EXPECT_THAT(wrong.err, EndsWith(row.message + "Try 'shmview --help'.\n"));
+        EXPECT_EQ("", wrong.out);
     }
-    const auto help = runProgram(SHMVIEW, {"--help"});
-    EXPECT_TRUE(help.exitedWith(0));
-    EXPECT_THAT(help.out, HasSubstr("usage: shmview"));
-    EXPECT_THAT(help.err, Not(HasSubstr("usage")));
+}
+
+TEST_F(shmview, TakesOptionsInAnyOrder) {
+    const std::string name = mName.text();
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"--force", "--remove", name}, {"--remove", name, "--force"}}) {
+        const auto handle = CVQReferencedSharedMemory::create(mName, 100);
+        const auto removed = runProgram(SHMVIEW, words);
+        EXPECT_TRUE(removed.exitedWith(0)) << removed;
+        EXPECT_FALSE(mName.exists());
+    }
+}
+
+TEST_F(shmview, HelpIsOnStandardOutput) {
+    for (const char* const option : {"--help", "-h"}) {
+        const auto help = runProgram(SHMVIEW, {option});
+        EXPECT_TRUE(help.exitedWith(0)) << help;
+        EXPECT_THAT(help.out, StartsWith("Usage: shmview\n"));
+        EXPECT_EQ("", help.err);
+    }
 }
 
 TEST_F(shmview, ShowsNoControlCharactersOfNames) {

@@ -4,11 +4,13 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
+#include <getopt.h>
 #include <map>
 #include <memory>
 #include <optional>
@@ -24,14 +26,32 @@ namespace {
 
 constexpr char kFolder[] = "/dev/shm";
 constexpr char kHelp[] =
-    "usage: shmview                         list the shared-memory objects\n"
-    "       shmview --remove [--force] NAME remove one; with --force also while a process maps it\n"
-    "\n"
-    "COUNT is the object's first word: the users of a referenced segment, anything in others. PROCESSES is how "
-    "many\n"
-    "map it, of those that may be looked at; \"left\" marks objects that none maps and whose count says "
-    "otherwise.\n"
-    "AGE is the time since the object was made, or where the kernel does not tell, last changed.\n";
+    R"(Usage: shmview
+       shmview --remove [--force] NAME
+
+Lists the shared-memory objects, or removes one.
+
+COUNT is the object's first word: the users of a referenced segment, anything in
+others. PROCESSES is how many map it, of those that may be looked at; "left"
+marks objects that none maps and whose count says otherwise. AGE is the time
+since the object was made, or where the kernel does not tell, last changed.
+
+      --remove  remove the object NAME
+      --force   also while a process maps it
+  -h, --help    this text
+
+Exit status: 0 when all went well, 1 when the object was not removed, 2 for a
+wrong command line.
+)";
+
+enum LongOption { REMOVE = 256, FORCE };
+
+constexpr option kOptions[] = {
+    {"remove", no_argument, nullptr, REMOVE},
+    {"force", no_argument, nullptr, FORCE},
+    {"help", no_argument, nullptr, 'h'},
+    {nullptr, 0, nullptr, 0},
+};
 
 struct Object {
     std::string name;  // with its slash
@@ -133,7 +153,7 @@ int show() {
     return 0;
 }
 
-int refuse(const std::string& name, const char* reason) {
+int fail(const std::string& name, const char* reason) {
     std::fprintf(stderr, "shmview: %s: %s\n", printable(name).c_str(), reason);
     return 1;
 }
@@ -144,24 +164,46 @@ int remove(std::string name, bool isForced) {
     if (!isForced)
         for (const Object& object : list())
             if (object.name == name && object.processes != 0)
-                return refuse(name, "in use (remove it with --force)");
-    return shm_unlink(name.c_str()) == 0 ? 0 : refuse(name, std::strerror(errno));
+                return fail(name, "in use (remove it with --force)");
+    return shm_unlink(name.c_str()) == 0 ? 0 : fail(name, std::strerror(errno));
+}
+
+[[noreturn]] void offerHelp() {
+    std::fputs("Try 'shmview --help'.\n", stderr);
+    std::exit(2);
+}
+
+[[noreturn]] void refuse(const std::string& problem) {
+    std::fprintf(stderr, "shmview: %s\n", problem.c_str());
+    offerHelp();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> words(argv + 1, argv + argc);
-    if (words.empty())
-        return show();
-    if (words == std::vector<std::string>{"--help"}) {
-        std::fputs(kHelp, stdout);
-        return 0;
+    bool isRemoving = false;
+    bool isForced = false;
+    for (int found; (found = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1;) {
+        switch (found) {
+        case REMOVE:
+            isRemoving = true;
+            break;
+        case FORCE:
+            isForced = true;
+            break;
+        case 'h':
+            std::fputs(kHelp, stdout);
+            return 0;
+        default:
+            offerHelp();
+        }
     }
-    if (words.size() == 2 && words[0] == "--remove" && words[1].substr(0, 2) != "--")
-        return remove(words[1], false);
-    if (words.size() == 3 && words[0] == "--remove" && words[1] == "--force")
-        return remove(words[2], true);
-    std::fputs(kHelp, stderr);
-    return 2;
+    const int count = argc - optind;
+    if (isForced && !isRemoving)
+        refuse("--force goes with --remove");
+    if (isRemoving && count == 0)
+        refuse("remove which object?");
+    if (count > (isRemoving ? 1 : 0))
+        refuse("'" + printable(argv[argc - 1]) + "' is one word too many");
+    return isRemoving ? remove(argv[optind], isForced) : show();
 }

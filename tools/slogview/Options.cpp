@@ -40,6 +40,10 @@ Output:
       --color WHEN      auto (on a terminal, unless NO_COLOR is set), always, never
   -q, --quiet           records only: no words about socket and totals
   -h, --help            this text
+
+Exit status: without a program 0; with one the program's, or 128 and the number
+of the signal that ended it, 127 when it is not there, 126 when it cannot be
+started otherwise. 1 when it cannot listen, 2 for a wrong command line.
 )";
 
 enum LongOption { SEVERITY = 256, PID, CODE, TEXT, COUNT, FOR, COLOR };
