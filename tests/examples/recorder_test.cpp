@@ -471,6 +471,23 @@ TEST_F(recorder, RefusesWhatIsNoBlockAndGoesOn) {
                 HasSubstr("1 blocks recorded, 0 came again, " + std::to_string(good.size() + 10) + " refused\n"));
 }
 
+TEST_F(recorder, TellsOfDamageAndGoesOnInANewFile) {
+    std::string damaged = blocks(2);
+    damaged[0] = 'X';
+    EXPECT_TRUE(stop(*startRecorder()).exitedWith(0));  // makes the folder
+    mFolder.write("rec/00000001.rec", damaged);
+    const auto recording = startRecorder();
+    EXPECT_EQ(Message::KNOWN, HostileSampler(folder(), 4096).sendBlock(block(2)));
+    EXPECT_EQ(Message::RECORDED, HostileSampler(folder(), 4096).sendBlock(block(3)));
+    const ChildResult r = stop(*recording);
+    EXPECT_TRUE(r.exitedWith(0)) << r;
+    EXPECT_EQ("recorder: " + folder() + ": file 1 is damaged at byte 0; it stays as it is\n", r.err);
+    EXPECT_THAT(mLog.texts(),
+                testing::Contains(HasSubstr("recorder: file 1 is damaged at byte 0; it stays as it is")));
+    EXPECT_EQ(damaged, readFile(folder() + "/00000001.rec"));
+    EXPECT_EQ(block(3), readFile(folder() + "/00000002.rec"));
+}
+
 TEST_F(recorder, IsTheOnlyOneOfItsFolder) {
     const auto first = startRecorder();
     const ChildResult second = runProgram(RECORDER, {folder()});
@@ -486,6 +503,40 @@ TEST_F(recorder, SaysWhereItCannotRecord) {
     const ChildResult deep = runProgram(RECORDER, {file + "/deep"});
     EXPECT_TRUE(deep.exitedWith(1)) << deep;
     EXPECT_EQ("recorder: " + file + "/deep: Not a directory\n", deep.err);
+}
+
+TEST_F(recorder, AndItsCompanionsRefuseOptionFilesThatGiveNone) {
+    const std::string missing = mFolder / "missing";
+    const std::string noSection = mFolder.write("nosection", "--tell\n");
+    const std::string noLine = mFolder.write("noline", "[COMMANDLINE]\n# --tell\n[other]\n--tell\n");
+    const struct {
+        int line;
+        std::string file;
+        std::string message;
+    } rows[] = {
+        {__LINE__, missing, "cannot read the option file " + missing + ": No such file or directory"},
+        {__LINE__, mFolder.path(), "cannot read the option file " + mFolder.path() + ": Is a directory"},
+        {__LINE__, noSection, "the option file " + noSection + " has no line in a section [COMMANDLINE]"},
+        {__LINE__, noLine, "the option file " + noLine + " has no line in a section [COMMANDLINE]"},
+    };
+    for (const auto& [name, program] :
+         {std::pair("recorder", RECORDER), {"sampler", SAMPLER}, {"viewer", VIEWER}}) {
+        for (const auto& row : rows) {
+            SCOPED_TRACE(std::string(name) + ", line " + std::to_string(row.line));
+            const ChildResult r = runProgram(program, {"@" + row.file, mFolder / "conf", folder()});
+            EXPECT_TRUE(r.exitedWith(2)) << r;
+            EXPECT_EQ(name + (": " + row.message) + "\nTry '" + name + " --help'.\n", r.err);
+            EXPECT_EQ("", r.out);
+        }
+    }
+}
+
+TEST_F(recorder, TakesOptionsFromAPipe) {
+    ChildOptions options;
+    options.input = "[COMMANDLINE]\n--files=0\n";
+    const ChildResult r = runProgram(RECORDER, {"@/dev/stdin", folder()}, options);
+    EXPECT_TRUE(r.exitedWith(2)) << r;
+    EXPECT_THAT(r.err, HasSubstr("--files takes a number from 1 to 10000, not '0'"));
 }
 
 TEST_F(recorder, RefusesAWrongCommandLineAndHelps) {

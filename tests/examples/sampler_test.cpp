@@ -378,6 +378,10 @@ TEST_F(sampler, SaysWhatItCannotRead) {
     EXPECT_TRUE(config.exitedWith(1)) << config;
     EXPECT_EQ("sampler: " + (mFolder / "none") + ": No such file or directory\n", config.err);
 
+    const ChildResult directory = run({mFolder.path(), mFolder.path()});
+    EXPECT_TRUE(directory.exitedWith(1)) << directory;
+    EXPECT_EQ("sampler: " + mFolder.path() + ": Is a directory\n", directory.err);
+
     const ChildResult folder =
         run({mFolder.write("conf", configFor(mFolder.write("data", "value 1"))), mFolder / "data"});
     EXPECT_TRUE(folder.exitedWith(1)) << folder;
@@ -409,7 +413,6 @@ TEST_F(sampler, LogsOnceThatItsDeviceIsGoneAndGoesOnWhenItIsBack) {
 }
 
 TEST_F(sampler, RefusesAWrongCommandLine) {
-    const std::string missing = mFolder / "missing";
     const struct {
         int line;
         std::vector<std::string> arguments;
@@ -429,9 +432,6 @@ TEST_F(sampler, RefusesAWrongCommandLine) {
         {__LINE__, {"--age=1x", "a", "b"}, "not '1x'\n"},
         {__LINE__, {"--waiting=-1", "a", "b"}, "not '-1'\n"},
         {__LINE__, {"--deadline=99999999999999999999", "a", "b"}, "not '99999999999999999999'\n"},
-        {__LINE__,
-         {"@" + missing},
-         "sampler: cannot read the option file " + missing + ": No such file or directory\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);

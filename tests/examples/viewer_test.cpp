@@ -120,6 +120,7 @@ TEST(CHistory, CountsWhatIsMissingAndWhatIsThereTwice) {
     const CHistory whole = loadBytes(blocks(3) + blocks(2, kSampler + 1));
     EXPECT_EQ(0u, whole.getMissingCount());
     EXPECT_EQ(0u, whole.getDoubledCount());
+    EXPECT_EQ(2u, whole.getSamplerCount());
     EXPECT_THAT(std::vector<unsigned long long>(whole.getRestarts().begin(), whole.getRestarts().end()),
                 ElementsAre(kSampler + 1));
     const CHistory history = loadBytes(block(2) + block(5) + block(5) + block(4) + block(3, kSampler + 1));
@@ -369,6 +370,41 @@ TEST_F(viewer, SaysThatBlocksAreThereTwice) {
     const ChildResult r = view({mFolder.path()});
     EXPECT_TRUE(r.exitedWith(1)) << r;
     EXPECT_EQ("viewer: damaged: some blocks are there twice\n", r.err);
+}
+
+TEST_F(viewer, SaysThatBlocksAreMissing) {
+    mFolder.write("00000001.rec", block(2) + block(5) + block(5));
+    const ChildResult r = view({mFolder.path()});
+    EXPECT_TRUE(r.exitedWith(1)) << r;
+    EXPECT_EQ("viewer: missing: 3 blocks\nviewer: damaged: some blocks are there twice\n", r.err);
+    EXPECT_THAT(r.out, HasSubstr("blocks missing: 3, blocks twice: 1\n"));
+    mFolder.write("00000001.rec", block(2));
+    const ChildResult one = view({mFolder.path()});
+    EXPECT_TRUE(one.exitedWith(1)) << one;
+    EXPECT_EQ("viewer: missing: 1 block\n", one.err);
+}
+
+TEST_F(viewer, CountsTheSamplers) {
+    const struct {
+        int line;
+        std::string bytes;
+        std::string count;
+        std::string restarts;
+    } rows[] = {
+        {__LINE__, "", "0 times", "0"},
+        {__LINE__, blocks(2), "1 time", "0"},
+        {__LINE__, blocks(2) + block(1, kSampler + 1), "2 times", "1"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        const std::string file = mFolder.write("00000001.rec", row.bytes);
+        const ChildResult r = view({"--html=" + (mFolder / "page.html"), file});
+        EXPECT_TRUE(r.exitedWith(0)) << r;
+        EXPECT_EQ("", r.err);
+        EXPECT_THAT(r.out, HasSubstr(" in 1 file, sampler started " + row.count + "\n"));
+        EXPECT_THAT(readFile(mFolder / "page.html"),
+                    HasSubstr("<dt>sampler restarts</dt><dd>" + row.restarts + "</dd>"));
+    }
 }
 
 TEST_F(viewer, SaysWhatIsNotThere) {

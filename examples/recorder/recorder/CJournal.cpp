@@ -42,7 +42,9 @@ bool CJournal::readFile(unsigned number, bool isNewest) {
             note(reader.getBlock());
         } else {
             isDamaged = true;
-            VQSyslog::logMsg(0, VQSyslog::ERROR, "recorder: file %u is damaged at %u", number, reader.getOffset());
+            CVQString damage;
+            damage.format("file %u is damaged at byte %u; it stays as it is", number, reader.getOffset());
+            mDamages.push_back(damage);
         }
     }
     if (!isNewest || isDamaged) {

@@ -1,7 +1,7 @@
 // CJournal: the recording as the recorder writes it: files of limited size in a folder, of which the oldest go.
 //   Purpose  what was appended stays, and stays once, whenever the process is killed: a block that a kill cut short is
 //            taken off the end at the next start; which blocks there are is learnt from the files themselves.
-//   Damage   is never written behind, nor taken away: a new file begins. The viewer tells of it.
+//   Damage   is never written behind, nor taken away: a new file begins. It is told of here and by the viewer.
 //   Units    sizes in bytes.
 //   Errors   FAILED or false, with the reason in `errno`; the recording is then as it was before.
 //   Threads  one thread at a time.
@@ -28,6 +28,8 @@ public:
     bool open();
     /// `bytes` is the block as it travelled.
     EResult append(const SBlock& block, const unsigned char* bytes);
+    /// One line for each damage that `open` has found.
+    const TVQVector<CVQString>& getDamages() const { return mDamages; }
 
 private:
     /// A sampler's last block.
@@ -47,7 +49,8 @@ private:
     const SLimits mLimits;
     TVQMap<unsigned long long, SLast> mSamplers;
     TVQVector<unsigned> mNumbers;  // of the files that are there, ascending
-    unsigned mNumber = 0;          // of the newest file, 0: none yet
-    CVQFileHandle mFile;           // the newest file; closed when it is not to be written
-    unsigned mSize = 0;            // its whole blocks
+    TVQVector<CVQString> mDamages;
+    unsigned mNumber = 0;  // of the newest file, 0: none yet
+    CVQFileHandle mFile;   // the newest file; closed when it is not to be written
+    unsigned mSize = 0;    // its whole blocks
 };

@@ -12,6 +12,7 @@
 #include <CVQThreadCtrl.h>
 #include <VQFileOperations.h>
 #include <VQOperatingSystem.h>
+#include <VQSyslog.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -45,8 +46,12 @@ private:
     const CReceiver& mReceiver;
 };
 
-int fail(const CVQPath& folder, const char* what) {
+void tell(const CVQPath& folder, const char* what) {
     std::fprintf(stderr, "recorder: %s: %s\n", folder.getString().c_str(), what);
+}
+
+int fail(const CVQPath& folder, const char* what) {
+    tell(folder, what);
     return 1;
 }
 
@@ -59,6 +64,10 @@ int record(const CVQPath& folder, const CJournal::SLimits& limits) {
     CJournal journal(folder, limits);
     if (!journal.open()) {
         return fail(folder, std::strerror(errno));
+    }
+    for (const CVQString& damage : journal.getDamages()) {
+        VQSyslog::logMsg(0, VQSyslog::ERROR, "recorder: %s", damage.c_str());
+        tell(folder, damage.c_str());
     }
     CReceiver receiver(journal);
     if (!receiver.open()) {

@@ -1,5 +1,6 @@
 #include "sampler/CSamplerConfig.h"
 
+#include "shared/InputFile.h"
 #include "shared/SSample.h"
 
 #include <VQStringUtilities.h>
@@ -30,8 +31,8 @@ bool CSamplerConfig::load(const CVQString& fileName) {
     CVQConfigFileParser parser;
     parser.addSectionCallback("devices", DEVICES, this);
     parser.addSectionCallback("series", SERIES, this);
-    errno = 0;
-    if (!parser.parse(fileName)) {
+    CVQFileStatus status;
+    if (!isReadableFile(fileName, status) || !parser.parse(fileName)) {
         mProblem = std::strerror(errno);
     } else if (mProblem.isEmpty() && mSeries.isEmpty()) {
         mProblem = "it names no series";

@@ -1,14 +1,38 @@
 #include "shared/CArguments.h"
 
+#include "shared/InputFile.h"
+
+#include <CVQConfigFileParser.h>
 #include <VQCommandLineOptions.h>
-#include <VQFileOperations.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
+
+namespace {
+
+/// Learns whether there is a line in the section.
+class CLineFinder final : private CVQConfigFileParser::ICallback {
+public:
+    bool isLineIn(const char* section, const char* file) {
+        CVQConfigFileParser parser;
+        parser.addSectionCallback(section, 0, this);
+        parser.parse(file);
+        return mIsFound;
+    }
+
+private:
+    bool processConfigFileEntry(unsigned short /*sectionId*/, const char* /*line*/) override {
+        mIsFound = true;
+        return false;
+    }
+
+    bool mIsFound = false;
+};
+
+}  // namespace
 
 CArguments::CArguments(const char* program, const char* help, std::initializer_list<SOption> options,
                        int fewestOperands, int mostOperands)
@@ -92,9 +116,14 @@ void CArguments::checkOption(const char* word, std::initializer_list<SOption> op
     }
 }
 
-/// The library logs and skips a file that it cannot read.
+/// The library logs and skips a file that it cannot read, and says nothing of one that has no options. A pipe it has
+/// emptied: that is not read again.
 void CArguments::checkFile(const char* name) const {
-    if (!VQFileOperations::isGranted(CVQPath(name), R_OK, nullptr)) {
+    CVQFileStatus status;
+    if (!isReadableFile(name, status)) {
         refuse("cannot read the option file %s: %s", name, std::strerror(errno));
+    }
+    if (S_ISREG(status.st_mode) && !CLineFinder().isLineIn("COMMANDLINE", name)) {
+        refuse("the option file %s has no line in a section [COMMANDLINE]", name);
     }
 }

@@ -35,6 +35,7 @@ public:
     void loadBytes(const char* name, const unsigned char* bytes, unsigned size);
 
     const TVQVector<SSeriesHistory>& getSeries() const { return mSeries; }
+    unsigned getSamplerCount() const { return static_cast<unsigned>(mSamplers.size()); }
     /// When samplers began that were not the first.
     const TVQVector<unsigned long long>& getRestarts() const { return mRestarts; }
     /// One line for each damage.

@@ -192,7 +192,7 @@ void appendTotals(CVQOTextStream& out, const CHistory& history, const SLook& loo
     out << counted(history.getSampleCount(), "sample") << " in " << counted(history.getBlockCount(), "block")
         << ", " << withUnit(static_cast<double>(history.getByteCount()), "B") << " in "
         << counted(history.getFileCount(), "file") << ", sampler started "
-        << counted(static_cast<unsigned>(history.getRestarts().size()) + 1U, "time") << "\n";
+        << counted(history.getSamplerCount(), "time") << "\n";
     const bool isWhole = history.getMissingCount() == 0 && history.getDoubledCount() == 0;
     CVQString counts;
     counts.format("blocks missing: %u, blocks twice: %u", history.getMissingCount(), history.getDoubledCount());

@@ -4,6 +4,7 @@
 // them.
 #include "shared/CArguments.h"
 #include "viewer/CHistory.h"
+#include "viewer/Numbers.h"
 #include "viewer/Page.h"
 #include "viewer/Terminal.h"
 
@@ -23,12 +24,16 @@ constexpr char kHelp[] =
     R"(Usage: viewer [option...] FOLDER|FILE
 
 Shows what was recorded into a folder, or what is in one file of it. When a
-part of it is damaged or cut short, the rest is shown; the status is 1 then.
+part of it is damaged or cut short, the rest is shown.
 
   --html=FILE   writes a page for a browser as well
   --width=N     columns to use, 60 to 400; by default those of the terminal
   @FILE         more options, each on a line in the section [COMMANDLINE]
   -h, --help    this text
+
+Exit status: 0 when the recording is whole, 1 when blocks of it are damaged,
+cut short, missing or there twice, and when it cannot be shown; 2 for a wrong
+command line.
 )";
 
 constexpr unsigned kNarrowest = 60;
@@ -58,6 +63,21 @@ bool writePage(const CVQPath& path, const CHistory& history) {
     return file.isOpen() && file.writeN(page.c_str(), static_cast<unsigned>(page.getLength()), kTimeoutMs);
 }
 
+/// Tells why the recording is not whole. The exit status.
+int judge(const CHistory& history) {
+    int status = 0;
+    for (const CVQString& damage : history.getDamages()) {
+        status = fail("damaged: ", damage.c_str());
+    }
+    if (history.getMissingCount() != 0) {
+        status = fail("missing: ", counted(history.getMissingCount(), "block").c_str());
+    }
+    if (history.getDoubledCount() != 0) {
+        status = fail("damaged: ", "some blocks are there twice");
+    }
+    return status;
+}
+
 int show(const CHistory& history, const SLook& look, const char* page) {
     if (page != nullptr && !writePage(page, history)) {
         const char* const reason = std::strerror(errno);
@@ -69,13 +89,7 @@ int show(const CHistory& history, const SLook& look, const char* page) {
     if (std::fflush(stdout) != 0) {
         return fail("cannot write the table: ", std::strerror(errno));
     }
-    for (const CVQString& damage : history.getDamages()) {
-        fail("damaged: ", damage.c_str());
-    }
-    if (history.getDoubledCount() != 0) {
-        return fail("damaged: ", "some blocks are there twice");
-    }
-    return history.getDamages().isEmpty() ? 0 : 1;
+    return judge(history);
 }
 
 }  // namespace
