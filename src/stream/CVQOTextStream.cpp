@@ -295,14 +295,14 @@ bool CVQOTextStream::appendFormatted(const char* format, std::va_list arguments)
         return true;
     }
     va_copy(again, arguments);
-    const int length = std::vsnprintf(mWrite, spare(), format, arguments);
+    int length = std::vsnprintf(mWrite, spare(), format, arguments);
     if (length > 0) {
         const auto bytes = static_cast<std::size_t>(length);
         if (bytes >= spare()) {
             checkSpare(bytes);
-            std::vsnprintf(mWrite, spare(), format, again);
+            length = std::vsnprintf(mWrite, spare(), format, again);
         }
-        mWrite += bytes;
+        mWrite += length >= 0 ? bytes : 0;
     }
     va_end(again);
     return length >= 0;

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <functional>
 #include <new>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -209,6 +210,13 @@ std::vector<Row> faults::diagRows() {
         {__LINE__, "VQKernelTraceQNX", "TraceEvent", kText, "true EDOM", nullptr, 1, false, {ENOTSUP}},
 
         {__LINE__, "VQMemory", "malloc", allocate, "null @"},
+        {__LINE__, "VQMemory", "malloc",  // of a thread's first allocation, which takes the long way
+         [](const Arm& arm) {
+             std::string result;
+             std::thread([&] { result = allocate(arm); }).join();
+             return result;
+         },
+         "null @"},
         {__LINE__, "VQMemory", "realloc", reallocate, "null @, kept"},
         {__LINE__, "VQMemory", "posix_memalign",
          [](const Arm& arm) {

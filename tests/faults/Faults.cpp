@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <execinfo.h>
 #include <stdexcept>
 #include <sys/mman.h>
 
@@ -18,6 +19,8 @@ struct Armed {
     std::atomic<int> last;
     std::atomic<int> seen;
     std::atomic<int> hits;
+    std::atomic<unsigned> noted;
+    std::array<faults::Hit, 8192> notes;
 };
 
 Armed& armed() {
@@ -28,6 +31,16 @@ Armed& armed() {
 
 // Of the process that armed a fault and of those that it forks: the one that waits for it is not to meet it.
 std::atomic<bool> sHasFaults{false};
+
+void note(const faults::Call* call, int error) {
+    const unsigned index = armed().noted++;
+    if (index < armed().notes.size()) {
+        faults::Hit& hit = armed().notes[index];
+        hit.call = call;
+        hit.error = error;
+        backtrace(hit.way.data(), static_cast<int>(hit.way.size()));
+    }
+}
 
 }  // namespace
 
@@ -40,6 +53,7 @@ int faults::errorOfNext(const char* name) {
     if (nth < state.first || nth > state.last)
         return 0;
     ++state.hits;
+    note(wanted, state.error);
     return state.error;
 }
 
@@ -71,6 +85,8 @@ const faults::Call& faults::callNamed(const std::string& name) {
 faults::Arm::Arm(const std::string& call, int error, int nth, int times)
     : mCall(call.empty() ? nullptr : &callNamed(call)), mError(error), mNth(nth), mTimes(times) {
     armed().hits = 0;
+    void* unused;
+    backtrace(&unused, 1);  // the first one loads a library
 }
 
 faults::Arm::~Arm() {
@@ -90,6 +106,13 @@ void faults::Arm::operator()() const {
 
 int faults::Arm::hits() {
     return armed().hits;
+}
+
+std::vector<faults::Hit> faults::hitsOfAll() {
+    const Armed& state = armed();
+    if (state.noted > state.notes.size())
+        throw std::length_error("more calls failed than there is room for");
+    return {state.notes.begin(), state.notes.begin() + state.noted};
 }
 
 std::string faults::errorName(int error) {

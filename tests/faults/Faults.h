@@ -8,6 +8,7 @@
 //   Threads  a fault may be met by any thread or forked child; it is armed and asked for on the test's thread.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <string>
 #include <vector>
@@ -46,6 +47,15 @@ private:
     const int mNth;
     const int mTimes;
 };
+
+/// A call that failed: the way to it, as the innermost return addresses. Kept for all the program's life, by forked
+/// children as well.
+struct Hit {
+    const Call* call;
+    int error;
+    std::array<void*, 10> way;
+};
+std::vector<Hit> hitsOfAll();
 
 /// What an operation says: "true" or "false ERROR", a number or "-1 ERROR", "set" or "null ERROR".
 std::string told(bool result);

@@ -399,6 +399,15 @@ std::vector<Row> faults::osRows() {
         {__LINE__, "VQOperatingSystemQNX", "waitpid", joinProcess, "-1 @", "3"},
         {__LINE__, "VQOperatingSystemQNX", "wait", waitForProcesses, "0 left, -1", nullptr, 1, false, {ECHILD}},
         {__LINE__, "VQOperatingSystemQNX", "wait", waitForProcessesAndTell, "-1 @", nullptr, 1, false, {ECHILD}},
+        {__LINE__,
+         "VQOperatingSystemQNX",
+         "wait",
+         waitForProcesses,
+         "",
+         "0 left, -1 | 5 process  has terminated with exit code 3",
+         1,
+         false,
+         {EINTR}},
         {__LINE__, "VQOperatingSystemQNX", "vsnprintf",
          [](const Arm& arm) {
              char buffer[8];

@@ -54,5 +54,14 @@ std::vector<Row> faults::otherRows() {
              return std::string(text.c_str());
          },
          "before"},
+        {__LINE__, "CVQOTextStream", "vsnprintf",  // into the larger block: nothing of it is text
+         [](const Arm& arm) {
+             CVQOTextStream text(10);
+             text << "before";
+             arm();
+             text.streamWrite("%0200x", 12);
+             return std::string(text.c_str());
+         },
+         "before", nullptr, 2},
     };
 }

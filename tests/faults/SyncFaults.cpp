@@ -67,6 +67,14 @@ void takeTheLongWay() {
     __nto_owner = 0;
 }
 
+/// How often this thread held `mutex`, which is free afterwards.
+int timesHeld(_sync& mutex) {
+    int times = 0;
+    while (pthread_mutex_unlock(&mutex) == 0)
+        ++times;
+    return times;
+}
+
 std::string createMutex(const Arm& arm, bool recursive) {
     _sync mutex = {};
     arm();
@@ -299,11 +307,8 @@ std::vector<Row> faults::syncRows() {
              VQMutexAccess::create(mutex, /*unlocked*/ true, /*shared*/ false, /*recursive*/ true);
              arm();
              const std::string said = told(VQSemaphoreAccess::lock(semaphore.handle, -1));
-             int held = 0;
-             while (pthread_mutex_unlock(&mutex) == 0)
-                 ++held;
              return said + ", " + std::to_string(semaphore.handle.waiters) + " waiting, held " +
-                    std::to_string(held);
+                    std::to_string(timesHeld(mutex));
          },
          "false @, 0 waiting, held 2"},
         {__LINE__, "VQSemaphoreAccessQNX", "pthread_cond_wait",
@@ -322,6 +327,28 @@ std::vector<Row> faults::syncRows() {
              return faults::errorName(error) + ", " + std::to_string(semaphore.handle.count);
          },
          "@, 2"},
+        {__LINE__, "VQSemaphoreAccessQNX", "SyncMutexUnlock_r",  // of a single attempt
+         [](const Arm& arm) {
+             Semaphore semaphore(1);
+             _sync& mutex = semaphore.handle.mutex;
+             VQMutexAccess::create(mutex, /*unlocked*/ false, /*shared*/ false, /*recursive*/ true);
+             arm();
+             const std::string said = told(VQSemaphoreAccess::lock(semaphore.handle, 0));
+             return said + ", " + std::to_string(semaphore.handle.count) + " left, held " +
+                    std::to_string(timesHeld(mutex));
+         },
+         "false @, 0 left, held 2"},
+        {__LINE__, "VQSemaphoreAccessQNX", "SyncMutexUnlock_r",  // told is the last call, which wakes
+         [](const Arm& arm) {
+             Semaphore semaphore(0);
+             semaphore.handle.waiters = 1;
+             const Holder holder(semaphore.handle.mutex, Holder::Until::WAITED_FOR);
+             arm();
+             const int error = VQSemaphoreAccess::unlock(semaphore.handle);
+             return std::to_string(error) + ", " + std::to_string(semaphore.handle.count) + ", held " +
+                    std::to_string(timesHeld(semaphore.handle.mutex));
+         },
+         "0, 1, held 1"},
         {__LINE__, "VQSemaphoreAccessQNX", "pthread_cond_signal",
          [](const Arm& arm) {
              Semaphore semaphore(0);

@@ -14,7 +14,7 @@
 
 namespace faults {
 
-/// The error that this call of `name` is to fail with; 0: it is made.
+/// The error that this call of `name` is to fail with; 0: it is made. Notes where a call that fails comes from.
 int errorOfNext(const char* name);
 
 /// The kernel does not tell the process behind a socket.
