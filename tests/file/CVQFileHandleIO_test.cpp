@@ -392,6 +392,30 @@ TEST_F(CVQFileHandleIO, SignalsNeitherEndNorTearACallWithoutTimeout) {
     }
 }
 
+TEST_F(CVQFileHandleIO, SignalsNeitherEndNorTearABlockedWriteOfMuch) {
+    Pair ends = makePipe();
+    std::vector<char> sent(1 << 20);
+    for (std::size_t i = 0; i < sent.size(); ++i)
+        sent[i] = static_cast<char>(i * 31 + i / 251);
+    std::vector<char> received;
+    std::thread reader([&] {  // slow: the pipe is full most of the time
+        std::vector<char> part(16384);
+        while (received.size() < sent.size()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            const int count = ends.reader.read(part.data(), static_cast<unsigned>(part.size()), 5000);
+            if (count <= 0)
+                break;
+            received.insert(received.end(), part.begin(), part.begin() + count);
+        }
+    });
+    {
+        const SignalStorm storm(onSignal);
+        EXPECT_TRUE(ends.writer.writeN(sent.data(), static_cast<unsigned>(sent.size()), -1));
+    }
+    reader.join();
+    EXPECT_TRUE(sent == received);
+}
+
 TEST_F(CVQFileHandleIO, SignalsThatTheThreadHasBlockedAreNoObstacle) {
     sigset_t all;
     sigset_t before;

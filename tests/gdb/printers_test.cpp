@@ -328,6 +328,13 @@ TEST_F(GdbPrinters, ShowWhoHoldsALockAndHowManyWait) {
         << mResult;
 }
 
+TEST_F(GdbPrinters, TellWhoHoldsTheMutexWithinASemaphore) {
+    expectShown("locks",
+                {{"set var counting.mHandle.mutex.__owner = 0x3FFFFFFE", nullptr},
+                 {"counting", "2 of 5 units, 0 threads waiting, its mutex held by LWP 1073741822, no thread of "
+                              "this process"}});
+}
+
 TEST_F(GdbPrinters, SurviveDamagedLocks) {
     expectShown("locks", {{"set var counting.mHandle.count = 9", nullptr},
                           {"counting", "<damaged: 9 of 5 units>"},

@@ -1,6 +1,7 @@
 // CTimerManager, CTimer, CTimerBase: pulses become calls; stale ones do not; kernel failures end the process.
 #include <CTimerManager.h>
 
+#include "host/SignalStorm.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
 #include "support/VirtualSlot.h"
@@ -180,6 +181,27 @@ TEST(CTimerManager, ARoundWithoutAPulseEndsAfterItsTimeOut) {
         EXPECT_FALSE(manager.performWork());
         EXPECT_GE(now() - begin, (timeoutMs == 0 ? 1u : 50u) * kMs);
     }
+}
+
+TEST(CTimerManager, SignalsEndRoundsEarlyAndLoseNoExpiry) {
+    CTimerManager manager(1000);
+    CCountingTimer timer(manager);
+    const auto begin = now();
+    timer.start(5, false);
+    int called = 0;
+    int idle = 0;
+    {
+        const SignalStorm storm([](int) {});
+        while (called < 10) {
+            if (manager.performWork())
+                ++called;
+            else
+                ++idle;
+        }
+    }
+    EXPECT_GE(now() - begin, 50 * kMs);
+    EXPECT_EQ(10, timer.calls);
+    EXPECT_GT(idle, 0) << "interrupted rounds";
 }
 
 TEST(CTimerManager, ANegativeTimeOutWaitsForAPulse) {

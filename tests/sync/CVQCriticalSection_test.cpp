@@ -5,15 +5,19 @@
 #include <CVQOptionalLock.h>
 
 #include "LockTesting.h"
+#include "host/SignalStorm.h"
 #include "support/ChildProcess.h"
 #include "support/SlogCapture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <optional>
 #include <string>
+#include <thread>
 #include <time.h>
 #include <type_traits>
 
@@ -83,6 +87,30 @@ TEST(CVQCriticalSection, ManyThreadsExcludeEachOther) {
     CVQCriticalSection section;
     EXPECT_EQ(kCountingThreads * kCountingRounds,
               countTogether([&](int) { section.lock(); }, [&] { section.unlock(); }));
+}
+
+TEST(CVQCriticalSection, SignalsDoNotEndAWaitForTheLock) {
+    static std::atomic<int> caught{0};
+    CVQCriticalSection section;
+    std::atomic<bool> isHeld{false};
+    std::atomic<bool> isLetGo{false};
+    std::thread holder([&] {
+        section.lock();
+        isHeld = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        isLetGo = true;
+        section.unlock();
+    });
+    while (!isHeld)
+        std::this_thread::yield();
+    {
+        const SignalStorm storm([](int) { ++caught; });
+        EXPECT_EQ(0, section.lock());
+    }
+    EXPECT_TRUE(isLetGo);
+    EXPECT_EQ(0, section.unlock());
+    EXPECT_GT(caught, 0);
+    holder.join();
 }
 
 TEST(CVQCriticalSection, OneThatIsHeldAtItsEndIsLoggedAndNothingElse) {
