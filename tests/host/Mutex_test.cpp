@@ -5,6 +5,7 @@
 
 #include "support/ChildProcess.h"
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <gtest/gtest.h>
@@ -545,15 +546,21 @@ TEST(MutexContention, SharedMutexWakesWaitersThatSeeItAtAnotherAddress) {
 template <class Body>
 bool survivesWithoutSystemCalls(Body body) {
     const auto result = support::runInChild([&body] {
-        std::thread([&body] {
+        std::atomic<pid_t> thread{0};
+        std::thread([&] {
             _sync first = {};
             pthread_mutex_lock(&first);  // the thread learns its id
             pthread_mutex_unlock(&first);
+            thread = static_cast<pid_t>(syscall(SYS_gettid));
             prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT);
             body();
             static_cast<void>(!write(STDOUT_FILENO, "done", 4));
             syscall(SYS_exit, 0);
-        }).join();
+        }).detach();
+        // A sanitizer's join would wait for an end that it is told of.
+        while (thread == 0 || syscall(SYS_tgkill, getpid(), thread.load(), 0) == 0)
+            std::this_thread::sleep_for(1ms);
+        _exit(0);
     });
     return result.out == "done";
 }
@@ -605,6 +612,9 @@ TEST_F(MutexSystemCalls, AreNotMadeByNestedLocks) {
 }
 
 TEST_F(MutexSystemCalls, AreNotMadeByAProcessWithOneThread) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer has a thread of its own, which does not end with the one that is killed";
+#endif
     const auto result = support::runInChild([] {
         _sync mutex = {};
         pthread_mutex_lock(&mutex);
