@@ -99,6 +99,11 @@ TEST(GuideSettings, NamesEveryVariableThatIsRead) {
     for (const char* const folder : {"src", "host/src", "tools", "examples"}) {
         addNamesIn(names, folder, {".cpp", ".h"}, {"getenv(\"", "", "\")"});
     }
+    addNamesIn(names, "bench", {".h", ".cpp"}, {"getenv(\"", "", "\")"});
+    addNamesIn(names, "tests/host", {".cpp"}, {"getenv(\"", "KILL_", "\")"});
+    addNamesIn(names, "tests/os", {".cpp"}, {"getenv(\"", "", "\")"});
+    addNamesIn(names, "tests/sync", {".cpp"}, {"roundsOf(\"", "", "\","});
+    addNamesIn(names, "cmake", {".cmake"}, {"$ENV{", "", "}"});
     // Names that are constants.
     addNamesIn(names, "src", {".cpp"}, {"\"", "VQ_", "\";"});
     addNamesIn(names, "host/src", {".cpp"}, {"\"", "NTO_", "\";"});

@@ -100,10 +100,10 @@ std::uintptr_t baseOfProgram() {
 }  // namespace
 
 bool faults::canTellSites() {
-#ifdef __OPTIMIZE__
-    return false;
-#else
+#ifdef MARLIX_LIBRARY_TELLS_SITES
     return true;
+#else
+    return false;
 #endif
 }
 
