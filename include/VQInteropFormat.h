@@ -6,6 +6,7 @@
 //   Formats  those of a string ("{:>20}", "{:.3}"), for numbers those of a double ("{:.2f}"). Widths count as the
 //            formatting library counts those of UTF-8 text.
 //   Errors   those of the formatting library.
+//   State    tested with {fmt}; untried with std::format, which the compilers at hand do not have.
 //   Threads  as the values.
 #pragma once
 
