@@ -20,9 +20,13 @@
 #include <memory>
 #include <pty.h>
 #include <set>
+#include <string>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -218,6 +222,64 @@ TEST_F(CVQIODeviceTest, TheDeadlineHoldsUnderAStormOfSignals) {
     EXPECT_EQ(kTimeout, device.getLastError());
     EXPECT_GE(Clock::now() - begin, milliseconds(20));
     EXPECT_LT(Clock::now() - begin, milliseconds(1500));
+}
+
+TEST_F(CVQIODeviceTest, SignalsDoNotFailAnOpenThatWaitsForTheOtherSide) {
+    const std::string path = mFolder.path() + "/fifo";
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    std::thread other([&] {
+        std::this_thread::sleep_for(milliseconds(30));
+        const int writer = open(path.c_str(), O_WRONLY);
+        EXPECT_EQ(1, write(writer, "w", 1));
+        close(writer);
+    });
+    char byte = 0;
+    {
+        const SignalStorm storm([](int) {});
+        CVQIODevice device;
+        EXPECT_TRUE(device.open(path.c_str(), CVQIODevice::ACCESS_READ));
+        EXPECT_EQ(1, device.read(&byte, 1, -1));
+    }
+    EXPECT_EQ('w', byte);
+    other.join();
+}
+
+// No command of an ordinary machine's devices waits, so signals meet devctl only where the platform is played.
+TEST_F(CVQIODeviceTest, SignalsNeitherFailNorTearABlockedWrite) {
+    const std::string path = mFolder.path() + "/fifo";
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    CVQIODevice device;
+    ASSERT_TRUE(device.open(path.c_str(), CVQIODevice::ACCESS_READ_WRITE));
+    std::vector<char> sent(1 << 18);
+    for (std::size_t i = 0; i < sent.size(); ++i)
+        sent[i] = static_cast<char>(i * 31 + i / 251);
+    std::vector<char> received;
+    std::thread slowReader([&] {
+        const int reader = open(path.c_str(), O_RDONLY);
+        std::vector<char> part(4096);
+        while (received.size() < sent.size()) {
+            std::this_thread::sleep_for(milliseconds(1));
+            const ssize_t count = read(reader, part.data(), part.size());
+            if (count <= 0)
+                break;
+            received.insert(received.end(), part.begin(), part.begin() + count);
+        }
+        close(reader);
+    });
+    {
+        const SignalStorm storm([](int) {});
+        for (std::size_t done = 0; done < sent.size();) {
+            const int timeoutMs = done < sent.size() / 2 ? -1 : 5000;
+            const int count = device.write(sent.data() + done, static_cast<int>(sent.size() - done), timeoutMs);
+            EXPECT_EQ(kSuccess, device.getLastError()) << getLastError();
+            if (count <= 0)
+                break;
+            done += static_cast<std::size_t>(count);
+        }
+    }
+    EXPECT_TRUE(device.close());  // the reader ends also when bytes are missing
+    slowReader.join();
+    EXPECT_TRUE(sent == received);
 }
 
 TEST_F(CVQIODeviceTest, InterruptedCallsAreMadeAgain) {
