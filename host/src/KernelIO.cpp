@@ -8,6 +8,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/uio.h>
@@ -81,12 +82,12 @@ ssize_t transferUntil(Deadline deadline, int descriptor, char* bytes, size_t siz
         const int error = errno;
         if (error != EAGAIN && error != EOPNOTSUPP && error != ENOSYS)
             return orDone(-1);
-        if (isNonBlocking(descriptor))
-            return addLast(callForRest());
         // Ready and still not to be had: another reader was quicker, or there is room, but not for a whole message.
         // Asking again and again would keep the processor busy until the deadline.
         if (error != EAGAIN || wasReady)
             return addLast(callUntil(deadline, callForRest));
+        if (isNonBlocking(descriptor))
+            return addLast(callForRest());
         const int ready = waitUntilReady(descriptor, Direction::kEvent, deadline);
         if (ready == 0)
             errno = ETIMEDOUT;

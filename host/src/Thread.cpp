@@ -3,6 +3,7 @@
 #include "Descriptor.h"
 #include "ErrnoKeeper.h"
 #include "Futex.h"
+#include "Interrupter.h"
 #include "ThreadState.h"
 
 #include <errno.h>
@@ -86,6 +87,7 @@ void markEnded(void* thread) {
 }
 
 [[noreturn]] void endOwnThread() {
+    deleteOwnTimer();
     if (ownThread != nullptr && !ownThread->isForeign)
         markEnded(ownThread);
     leaveProcessor();

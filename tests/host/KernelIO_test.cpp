@@ -1,5 +1,6 @@
 // Concerns: which time-outs bound a transfer, and that it consumes them; what is there, and past deadlines; devctl's
-// answers and errors on real devices; calls of any kind ended at a deadline.
+// answers and errors on real devices; calls of any kind ended at a deadline, within handlers, in children, and what their
+// timers leave.
 #include <host/KernelIO.h>
 
 #include "Interrupter.h"
@@ -8,10 +9,14 @@
 #include <climits>
 #include <devctl.h>
 #include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <pty.h>
+#include <sched.h>
+#include <string>
 #include <sys/ioctl.h>
 #include <sys/neutrino.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -96,6 +101,118 @@ TEST_F(KernelIOTest, ACallOfAnyKindEndsAtItsDeadline) {
     EXPECT_EQ(ETIMEDOUT, errno);
     ASSERT_EQ(1, write(mPipe[1], "x", 1));
     EXPECT_EQ(1, host::callUntil({INT64_MAX}, [&] { return read(mPipe[0], &mByte, 1); }));
+}
+
+uint64_t beginOfHandler = 0;
+int pipeOfHandler = -1;
+int errorInHandler = 0;
+
+void waitInHandler(int) {
+    char byte;
+    const int error = errno;
+    if (host::callUntil({beginOfHandler + 10 * kMs}, [&] { return read(pipeOfHandler, &byte, 1); }) == -1) {
+        errorInHandler = errno;
+    }
+    errno = error;
+}
+
+TEST_F(KernelIOTest, ACallWithinAHandlerLeavesTheInterruptedOneItsDeadline) {
+    block();
+    struct sigaction before;
+    struct sigaction action = {};
+    action.sa_handler = waitInHandler;
+    action.sa_flags = SA_RESTART;
+    ASSERT_EQ(0, sigaction(SIGUSR1, &action, &before));
+    pipeOfHandler = mPipe[0];
+    errorInHandler = 0;
+    const uint64_t begin = host::nowNs(CLOCK_MONOTONIC);
+    EXPECT_EQ(-1, host::callUntil({begin + 30 * kMs}, [&] {
+        beginOfHandler = host::nowNs(CLOCK_MONOTONIC);
+        raise(SIGUSR1);
+        return read(mPipe[0], &mByte, 1);
+    }));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    EXPECT_GE(host::nowNs(CLOCK_MONOTONIC) - begin, 30 * kMs);
+    EXPECT_EQ(ETIMEDOUT, errorInHandler);
+    sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST_F(KernelIOTest, NothingInterruptsWhatComesAfterACall) {
+    block();
+    for (const bool isOver : {false, true}) {
+        ASSERT_EQ(1, write(mPipe[1], "x", 1));
+        const uint64_t limit = isOver ? 0 : host::nowNs(CLOCK_MONOTONIC) + 2 * kMs;
+        EXPECT_EQ(1, host::callUntil({limit}, [&] { return read(mPipe[0], &mByte, 1); }));
+        const timespec pause = {0, 10 * kMs};
+        EXPECT_EQ(0, nanosleep(&pause, nullptr));
+    }
+}
+
+TEST_F(KernelIOTest, AForkedChildsCallsEndAtTheirDeadlines) {
+    block();
+    const auto waitABit = [&] {
+        const uint64_t deadline = host::nowNs(CLOCK_MONOTONIC) + 2 * kMs;
+        return host::callUntil({deadline}, [&] { return read(mPipe[0], &mByte, 1); }) == -1 && errno == ETIMEDOUT;
+    };
+    ASSERT_TRUE(waitABit());
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(waitABit() && waitABit() ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_TRUE(waitABit());
+}
+
+/// Timers of this process, as the kernel lists them.
+int countTimers() {
+    std::ifstream list("/proc/self/timers");
+    int count = 0;
+    for (std::string line; std::getline(list, line);) {
+        count += line.compare(0, 3, "ID:") == 0 ? 1 : 0;
+    }
+    return count;
+}
+
+/// Reads from a terminal, which takes a timer, for `waitNs`.
+struct Reader {
+    int terminal;
+    uint64_t waitNs;
+
+    static void* run(void* self) {
+        const Reader& reader = *static_cast<const Reader*>(self);
+        char byte;
+        arm(_NTO_TIMEOUT_SEND, reader.waitNs);
+        KernelIO::read(reader.terminal, &byte, 1);
+        return nullptr;
+    }
+};
+
+TEST(KernelIOThreads, LeaveNoTimersHoweverTheyEnd) {
+    if (access("/proc/self/timers", R_OK) != 0) {
+        GTEST_SKIP() << "the kernel lists no timers";
+    }
+    int master;
+    int slave;
+    ASSERT_EQ(0, openpty(&master, &slave, nullptr, nullptr, nullptr));
+    const int before = countTimers();
+    for (const uint64_t waitNs : {kMs, 100000 * kMs}) {
+        SCOPED_TRACE(waitNs);
+        Reader reader = {slave, waitNs};
+        const int thread = ThreadCreate(0, Reader::run, &reader, nullptr);
+        ASSERT_GT(thread, 0);
+        if (waitNs != kMs) {
+            while (countTimers() == before) {
+                sched_yield();
+            }
+            ASSERT_EQ(0, ThreadDestroy(thread, -1, nullptr));
+        }
+        ASSERT_EQ(EOK, ThreadJoin_r(thread, nullptr));
+        EXPECT_EQ(before, countTimers());
+    }
+    close(master);
+    close(slave);
 }
 
 TEST_F(KernelIOTest, DevctlAnswersAsTheDeviceDoes) {

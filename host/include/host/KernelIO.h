@@ -7,7 +7,7 @@
 //   Files    regular files and block devices do not wait, so no time-out ends their transfers.
 //   Done by  an attempt that cannot wait (RWF_NOWAIT), then poll. Where the kernel has no such attempt (pipes with a
 //            name, terminals, some devices, emulators) a timer sends the thread a real-time signal, SIGRTMAX - 5, at
-//            the deadline and every millisecond after that until the call is over: some 3 us for each call.
+//            the deadline and every millisecond after that until the call is over: some 1.4 us for each call.
 //   Threads  any thread.
 #pragma once
 

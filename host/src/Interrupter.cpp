@@ -1,0 +1,106 @@
+#include "Interrupter.h"
+
+#include <limits.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+namespace host {
+namespace {
+
+// Among those that an emulator passes on.
+int signalNumber() {
+    return SIGRTMAX - 5;
+}
+
+struct ThreadTimer {
+    timer_t id;
+    bool isThere;
+    Deadline set;  // what it is set to, never when it is not
+};
+
+__thread ThreadTimer own __attribute__((tls_model("initial-exec"))) = {nullptr, false, {UINT64_MAX}};
+
+// A key for what each thread has anyway, for the sake of its destructor. Made at load time, when keys are few: the first
+// ones need no memory in a thread.
+pthread_key_t endOfThread;
+
+void forgetOwnTimer() {
+    own = {nullptr, false, Deadline::never()};
+}
+
+__attribute__((constructor(101))) void prepare() {
+    pthread_key_create(&endOfThread, [](void*) { deleteOwnTimer(); });
+    pthread_atfork(nullptr, nullptr, forgetOwnTimer);  // a forked child has no timers
+}
+
+bool makeOwnTimer() {
+    // A handler that needs the timer meanwhile would make another.
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(signalNumber(), &action, nullptr);
+    struct sigevent event = {};
+    event.sigev_notify = SIGEV_THREAD_ID;
+    event.sigev_signo = signalNumber();
+    event._sigev_un._tid = gettid();
+    own.isThere = timer_create(CLOCK_MONOTONIC, &event, &own.id) == 0;
+    if (own.isThere)
+        pthread_setspecific(endOfThread, &own);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return own.isThere;
+}
+
+void setOwnTimer(Deadline deadline) {
+    own.set = deadline;
+    // Between the two lines a handler may have set the timer, and has then set it again to what it found in the first.
+    struct itimerspec times = {};
+    if (!deadline.isNever()) {
+        const uint64_t ns = deadline.isImmediate() ? 1 : deadline.ns;  // 0 would stop the timer
+        const uint64_t seconds = ns / kNsPerSecond;
+        times.it_value.tv_sec = static_cast<time_t>(seconds < LONG_MAX ? seconds : LONG_MAX);
+        times.it_value.tv_nsec = static_cast<long>(ns % kNsPerSecond);
+        times.it_interval.tv_nsec = 1000000;
+    }
+    timer_settime(own.id, TIMER_ABSTIME, &times, nullptr);
+}
+
+sigset_t ownSignal() {
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, signalNumber());
+    return one;
+}
+
+}  // namespace
+
+Interrupter::Interrupter(Deadline deadline) : mHasTimer(own.isThere || makeOwnTimer()), mOuter(own.set) {
+    const sigset_t unblocked = ownSignal();
+    sigset_t before;
+    pthread_sigmask(SIG_UNBLOCK, &unblocked, &before);
+    mWasBlocked = sigismember(&before, signalNumber()) == 1;
+    if (mHasTimer)
+        setOwnTimer(deadline);
+}
+
+Interrupter::~Interrupter() {
+    const ErrnoKeeper keeper;
+    if (mHasTimer)
+        setOwnTimer(mOuter);
+    if (mWasBlocked) {
+        const sigset_t blocked = ownSignal();
+        pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+    }
+}
+
+void deleteOwnTimer() {
+    if (!own.isThere)
+        return;
+    const timer_t timer = own.id;
+    forgetOwnTimer();
+    timer_delete(timer);
+}
+
+}  // namespace host
