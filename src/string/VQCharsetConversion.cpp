@@ -121,6 +121,54 @@ std::size_t asciiIn(std::uint64_t word) {
     return marks == 0 ? kWord : static_cast<std::size_t>(__builtin_ctzll(marks)) / 8;
 }
 
+/// The bytes in which one of the library's own tables may differ from ISO 8859-1, in which none does.
+VQUtf16::SOtherBytes othersOf(const SVQConvTable& table) {
+    constexpr std::size_t kLast = sizeof kDifferences15 / sizeof *kDifferences15 - 1;
+    return &table == &sConvTable8859_15 ? VQUtf16::SOtherBytes{kDifferences15[0].byte, kDifferences15[kLast].byte}
+                                        : VQUtf16::SOtherBytes{0, 0};
+}
+
+/// What is left of the bytes, and where the text is that they become.
+struct SConversion {
+    const char* bytes;
+    std::size_t count;
+    char* out;
+    std::size_t characters = 0;
+
+    /// Of bytes that have been written.
+    void pass(std::size_t converted) {
+        bytes += converted;
+        count -= converted;
+        characters += converted;
+    }
+    void byEntries(const SVQConvTable& table, std::size_t most) {
+        const bool asciiStays = isOwn(&table);
+        for (const std::size_t left = count - most; count > left;) {
+            if (asciiStays && count >= left + kWord) {
+                // What is behind the ASCII is written as well, and overwritten in the next round.
+                std::memcpy(out, bytes, kWord);
+                const std::size_t ascii = asciiIn(VQUtf8::loadWord(bytes));
+                out += ascii;
+                pass(ascii);
+                if (ascii == kWord) {
+                    continue;
+                }
+            }
+            const SVQConvTable::SEntry& entry = table.mEntries[VQUtf8::asByte(*bytes)];
+            ++bytes;
+            --count;
+            // Kept: charset-zero-bytes. Fixed-size fields arrive with zero bytes behind their text.
+            if (entry.mBytes[0] != 0 && entry.mByteCount != 0) {
+                // The whole form, whatever its length: a block has room for that behind its capacity.
+                static_assert(CVQStringWriter::kSpare >= sizeof entry.mBytes - 1);
+                std::memcpy(out, entry.mBytes, sizeof entry.mBytes);
+                out += lengthOf(entry);
+                ++characters;
+            }
+        }
+    }
+};
+
 /// The entry of this table for one byte that has several: the place of a character of two bytes, or null.
 const SVQReverseConvTable::SEntry* findOfTwo(const SVQReverseConvTable& table, unsigned first, unsigned second) {
     const auto keyOf = [](const SVQReverseConvTable::SEntry& entry) {
@@ -180,36 +228,19 @@ CVQString convertStringToUTF8(const SVQConvTable* table, const char* bytes, std:
         return text;
     }
 
-    const bool asciiStays = isOwn(table);
-    std::size_t characters = 0;
     CVQStringWriter writer(text);
-    char* out = writer.text();
-    while (count > 0) {
-        if (asciiStays && count >= kWord) {
-            // What is behind the ASCII is written as well, and overwritten in the next round.
-            std::memcpy(out, bytes, kWord);
-            const std::size_t ascii = asciiIn(VQUtf8::loadWord(bytes));
-            out += ascii;
-            bytes += ascii;
-            count -= ascii;
-            characters += ascii;
-            if (ascii == kWord) {
-                continue;
-            }
-        }
-        const SVQConvTable::SEntry& entry = table->mEntries[VQUtf8::asByte(*bytes)];
-        ++bytes;
-        --count;
-        // Kept: charset-zero-bytes. Fixed-size fields arrive with zero bytes behind their text.
-        if (entry.mBytes[0] != 0 && entry.mByteCount != 0) {
-            // The whole form, whatever its length: a block has room for that behind its capacity.
-            static_assert(CVQStringWriter::kSpare >= sizeof entry.mBytes - 1);
-            std::memcpy(out, entry.mBytes, sizeof entry.mBytes);
-            out += lengthOf(entry);
-            ++characters;
+    SConversion conversion{bytes, count, writer.text()};
+    const VQUtf16::LatinSteps bySteps = isOwn(table) ? VQUtf16::latinSteps() : nullptr;
+    if (bySteps != nullptr) {
+        const char* const end = writer.text() + capacity;
+        const VQUtf16::SOtherBytes others = othersOf(*table);
+        while (conversion.count >= VQUtf16::kLatinStep) {
+            conversion.pass(bySteps(conversion.bytes, conversion.count, conversion.out, end, others));
+            conversion.byEntries(*table, smaller(conversion.count, VQUtf16::kLatinStep));
         }
     }
-    writer.setLengths(static_cast<std::size_t>(out - writer.text()), characters);
+    conversion.byEntries(*table, conversion.count);
+    writer.setLengths(static_cast<std::size_t>(conversion.out - writer.text()), conversion.characters);
     return text;
 }
 

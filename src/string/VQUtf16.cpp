@@ -47,4 +47,8 @@ void toUtf8(const unsigned short* units, std::size_t count, char* out, std::size
     passes().toUtf8(units, count, out, bytes);
 }
 
+LatinSteps latinSteps() {
+    return passes().latinSteps;
+}
+
 }  // namespace VQUtf16

@@ -30,6 +30,9 @@ inline __m128i load(const void* from) {
 inline void store(void* to, __m128i x) {
     _mm_storeu_si128(static_cast<__m128i*>(to), x);
 }
+inline void store(void* to, __m256i x) {
+    _mm256_storeu_si256(static_cast<__m256i*>(to), x);
+}
 
 constexpr SShuffle nothing() {
     SShuffle shuffle{};
@@ -375,9 +378,7 @@ inline void toPlain(const unsigned short*& units, std::size_t& count, char*& out
         if (SVector32::marks(SVector32::outsideAscii(narrow)) != 0) {
             break;
         }
-        const __m256i inOrder = _mm256_permute4x64_epi64(narrow, 0xD8);
-        store(out, _mm256_castsi256_si128(inOrder));
-        store(out + sizeof(__m128i), _mm256_extracti128_si256(inOrder, 1));
+        store(out, _mm256_permute4x64_epi64(narrow, 0xD8));
     }
 }
 
@@ -393,8 +394,56 @@ void toUtf8AVX2(const unsigned short* units, std::size_t count, char* out, std::
     toUtf8<SVector16>(units, count, out, toSize(outEnd - out));
 }
 
+// ---- from ISO 8859-1
+
+static_assert(kLatinStep == sizeof(__m128i) && kLatinStep * 2 == kStepRoom);
+
+std::size_t latinStepsAVX2(const char* const bytes, std::size_t count, char*& out, const char* outEnd,
+                           SOtherBytes others) {
+    const __m128i first = _mm_set1_epi8(static_cast<char>(others.first));
+    const __m128i span = _mm_set1_epi8(static_cast<char>(others.last - others.first));
+    const auto areOthers = [&](__m128i x) {
+        const __m128i beyond = _mm_sub_epi8(x, first);
+        return _mm_or_si128(_mm_cmpeq_epi8(x, _mm_setzero_si128()),
+                            _mm_cmpeq_epi8(_mm_min_epu8(beyond, span), beyond));
+    };
+    char* to = out;  // not in the caller's, which each store might change
+    std::size_t at = 0;
+    const auto hasRoomFor = [&](std::size_t step, std::size_t room) {
+        return count - at >= step && toSize(outEnd - to) >= room;
+    };
+    const auto end = [&] {
+        out = to;
+        return at;
+    };
+    while (hasRoomFor(kLatinStep, kStepRoom)) {
+        if (hasRoomFor(kPlainStep, kPlainStep)) {
+            const auto a = SVector32::load(bytes + at);
+            const auto b = SVector32::load(bytes + at + SVector32::kBytes);
+            if (SVector32::marks(SVector32::outsideAscii(_mm256_min_epi8(a, b))) == 0) {
+                store(to, a);
+                store(to + SVector32::kBytes, b);
+                to += kPlainStep;
+                at += kPlainStep;
+                continue;
+            }
+        }
+        // As many again, since text that is not plain once is likely not to be so the next time.
+        for (std::size_t i = 0; i < kPlainStep / kLatinStep && hasRoomFor(kLatinStep, kStepRoom); ++i) {
+            const __m128i x = load(bytes + at);
+            if (_mm_movemask_epi8(areOthers(x)) != 0) {
+                return end();
+            }
+            to = toUpToTwo(_mm256_cvtepu8_epi16(x), to);
+            at += kLatinStep;
+        }
+    }
+    return end();
+}
+
 }  // namespace
 
-constexpr SPasses kPassesAVX2{&measure<SVector32>, &fromUtf8AVX2, &measureUtf8<SVector32>, &toUtf8AVX2};
+constexpr SPasses kPassesAVX2{&measure<SVector32>, &fromUtf8AVX2, &measureUtf8<SVector32>, &toUtf8AVX2,
+                              &latinStepsAVX2};
 
 }  // namespace VQUtf16

@@ -13,6 +13,7 @@ struct SPasses {
     void (*fromUtf8)(const char* text, std::size_t bytes, unsigned short* out, std::size_t units);
     SUtf8Extent (*measureUtf8)(const unsigned short* units, std::size_t count);
     void (*toUtf8)(const unsigned short* units, std::size_t count, char* out, std::size_t bytes);
+    LatinSteps latinSteps;
 };
 
 namespace {
@@ -230,10 +231,13 @@ inline void count(const unsigned short* units, SUtf8Extent& extent) {
 template <class V>
 SUtf8Extent measureUtf8(const unsigned short* units, std::size_t left) {
     SUtf8Extent extent{0, 0};
-    for (; left > V::kBytes && V::arePlain(units); units += V::kBytes, left -= V::kBytes) {
+    for (; left >= V::kBytes && V::arePlain(units); units += V::kBytes, left -= V::kBytes) {
         extent.bytes += V::kBytes;
     }
     extent.characters = extent.bytes;
+    if (left == 0) {
+        return extent;
+    }
     while (left > V::kBytes) {
         std::size_t step = V::kBytes;
         if (const std::size_t wide = V::countWide(units); wide <= step) {
@@ -303,7 +307,7 @@ void toUtf8(const unsigned short* units, std::size_t count, char* out, std::size
 }
 
 template <class V>
-constexpr SPasses kPassesOver{&measure<V>, &fromUtf8<V>, &measureUtf8<V>, &toUtf8<V>};
+constexpr SPasses kPassesOver{&measure<V>, &fromUtf8<V>, &measureUtf8<V>, &toUtf8<V>, nullptr};
 
 }  // namespace
 }  // namespace VQUtf16

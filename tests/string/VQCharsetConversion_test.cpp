@@ -6,11 +6,13 @@
 
 #include <VQCharsetConversion.h>
 
+#include <array>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
+#include <random>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -188,6 +190,27 @@ TEST(VQCharsetConversion, MakesAStringOfEveryByteInExactlyTheCapacityOfItsForms)
             ASSERT_EQ(expected.characters, text.getCharacterCount());
             ASSERT_EQ(capacity, text.getCapacity());
             ASSERT_EQ('\0', text.c_str()[text.getByteLength()]);
+        }
+}
+
+TEST(VQCharsetConversion, MakesAStringOfLongTextsOfEveryKind) {
+    std::mt19937 random{20110614};
+    const auto below = [&](unsigned bound) { return static_cast<unsigned>(random() % bound); };
+    for (const Part part : {kPart1, kPart15})
+        for (int round = 0; round < 2000; ++round) {
+            std::string bytes;
+            while (bytes.size() < 400) {
+                const unsigned lowest = std::array<unsigned, 4>{1, 0xC0, 0xA0, 0}[below(4)];
+                const unsigned bound = lowest == 1 ? 0x7F : 256 - lowest;
+                for (unsigned run = below(lowest == 1 ? 100 : 20); run > 0; --run)
+                    bytes += plain::byteOf(lowest + below(bound));
+            }
+            std::size_t capacity = 0;
+            const plain::Text expected = plain::from8859(part, bytes, capacity);
+            const CVQString text = from8859(part, bytes);
+            ASSERT_EQ(expected.bytes, bytesOf(text));
+            ASSERT_EQ(expected.characters, text.getCharacterCount());
+            ASSERT_EQ(capacity, text.getCapacity());
         }
 }
 

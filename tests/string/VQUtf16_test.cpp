@@ -10,6 +10,7 @@
 #include "string/VQUtf16AVX2.h"
 #endif
 
+#include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
@@ -254,6 +255,48 @@ TEST_P(VQUtf16Passes, TellRandomAndMutatedBytes) {
         for (std::size_t mutations = below(3); mutations > 0 && !made.empty(); --mutations)
             made[below(made.size())] = static_cast<char>(random());
         ASSERT_NO_FATAL_FAILURE(expectUnits(made));
+    }
+}
+
+TEST_P(VQUtf16Passes, ConvertLatinUpToAStepThatIsNotPureOrHasNoRoom) {
+    if (passes().latinSteps == nullptr)
+        GTEST_SKIP() << "made byte by byte here";
+    constexpr std::size_t kStep = VQUtf16::kLatinStep;
+    for (int round = 0; round < 20000; ++round) {
+        const std::size_t first = 0x80 + below(0x80);
+        const auto others = round % 2 == 0
+                                ? VQUtf16::SOtherBytes{0, 0}
+                                : VQUtf16::SOtherBytes{static_cast<unsigned char>(first),
+                                                       static_cast<unsigned char>(first + below(256 - first))};
+        const auto isPure = [&](unsigned byte) { return byte != 0 && (byte < others.first || byte > others.last); };
+        const std::size_t count = below(200);
+        const std::unique_ptr<char[]> block(new char[count + 1]);
+        for (std::size_t i = 0; i < count; ++i) {
+            // Mostly ASCII, or mostly not; seldom what ends a run.
+            unsigned byte = static_cast<unsigned>(below(4) < first % 4 ? below(128) : below(256));
+            for (int tries = 0; tries < 2 && !isPure(byte); ++tries)
+                byte = static_cast<unsigned>(below(256));
+            block[i] = plain::byteOf(byte);
+        }
+        const std::size_t room = below(2) == 0 ? 2 * count : below(2 * count + 1);
+        const std::unique_ptr<char[]> text(new char[room + 1]);
+        text[room] = '#';
+        char* out = text.get();
+        const std::size_t passed = passes().latinSteps(block.get(), count, out, text.get() + room, others);
+
+        ASSERT_EQ(0u, passed % kStep);
+        ASSERT_LE(passed, count);
+        std::string expected;
+        for (std::size_t i = 0; i < passed; ++i) {
+            ASSERT_TRUE(isPure(VQUtf16::asByte(block[i])));
+            expected += plain::utf8Of(VQUtf16::asByte(block[i]));
+        }
+        ASSERT_EQ(expected, std::string(text.get(), out));
+        ASSERT_EQ('#', text[room]);
+        const bool isStopped = count - passed < kStep || room - expected.size() < 2 * kStep ||
+                               !std::all_of(block.get() + passed, block.get() + passed + kStep,
+                                            [&](char byte) { return isPure(VQUtf16::asByte(byte)); });
+        ASSERT_TRUE(isStopped) << passed << " of " << count;
     }
 }
 
