@@ -107,6 +107,13 @@ void putBack(Channel* channel) {
     spareChannels = channel;
 }
 
+/// True when a receiver still copies; it then finds that the message is over.
+bool isStillLent(LocalSender* lender) {
+    return (__atomic_load_n(&lender->word, __ATOMIC_RELAXED) & LocalSender::LENT) != 0 &&
+           (__atomic_fetch_or(&lender->word, unsigned(LocalSender::OVER), __ATOMIC_ACQ_REL) & LocalSender::LENT) !=
+               0;
+}
+
 }  // namespace
 
 void ChannelGuard::lock() {
@@ -386,6 +393,8 @@ Waker endUse(Message* message) {
         dropMessage(message);
         return waker;
     }
+    if (isStillLent(sender))
+        return kNobody;
     sender->status = message->status;
     sender->error = message->error;
     dropMessage(message);

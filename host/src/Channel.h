@@ -81,7 +81,7 @@ struct LookingReceiver {
     ProcessorHint processor;
     // When handed:
     int id;
-    struct Message* message;  // to be copied and then released, or null when its bytes are here
+    struct LocalSender* lender;  // whose bytes are to be copied, or null when they are here
     _msg_info info;
     char bytes[kBytes];
 };
@@ -121,7 +121,8 @@ struct Channel {
 
 /// A sender of this process, on its stack while it waits.
 struct LocalSender {
-    enum : unsigned { QUEUED = 0, RECEIVED = 1, DONE = 2, ASLEEP = 4 };
+    // LENT: a receiver copies what was sent, without the lock. OVER: meanwhile the message is, and it ends the wait.
+    enum : unsigned { QUEUED = 0, RECEIVED = 1, DONE = 2, ASLEEP = 4, LENT = 8, OVER = 16 };
     unsigned word;        // what it sleeps on: bits of these
     bool isNoticeWanted;  // to be woken when its message is received
     bool isReleased;      // DONE follows as soon as the lock is given up

@@ -50,7 +50,7 @@ bool leave(LocalSender& sender, int error) {
 
 /// Waits until the sender's word says that it is done. `receiver` is where the last message was taken.
 void waitForReply(LocalSender& sender, ArmedTimeout timeout, ProcessorHint receiver) {
-    if (sendersSpinner.isPromising(receiver))
+    if (isElsewhere(receiver) && sendersSpinner.isPromising())
         sendersSpinner.look(timeout.in(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY), [&] { return isDone(sender); });
     for (bool mayLeave = true;;) {
         unsigned state = __atomic_load_n(&sender.word, __ATOMIC_ACQUIRE);
@@ -88,26 +88,27 @@ void update(Channel* channel) {
 }
 
 /// Gives the message to the receiver that looks for one, as it would take it from the queue itself. A short one comes
-/// with its bytes, so that the receiver needs the lock no more. False when there is none, or when another waits.
+/// with its bytes, those of a longer one are lent, so that the receiver needs the lock no more. False when there is
+/// none, or when another message waits.
 bool handOver(Channel* channel, Message* message) {
     LookingReceiver* const receiver = channel->looking;
     if (receiver == nullptr || !receiver->takesMessages || channel->waiting != 0)
         return false;
     LocalSender* const sender = message->sender;
     message->state = Message::State::RECEIVED;
-    sender->word = LocalSender::RECEIVED;
     channel->receiver = receiver->processor;
     receiver->id = receiveIdOf(message);
     receiver->info = message->info;
     if (sender->request.length <= LookingReceiver::kBytes) {
         const iovec bytes = {receiver->bytes, LookingReceiver::kBytes};
         copyParts({&bytes, 1, bytes.iov_len}, 0, sender->request, 0);
-        receiver->message = nullptr;
-        --channel->references;  // the receiver's; the message has its own
+        sender->word = LocalSender::RECEIVED;
+        receiver->lender = nullptr;
     } else {
-        ++message->users;
-        receiver->message = message;
+        sender->word = LocalSender::RECEIVED | LocalSender::LENT;
+        receiver->lender = sender;
     }
+    --channel->references;  // the receiver's; the message has its own
     callLooking(channel, LookingReceiver::HANDED);
     return true;
 }
@@ -292,7 +293,13 @@ bool isInside(const Channel* channel) {
     return channel->links == nullptr;
 }
 
-/// Looks inside. A message that was handed over gives its receive id, without the lock if it was a short one; else 0.
+/// The caller has copied what was lent, and holds no lock. False when the message is over: the caller ends the loan.
+bool giveBack(LocalSender* lender) {
+    const unsigned before = __atomic_fetch_and(&lender->word, ~unsigned(LocalSender::LENT), __ATOMIC_ACQ_REL);
+    return (before & LocalSender::OVER) == 0;
+}
+
+/// Looks inside. A message that was handed over gives its receive id, without the lock; else 0.
 int lookInside(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_info* info, bool pulsesOnly,
                Deadline deadline) {
     LookingReceiver self;
@@ -310,13 +317,16 @@ int lookInside(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_in
             return 0;
         guard.unlock();
     }
-    if (self.message != nullptr) {
-        const size_t copied = readRequest(self.message, nullptr, into, 0);
-        guard.lock();
-        return endDelivery(self.message, copied, info);
-    }
     const iovec bytes = {self.bytes, static_cast<size_t>(self.info.srcmsglen)};
-    self.info.msglen = static_cast<int32_t>(copyParts(into, 0, {&bytes, 1, bytes.iov_len}, 0));
+    const Parts sent = self.lender != nullptr ? self.lender->request : Parts{&bytes, 1, bytes.iov_len};
+    self.info.msglen = static_cast<int32_t>(copyParts(into, 0, sent, 0));
+    if (self.lender != nullptr && !giveBack(self.lender)) {
+        guard.lock();
+        ++channel->references;  // the receiver's again, as long as the message still has its own
+        ++self.lender->message->users;
+        endUse(self.lender->message).wake();
+        return 0;
+    }
     if (info != nullptr)
         *info = self.info;
     return self.id;
@@ -340,7 +350,8 @@ void lookOutside(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadlin
 
 /// Promising, and nobody else does.
 bool isWorthLooking(const Channel* channel) {
-    return channel->looking == nullptr && !channel->isSpunAt && receiversSpinner.isPromising(channel->sender);
+    return channel->looking == nullptr && !channel->isSpunAt && isElsewhere(channel->sender) &&
+           receiversSpinner.isPromising();
 }
 
 /// Looks for an arrival for a while. The result is that of lookInside().

@@ -66,7 +66,7 @@ void freeLane(OutLink* link, unsigned lane) {
 int waitForReply(OutLink* link, unsigned lane, uint32_t turn, const ArmedTimeout& timeout) {
     Lane& shared = link->page->lanes[lane];
     bool isInterrupted = false;
-    if (spinner.isPromising(load(link->receiver)))
+    if (isElsewhere(load(link->receiver)) && spinner.isPromising())
         spinner.look(timeout.in(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY),
                      [&] { return (load(shared.word) & kLaneState) >= LANE_REPLIED || load(link->isDead); });
     for (bool isReleaseAsked = false;;) {

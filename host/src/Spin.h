@@ -32,10 +32,8 @@ inline bool isElsewhere(ProcessorHint peer) {
 /// little, and one that becomes quick is noticed after 63 waits.
 class Spinner {
 public:
-    /// Once for each wait: is it worth a look?
-    bool isPromising(ProcessorHint peer) {
-        if (!isElsewhere(peer))
-            return false;
+    /// Once for each wait for a peer that is elsewhere: is it worth a look?
+    bool isPromising() {
         if (mRest == 0)
             return true;
         --mRest;

@@ -1,6 +1,7 @@
 // Concerns: bytes and lengths, parts, status and errors, receive ids, the order of messages and pulses, time-outs in
 // each state, giving up, channels and connections that go, many threads, children.
 #include "MessageTesting.h"
+#include "OnProcessor.h"
 
 #include "support/ChildProcess.h"
 
@@ -12,7 +13,7 @@
 #include <mutex>
 #include <pthread.h>
 #include <random>
-#include <sched.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
@@ -125,19 +126,6 @@ TEST(Message, GathersAndScattersAnySplitIntoParts) {
     }
 }
 
-/// Keeps the calling thread on the `which`th of the processors that it may use, where there are so many.
-void stayOnProcessor(int which) {
-    cpu_set_t allowed;
-    ASSERT_EQ(0, sched_getaffinity(0, sizeof allowed, &allowed));
-    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
-        if (CPU_ISSET(cpu, &allowed) && which-- == 0) {
-            cpu_set_t one;
-            CPU_ZERO(&one);
-            CPU_SET(cpu, &one);
-            ASSERT_EQ(0, sched_setaffinity(0, sizeof one, &one));
-        }
-}
-
 // A receiver on another processor looks for its message, and may get it from the sender's hand; a late one finds it in
 // the queue. Nobody sees a difference.
 TEST(Message, IsTheSameFromTheSendersHandAndFromTheQueue) {
@@ -148,7 +136,7 @@ TEST(Message, IsTheSameFromTheSendersHandAndFromTheQueue) {
     const auto byteOf = [](int round, std::size_t i) { return static_cast<char>(round * 31 + int(i) * 7 + 1); };
     const auto lengthOf = [&](int round) { return lengths[static_cast<std::size_t>(round) % lengths.size()]; };
     std::thread server([&] {
-        stayOnProcessor(1);
+        const OnProcessor here(1);
         for (int round = 0; round < kRounds; ++round) {
             const std::size_t sent = lengthOf(round), room = lengthOf(round / 9), first = room / 3;
             std::vector<char> buffer(room + 1, '-');
@@ -180,7 +168,7 @@ TEST(Message, IsTheSameFromTheSendersHandAndFromTheQueue) {
         }
     });
     std::thread client([&] {
-        stayOnProcessor(0);
+        const OnProcessor here(0);
         clientTid = gettid();
         for (int round = 0; round < kRounds; ++round) {
             std::vector<char> request(lengthOf(round));
@@ -406,6 +394,79 @@ TEST(Message, HasOneOutcomeWhenItsTimeoutRacesItsReply) {
     stop = true;
     server.join();
     EXPECT_EQ(kTimedOut, receiveNow(own.chid));
+}
+
+/// Memory whose second half halts whoever touches it, until it is opened.
+class HaltingMemory {
+public:
+    static constexpr std::size_t kHalf = 1 << 16;
+
+    HaltingMemory() {
+        mapped = static_cast<char*>(
+            mmap(nullptr, 2 * kHalf, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        mprotect(mapped + kHalf, kHalf, PROT_NONE);
+        isTouched = isOpen = false;
+        struct sigaction halt = {};
+        halt.sa_handler = [](int) {
+            isTouched = true;
+            while (!isOpen) {
+            }
+        };
+        sigaction(SIGSEGV, &halt, &mBefore);
+    }
+    ~HaltingMemory() {
+        sigaction(SIGSEGV, &mBefore, nullptr);
+        munmap(mapped, 2 * kHalf);
+    }
+    HaltingMemory(const HaltingMemory&) = delete;
+    HaltingMemory& operator=(const HaltingMemory&) = delete;
+
+    void open() {
+        mprotect(mapped + kHalf, kHalf, PROT_READ | PROT_WRITE);
+        isOpen = true;
+    }
+
+    char* mapped;
+    static inline std::atomic<bool> isTouched, isOpen;
+
+private:
+    struct sigaction mBefore;
+};
+
+// The sender's time is over while a receiver, which looked for the message or found it in the queue, copies from it.
+TEST(Message, IsNotTakenFromAReceiverThatCopiesIt) {
+    OwnChannel own;
+    for (int round = 0; round < 6; ++round) {
+        HaltingMemory memory;
+        std::thread server([&] {
+            const OnProcessor here(1);
+            for (int warmUp = 0; warmUp < 200; ++warmUp)
+                ASSERT_EQ(0, MsgReply(receiveSoon(own.chid), 0, nullptr, 0));
+            if (round % 2 == 1)
+                std::this_thread::sleep_for(2ms);
+            armFor(_NTO_TIMEOUT_RECEIVE, 100 * kMs);
+            EXPECT_EQ(kTimedOut, outcomeOf([&] {
+                          return MsgReceive(own.chid, memory.mapped, 2 * HaltingMemory::kHalf, nullptr);
+                      }));
+        });
+        std::thread client([&] {
+            const OnProcessor here(0);
+            for (int warmUp = 0; warmUp < 200; ++warmUp)
+                ASSERT_EQ(0, MsgSend(own.coid, nullptr, 0, nullptr, 0));
+            const std::string sent(2 * HaltingMemory::kHalf, 'x');
+            std::string reply;
+            armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, 20 * kMs);
+            EXPECT_EQ(kTimedOut, sendText(own.coid, sent, reply));
+            EXPECT_TRUE(HaltingMemory::isOpen) << "the receiver still copied";
+        });
+        while (!HaltingMemory::isTouched)
+            std::this_thread::sleep_for(1ms);
+        std::this_thread::sleep_for(40ms);
+        memory.open();
+        client.join();
+        server.join();
+        EXPECT_EQ('x', memory.mapped[2 * HaltingMemory::kHalf - 1]);
+    }
 }
 
 // ---- order
