@@ -1,6 +1,7 @@
 #include <pthread.h>
 
 #include "Look.h"
+#include "Spin.h"
 #include "ThreadState.h"
 
 #include <errno.h>
@@ -9,6 +10,10 @@
 // A waiter remembers the number of the last signal while it still holds the mutex, and sleeps only while that is
 // the last one: no signal that it could know of by what the mutex guards is lost. It counts itself in before it
 // gives the mutex up, and out, as the last thing that it does to the condition, before it takes the mutex again.
+//
+// A waiter whose signaller seems to run on another processor looks for the signal for a moment before it sleeps. Only
+// the first one does: one signal is not to call many. While it is the only one, and of the signaller's own process, a
+// signal costs no system call.
 
 namespace host {
 namespace {
@@ -20,14 +25,47 @@ unsigned* signalsOf(_sync* condition) {
 
 constexpr unsigned kShared = __NTO_SYNC_SHARED;
 constexpr unsigned kMonotonic = 0x40000000;
-constexpr unsigned kWaiters = 0x0FFFFFFF;  // how many threads are in a wait
+constexpr unsigned kLooks = 0x20000000;       // a waiter that does not sleep, and needs no wake-up
+constexpr unsigned kLastUser = 0x1F000000;    // the processor of who waited or signalled last,
+constexpr unsigned kUserBefore = 0x00F80000;  // and the last other one before; 0 is none
+constexpr unsigned kWaiters = 0x0007FFFF;     // how many threads are in a wait
 
-unsigned loadAttributes(const _sync* condition) {
+constexpr unsigned unitOf(unsigned field) {
+    return field & -field;
+}
+
+__thread Spinner spinner __attribute__((tls_model("initial-exec")));
+
+unsigned loadState(const _sync* condition) {
     return __atomic_load_n(&condition->__count, __ATOMIC_SEQ_CST);
 }
 
-Sharing sharingOf(unsigned attributes) {
-    return (attributes & kShared) != 0 ? Sharing::SHARED : Sharing::PRIVATE;
+bool changeState(_sync* condition, unsigned& expected, unsigned desired) {
+    return __atomic_compare_exchange_n(&condition->__count, &expected, desired, /*weak*/ false, __ATOMIC_SEQ_CST,
+                                       __ATOMIC_SEQ_CST);
+}
+
+Sharing sharingOf(unsigned state) {
+    return (state & kShared) != 0 ? Sharing::SHARED : Sharing::PRIVATE;
+}
+
+/// The calling thread's processor. From the 32nd on, they share a number with others, and nobody looks for those.
+unsigned here() {
+    return thisProcessor() % 31 + 1;
+}
+
+unsigned lastUser(unsigned state) {
+    return (state & kLastUser) / unitOf(kLastUser);
+}
+
+unsigned otherUser(unsigned state, unsigned user) {
+    return lastUser(state) != user ? lastUser(state) : (state & kUserBefore) / unitOf(kUserBefore);
+}
+
+unsigned usedBy(unsigned user, unsigned state) {
+    if (lastUser(state) == user)
+        return state;
+    return (state & ~(kLastUser | kUserBefore)) | user * unitOf(kLastUser) | lastUser(state) * unitOf(kUserBefore);
 }
 
 bool isLast(_sync* condition, unsigned signal) {
@@ -35,7 +73,8 @@ bool isLast(_sync* condition, unsigned signal) {
 }
 
 /// Sleeps until there is a signal after `last`. 0 or ETIMEDOUT.
-int sleepUntilSignal(_sync* condition, Sharing sharing, unsigned last, Deadline deadline) {
+int sleepUntilSignal(_sync* condition, unsigned last, Deadline deadline) {
+    const Sharing sharing = sharingOf(loadState(condition));
     for (;;) {
         const Deadline wakeUp = nextLook(deadline, sharing);
         switch (futexWait(signalsOf(condition), last, sharing, wakeUp)) {
@@ -50,12 +89,38 @@ int sleepUntilSignal(_sync* condition, Sharing sharing, unsigned last, Deadline 
     }
 }
 
+/// Counts the caller in. What it is in the count word: 1, with kLooks if a look for the signal is worth it.
+unsigned enter(_sync* condition) {
+    const unsigned user = here();
+    unsigned state = loadState(condition);
+    const bool isWorthALook = (state & kLooks) == 0 && otherUser(state, user) != 0 && spinner.isPromising();
+    unsigned mine;
+    do
+        mine = isWorthALook && (state & kLooks) == 0 ? kLooks + 1 : 1;
+    while (!changeState(condition, state, usedBy(user, state) + mine));
+    return mine;
+}
+
+/// True when the signal after `last` came while the caller looked for it. Who looked in vain is about to sleep, and
+/// others look again when the condition has been used elsewhere.
+bool looksAndSees(_sync* condition, unsigned& mine, unsigned last, Deadline deadline) {
+    if ((mine & kLooks) == 0)
+        return false;
+    if (spinner.look(deadline, [&] { return !isLast(condition, last); }))
+        return true;
+    __atomic_fetch_and(&condition->__count, ~(kLooks | kUserBefore), __ATOMIC_SEQ_CST);
+    mine = 1;
+    return false;
+}
+
 int wait(_sync* condition, _sync* mutex, Deadline deadline) {
     const unsigned last = __atomic_load_n(signalsOf(condition), __ATOMIC_ACQUIRE);
-    const unsigned attributes = __atomic_fetch_add(&condition->__count, 1u, __ATOMIC_SEQ_CST);
+    unsigned mine = enter(condition);
     const int refused = pthread_mutex_unlock(mutex);
-    const int result = refused != 0 ? refused : sleepUntilSignal(condition, sharingOf(attributes), last, deadline);
-    __atomic_fetch_sub(&condition->__count, 1u, __ATOMIC_RELEASE);
+    int result = refused;
+    if (refused == 0 && !looksAndSees(condition, mine, last, deadline))
+        result = sleepUntilSignal(condition, last, deadline);
+    __atomic_fetch_sub(&condition->__count, mine, __ATOMIC_RELEASE);
     // The time-out was for the condition. Only one that a signal handler armed meanwhile can refuse the mutex.
     while (refused == 0 && pthread_mutex_lock(mutex) == ETIMEDOUT) {
     }
@@ -65,9 +130,16 @@ int wait(_sync* condition, _sync* mutex, Deadline deadline) {
 int signal(_sync* condition, int waiters) {
     dropTimeout();
     __atomic_fetch_add(signalsOf(condition), 1u, __ATOMIC_SEQ_CST);
-    const unsigned attributes = loadAttributes(condition);
-    if ((attributes & kWaiters) != 0)
-        futexWake(signalsOf(condition), waiters, sharingOf(attributes));
+    unsigned state = loadState(condition);
+    if ((state & kWaiters) == 0)
+        return 0;
+    const unsigned user = here();
+    while (lastUser(state) != user && !changeState(condition, state, usedBy(user, state))) {
+    }
+    // An only waiter that looks sees the signal, at the latest when it goes to sleep. In shared memory one cannot be
+    // sure of it: who was killed while it looked is counted for ever.
+    if ((state & (kShared | kLooks | kWaiters)) != kLooks + 1)
+        futexWake(signalsOf(condition), waiters, sharingOf(state));
     return 0;
 }
 
@@ -105,7 +177,7 @@ int pthread_cond_init(_sync* condition, const pthread_condattr_t* attributes) no
 
 int pthread_cond_destroy(_sync* condition) noexcept {
     dropTimeout();
-    if ((loadAttributes(condition) & kWaiters) != 0 && !isLeft(condition))
+    if ((loadState(condition) & kWaiters) != 0 && !isLeft(condition))
         return EBUSY;
     __atomic_store_n(&condition->__count, 0u, __ATOMIC_RELAXED);
     return 0;
@@ -119,7 +191,7 @@ int pthread_cond_timedwait(_sync* condition, _sync* mutex, const timespec* deadl
     const Deadline armed = takeTimeout(_NTO_TIMEOUT_CONDVAR);
     if (!hasValidNanoseconds(*deadline))
         return EINVAL;
-    const bool isMonotonic = (loadAttributes(condition) & kMonotonic) != 0;
+    const bool isMonotonic = (loadState(condition) & kMonotonic) != 0;
     const Deadline own = monotonic(isMonotonic ? CLOCK_MONOTONIC : CLOCK_REALTIME, Deadline::at(*deadline));
     return wait(condition, mutex, own.ns < armed.ns ? own : armed);
 }

@@ -1,17 +1,22 @@
 // Concerns: both clocks, absolute; no wake-up is lost, no wait returns without the mutex; signals; armed time-outs;
 // processes; what may be destroyed when.
 #include "HeldElsewhere.h"
+#include "MessageTesting.h"
+#include "OnProcessor.h"
 #include "SignalStorm.h"
 
 #include "support/ChildProcess.h"
 
 #include <cerrno>
+#include <csignal>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
 #include <new>
+#include <random>
 #include <sys/mman.h>
 #include <sys/neutrino.h>
+#include <sys/wait.h>
 #include <thread>
 #include <tuple>
 #include <unistd.h>
@@ -122,6 +127,54 @@ TEST_P(Condition, LosesNoWakeUp) {
     other.join();
     pthread_mutex_lock(&mMutex);
     EXPECT_EQ(2 * kTurns, turn);
+}
+
+// Between two processors a waiter first looks for the signal, for a moment. Here that comes at all times around the end
+// of its look; again, a single lost one stops both.
+TEST_P(Condition, LosesNoWakeUpThatComesAsALookEnds) {
+    constexpr int kTurns = 4000;
+    int turn = 0;
+    const auto play = [&](int me) {
+        const OnProcessor here(me);
+        std::minstd_rand random(static_cast<unsigned>(me) + 1);
+        for (int i = 0; i < kTurns; ++i) {
+            pthread_mutex_lock(&mMutex);
+            while (turn % 2 != me)
+                ASSERT_EQ(0, pthread_cond_wait(&mCondition, &mMutex));
+            pthread_mutex_unlock(&mMutex);
+            const uint64_t pause = i % 100 < 50 ? 0 : random() % 100000;
+            for (const uint64_t begin = monotonicNs(); monotonicNs() - begin < pause;) {
+            }
+            pthread_mutex_lock(&mMutex);
+            ++turn;
+            pthread_mutex_unlock(&mMutex);
+            pthread_cond_signal(&mCondition);
+        }
+    };
+    pthread_mutex_unlock(&mMutex);
+    std::thread one(play, 0), other(play, 1);
+    one.join();
+    other.join();
+    pthread_mutex_lock(&mMutex);
+    EXPECT_EQ(2 * kTurns, turn);
+}
+
+TEST_P(Condition, LooksNoLongerThanToItsDeadline) {
+    pthread_mutex_unlock(&mMutex);
+    const auto waitOn = [&](int processor, uint64_t wait) {
+        std::thread([&] {
+            const OnProcessor here(processor);
+            pthread_mutex_lock(&mMutex);
+            const uint64_t deadline = host::nowNs(clock()) + wait;
+            const timespec until = timeAt(deadline);
+            EXPECT_EQ(ETIMEDOUT, pthread_cond_timedwait(&mCondition, &mMutex, &until));
+            EXPECT_GE(host::nowNs(clock()), deadline);
+            pthread_mutex_unlock(&mMutex);
+        }).join();
+    };
+    for (int i = 0; i < 20; ++i)
+        waitOn(i % 2, static_cast<uint64_t>(i) * 5000);
+    pthread_mutex_lock(&mMutex);
 }
 
 INSTANTIATE_TEST_SUITE_P(, Condition,
@@ -306,6 +359,109 @@ TEST(ConditionLifetime, EndsRightAfterABroadcast) {
     }
 }
 
+// ---- waiters that look for the signal before they sleep
+
+bool isLookedAt(const _sync& condition) {
+    constexpr unsigned kLooks = 0x20000000;
+    return (__atomic_load_n(&condition.__count, __ATOMIC_RELAXED) & kLooks) != 0;
+}
+
+/// Signals from another processor than the waiter's, until the waiter looks, without the mutex, when `halt` halts it.
+template <class Halt, class GoOn>
+void haltInALook(_sync& condition, _sync& mutex, Halt halt, GoOn goOn) {
+    const OnProcessor here(0);
+    for (;;) {
+        pthread_cond_signal(&condition);
+        for (int i = 0; i < 10000 && !isLookedAt(condition); ++i) {
+        }
+        halt();
+        if (isLookedAt(condition) && ownerOf(mutex) == 0)
+            return;
+        goOn();
+    }
+}
+
+/// A thread that waits on a condition until the end of the scope, and can be halted.
+class Waiter {
+public:
+    explicit Waiter(_sync& condition, _sync& mutex) : mCondition(condition), mMutex(mutex) {
+        signal(SIGUSR1, [](int) {
+            isHalted = true;
+            while (mayNotGo) {
+            }
+            isHalted = false;
+        });
+        mThread = std::thread([this] {
+            const OnProcessor here(1);
+            pthread_mutex_lock(&mMutex);
+            while (!mIsOver)
+                pthread_cond_wait(&mCondition, &mMutex);
+            pthread_mutex_unlock(&mMutex);
+        });
+    }
+    ~Waiter() {
+        goOn();
+        pthread_mutex_lock(&mMutex);
+        mIsOver = true;
+        pthread_mutex_unlock(&mMutex);
+        pthread_cond_signal(&mCondition);
+        mThread.join();
+        signal(SIGUSR1, SIG_DFL);
+    }
+    Waiter(const Waiter&) = delete;
+    Waiter& operator=(const Waiter&) = delete;
+
+    void halt() {
+        mayNotGo = true;
+        pthread_kill(mThread.native_handle(), SIGUSR1);
+        while (!isHalted) {
+        }
+    }
+    void goOn() {
+        mayNotGo = false;
+        while (isHalted) {
+        }
+    }
+
+private:
+    static inline std::atomic<bool> isHalted, mayNotGo;
+    _sync& mCondition;
+    _sync& mMutex;
+    bool mIsOver = false;
+    std::thread mThread;
+};
+
+// The child inherits the condition while a thread of the parent looks for its signal, which is not there any more.
+TEST(ConditionLook, OfTheParentTakesNoSignalFromItsChild) {
+    if (!canStartThreadsInChildren() || !hasTwoProcessors())
+        GTEST_SKIP() << "needs threads in a child, and two processors";
+    _sync condition = {}, mutex = {};
+    Waiter waiter(condition, mutex);
+    haltInALook(
+        condition, mutex, [&] { waiter.halt(); }, [&] { waiter.goOn(); });
+    support::ChildProcess child([&] {
+        std::atomic<bool> isWaiting{false};
+        bool isSet = false;
+        std::thread own([&] {
+            pthread_mutex_lock(&mutex);
+            isWaiting = true;
+            while (!isSet)
+                pthread_cond_wait(&condition, &mutex);
+            pthread_mutex_unlock(&mutex);
+        });
+        while (!isWaiting)
+            std::this_thread::yield();
+        pthread_mutex_lock(&mutex);
+        isSet = true;
+        pthread_mutex_unlock(&mutex);
+        std::this_thread::sleep_for(5ms);  // it sleeps
+        pthread_cond_signal(&condition);
+        own.join();
+    });
+    const auto result = child.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
 struct Segment {
     _sync mutex, condition;
     int turn;
@@ -376,6 +532,41 @@ TEST_F(ConditionProcess, SurvivesAWaiterThatIsKilled) {
     const auto result = other.finish();
     EXPECT_TRUE(result.exitedWith(0)) << result;
     EXPECT_EQ(EBUSY, pthread_cond_destroy(&segment.condition));  // for all it knows
+}
+
+TEST_F(ConditionProcess, OneThatIsKilledAsItLooksTakesNoSignalWithIt) {
+    if (!hasTwoProcessors())
+        GTEST_SKIP() << "needs two processors";
+    Segment& segment = *mSegment;
+    const auto wait = [&segment] {
+        const OnProcessor here(1);
+        pthread_mutex_lock(&segment.mutex);
+        ++segment.waiting;
+        while (segment.turn == 0)
+            pthread_cond_wait(&segment.condition, &segment.mutex);
+        pthread_mutex_unlock(&segment.mutex);
+    };
+    support::ChildProcess victim(wait);
+    const auto halt = [&] {
+        siginfo_t stopped;
+        victim.send(SIGSTOP);
+        ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(victim.pid()), &stopped, WSTOPPED));
+    };
+    haltInALook(segment.condition, segment.mutex, halt, [&] { victim.send(SIGCONT); });
+    victim.send(SIGKILL);
+    victim.finish();
+    const int waiting = segment.waiting;
+    support::ChildProcess other(wait);
+    while (segment.waiting == waiting)
+        std::this_thread::sleep_for(1ms);
+    pthread_mutex_lock(&segment.mutex);
+    segment.turn = 1;
+    pthread_mutex_unlock(&segment.mutex);
+    const uint64_t signalled = monotonicNs();
+    pthread_cond_signal(&segment.condition);
+    const auto result = other.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_LT(monotonicNs() - signalled, 500 * kMs) << "it looked by itself, after a second";
 }
 
 }  // namespace

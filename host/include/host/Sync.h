@@ -13,8 +13,10 @@
 //   Condition  one word counts the signals, the other has the attributes and counts those who wait. All zero is a
 //            condition private to the process, on CLOCK_REALTIME. A wait releases the mutex, which the caller holds
 //            once, and holds it again on return, whatever the result: 0, ETIMEDOUT, EPERM when it is not the
-//            caller's, EINVAL for bad nanoseconds. It may return 0 without a signal. destroy lets those who were woken
-//            leave, so that it may follow the signal; EBUSY when threads still wait after a second.
+//            caller's, EINVAL for bad nanoseconds. It may return 0 without a signal. A waiter that expects its signal
+//            from another processor looks for it for up to 50 us before it sleeps. destroy lets those who were woken
+//            leave, so that it may follow the signal; EBUSY when threads still wait after a second. At most 524,287
+//            threads wait, killed ones included.
 //   Threads  any thread; any process that maps it when made with PTHREAD_PROCESS_SHARED. No priority inheritance;
 //            what a dead holder left locked stays locked.
 #pragma once
