@@ -200,7 +200,7 @@ private:
     /// By both bytes as they are, the first one's mark cut off: three quarters of the table are never touched, but
     /// a place is found in two instructions.
     static constexpr unsigned placeOfTwo(std::uint16_t form) {
-        return (static_cast<unsigned>(form) << 8 | form >> 8) & (kPlacesOfTwo - 1);
+        return __builtin_bswap16(form) & (kPlacesOfTwo - 1);
     }
     constexpr void setOfTwo(unsigned code, std::uint16_t form) { mOfTwo[placeOfTwo(formOfTwo(code))] = form; }
 
