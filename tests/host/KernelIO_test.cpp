@@ -4,6 +4,7 @@
 #include <host/KernelIO.h>
 
 #include "Interrupter.h"
+#include "support/Sanitizers.h"
 
 #include <cerrno>
 #include <climits>
@@ -189,30 +190,45 @@ struct Reader {
     }
 };
 
-TEST(KernelIOThreads, LeaveNoTimersHoweverTheyEnd) {
-    if (access("/proc/self/timers", R_OK) != 0) {
-        GTEST_SKIP() << "the kernel lists no timers";
-    }
-    int master;
-    int slave;
-    ASSERT_EQ(0, openpty(&master, &slave, nullptr, nullptr, nullptr));
-    const int before = countTimers();
-    for (const uint64_t waitNs : {kMs, 100000 * kMs}) {
-        SCOPED_TRACE(waitNs);
-        Reader reader = {slave, waitNs};
-        const int thread = ThreadCreate(0, Reader::run, &reader, nullptr);
-        ASSERT_GT(thread, 0);
-        if (waitNs != kMs) {
-            while (countTimers() == before) {
-                sched_yield();
-            }
-            ASSERT_EQ(0, ThreadDestroy(thread, -1, nullptr));
+class KernelIOThreads : public testing::Test {
+protected:
+    void SetUp() override {
+        if (access("/proc/self/timers", R_OK) != 0) {
+            GTEST_SKIP() << "the kernel lists no timers";
         }
-        ASSERT_EQ(EOK, ThreadJoin_r(thread, nullptr));
-        EXPECT_EQ(before, countTimers());
+        ASSERT_EQ(0, openpty(&mMaster, &mReader.terminal, nullptr, nullptr, nullptr));
+        mBefore = countTimers();
     }
-    close(master);
-    close(slave);
+    void TearDown() override {
+        EXPECT_EQ(mBefore, countTimers());
+        close(mMaster);
+        close(mReader.terminal);
+    }
+    int start(uint64_t waitNs) {
+        mReader.waitNs = waitNs;
+        return ThreadCreate(0, Reader::run, &mReader, nullptr);
+    }
+
+    int mMaster = -1;
+    Reader mReader = {-1, 0};
+    int mBefore = 0;
+};
+
+TEST_F(KernelIOThreads, LeaveNoTimers) {
+    const int thread = start(kMs);
+    ASSERT_GT(thread, 0);
+    EXPECT_EQ(EOK, ThreadJoin_r(thread, nullptr));
+}
+
+TEST_F(KernelIOThreads, LeaveNoTimersWhereTheyAreDestroyed) {
+    NEEDS_THREADS_THAT_VANISH();
+    const int thread = start(100000 * kMs);
+    ASSERT_GT(thread, 0);
+    while (countTimers() == mBefore) {
+        sched_yield();
+    }
+    EXPECT_EQ(0, ThreadDestroy(thread, -1, nullptr));
+    EXPECT_EQ(EOK, ThreadJoin_r(thread, nullptr));
 }
 
 TEST_F(KernelIOTest, DevctlAnswersAsTheDeviceDoes) {
