@@ -51,6 +51,10 @@ MARLIX_BENCH_MANUAL("CLogicalTimer_FireAll", "ours", 100, 10000) {
     bench::fireAll<Timers<false>>(state);
 }
 
+MARLIX_BENCH_MANUAL("CLogicalTimer_Distance", "ours", 100) {
+    bench::meanDistance<Timers<false>>(state);
+}
+
 class COnce : public CTimer {
 public:
     using CTimer::CTimer;

@@ -1,6 +1,7 @@
 // What one would pick instead of the library's timers.
 #include "CLogicalTimerManager_workload.h"
 
+#include <limits>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -66,7 +67,43 @@ MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "libuv, exact starts", 100, 1
 MARLIX_BENCH_MANUAL("CLogicalTimer_FireAll", "libuv", 100, 10000) {
     bench::fireAll<UvTimers<false>>(state);
 }
+MARLIX_BENCH_MANUAL("CLogicalTimer_Distance", "libuv", 100) {
+    bench::meanDistance<UvTimers<false>>(state);
+}
 #endif
+
+/// Nothing but the sleeps that timers need which fire when they are due.
+class Sleeps {
+public:
+    explicit Sleeps(std::size_t count) : mDue(count, kNever) {}
+
+    void start(std::size_t i, unsigned ms) { mDue[i] = bench::monotonicNow() + ms * 1000000LL; }
+    void stop(std::size_t i) { mDue[i] = kNever; }
+    void update() {}
+    void run() {
+        const long long first = *std::min_element(mDue.begin(), mDue.end());
+        const timespec until = {static_cast<time_t>(first / 1000000000), static_cast<long>(first % 1000000000)};
+        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
+        const long long now = bench::monotonicNow();
+        for (long long& due : mDue)
+            if (due <= now) {
+                due = kNever;
+                ++fired;
+            }
+    }
+
+    std::size_t fired = 0;
+
+private:
+    static constexpr long long kNever = std::numeric_limits<long long>::max();
+    std::vector<long long> mDue;
+};
+MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "floor: a sleep for each due time", 100) {
+    bench::startStopAndFire<Sleeps>(state);
+}
+MARLIX_BENCH_MANUAL("CLogicalTimer_Distance", "floor: a sleep for each due time", 100) {
+    bench::meanDistance<Sleeps>(state);
+}
 
 void lateness(benchmark::State& state, long long allowanceNs) {
     const int descriptor = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);

@@ -6,6 +6,7 @@
 #include "Bench.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <random>
@@ -87,14 +88,40 @@ void fireAll(benchmark::State& state) {
     }
 }
 
-constexpr int kLatenessSamples = 100;
-
 /// Nanoseconds of the monotonic clock.
 inline long long monotonicNow() {
     timespec time;
     clock_gettime(CLOCK_MONOTONIC, &time);
     return time.tv_sec * 1000000000LL + time.tv_nsec;
 }
+
+/// The timers are started at random times of up to 20 ms, and fire in their order. Reports how early or late they are,
+/// on average.
+template <class Timers>
+void meanDistance(benchmark::State& state) {
+    const auto count = static_cast<std::size_t>(state.range(0));
+    const auto times = randomNumbers(count, 20, 3);
+    Timers timers(count);
+    for (auto _ : state) {
+        timers.fired = 0;
+        timers.update();
+        std::vector<long long> due;
+        for (std::size_t i = 0; i < count; ++i) {
+            due.push_back(monotonicNow() + (1 + times[i]) * 1000000LL);
+            timers.start(i, 1 + times[i]);
+        }
+        std::sort(due.begin(), due.end());
+        long long distance = 0;
+        for (std::size_t next = 0; next < count;) {
+            timers.run();
+            for (const long long now = monotonicNow(); next < timers.fired; ++next)
+                distance += std::abs(now - due[next]);
+        }
+        state.SetIterationTime(static_cast<double>(distance) * 1e-9 / static_cast<double>(count));
+    }
+}
+
+constexpr int kLatenessSamples = 100;
 
 /// How late a timer of 1 ms is, the median of some; `allowanceNs` is added. `waitUntil(due)` is measured.
 template <class WaitUntil>

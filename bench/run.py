@@ -148,6 +148,7 @@ WORK = {
     "CLogicalTimer_StartStop": "stop and start one of {size} timers",
     "CLogicalTimer_StartStopFire": "{size} timers, random times: start, stop or fire, each",
     "CLogicalTimer_FireAll": "fire {size} timers that are due, each",
+    "CLogicalTimer_Distance": "{size} timers, random times: how early or late, mean",
     "CTimer_Lateness": "lateness of a timer of 1 ms, median of 100",
     "CVQAsserter_CheckHolds": "a check that holds",
     "CVQAsserter_Expected": "an assertion that is expected, so only counted",
