@@ -21,8 +21,8 @@ struct ThreadTimer {
 
 __thread ThreadTimer own __attribute__((tls_model("initial-exec"))) = {nullptr, false, {UINT64_MAX}};
 
-// A key for what each thread has anyway, for the sake of its destructor. Made at load time, when keys are few: the first
-// ones need no memory in a thread.
+// A key for what each thread has anyway, for the sake of its destructor. Made at load time, when keys are few: the
+// first ones need no memory in a thread.
 pthread_key_t endOfThread;
 
 void forgetOwnTimer() {
@@ -54,8 +54,8 @@ bool makeOwnTimer() {
 }
 
 void setOwnTimer(Deadline deadline) {
+    // A handler that uses the timer before it is set below sets it to this at its end.
     own.set = deadline;
-    // Between the two lines a handler may have set the timer, and has then set it again to what it found in the first.
     struct itimerspec times = {};
     if (!deadline.isNever()) {
         const uint64_t ns = deadline.isImmediate() ? 1 : deadline.ns;  // 0 would stop the timer

@@ -1,8 +1,8 @@
 // Interrupter: ends a system call that waits beyond a deadline, of whatever kind it is.
 //   A timer sends the calling thread a signal with an empty handler: at the deadline, and then every millisecond,
-//   since the first one may come before the thread has entered the call. A thread makes its timer with its first such call
-//   and keeps it to its end; a forked child makes its own.
-//   A handler of another signal may make such a call within such a call: the outer one's deadline is set again after it.
+//   since the first one may come before the thread has entered the call. A thread makes its timer with the first
+//   such call and keeps it to its end; a forked child makes its own.
+//   A handler of another signal may make such a call within such a call. The outer deadline is set again then.
 #pragma once
 
 #include "Deadline.h"

@@ -1,5 +1,5 @@
-// VQUtf16: the passes of the conversions between UTF-8 and UTF-16: how long is the result, and write it. And one from
-//   the character sets whose bytes are code points.
+// VQUtf16: the passes of the conversions between UTF-8 and UTF-16: how long is the result, and write it. And one
+//   from character sets whose bytes are code points.
 //   Speed    built and chosen like the passes of VQUtf8.
 //   Threads  any thread, before main as well.
 #pragma once
@@ -27,8 +27,8 @@ SUtf8Extent measureUtf8(const unsigned short* units, std::size_t count);
 /// Writes that form: `bytes` is what `measureUtf8` said.
 void toUtf8(const unsigned short* units, std::size_t count, char* out, std::size_t bytes);
 
-/// The bytes of a character set that may stand for others than in ISO 8859-1: from `first` to `last`, none of ASCII; or
-/// none but the zero.
+/// The bytes of a character set that may stand for others than in ISO 8859-1: from `first` to `last`, none of them
+/// ASCII; or none but the zero.
 struct SOtherBytes {
     unsigned char first;
     unsigned char last;

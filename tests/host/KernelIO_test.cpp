@@ -1,6 +1,6 @@
-// Concerns: which time-outs bound a transfer, and that it consumes them; what is there, and past deadlines; devctl's
-// answers and errors on real devices; calls of any kind ended at a deadline, within handlers, in children, and what their
-// timers leave.
+// Concerns: which time-outs bound a transfer, and that it consumes them; what is there, and past deadlines; answers
+// and errors of devctl on real devices; calls of any kind ended at a deadline, within handlers and in children;
+// what their timers leave.
 #include <host/KernelIO.h>
 
 #include "Interrupter.h"
