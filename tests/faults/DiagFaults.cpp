@@ -61,7 +61,7 @@ std::string standardErrorOf(const std::function<void()>& body) {
     return support::readFile(path);
 }
 
-std::string log(const Arm& arm) {
+std::string logLine(const Arm& arm) {
     std::string errnoLeft;
     const std::string words = standardErrorOf([&] {
         arm();
@@ -144,7 +144,7 @@ std::vector<Row> faults::diagRows() {
         {__LINE__,
          "VQSyslogQNX",
          "slogf",
-         log,
+         logLine,
          "cannot write to syslog: ?\n",
          nullptr,
          1,
@@ -153,13 +153,13 @@ std::vector<Row> faults::diagRows() {
         {__LINE__,
          "VQSyslogQNX",
          "slogf",
-         log,
+         logLine,
          "",
          nullptr,
          1,
          false,
          {ENOENT}},  // nobody listens: nothing to tell
-        {__LINE__, "VQSyslogQNX", "vsnprintf", log, "cannot write to syslog: ?\n"},
+        {__LINE__, "VQSyslogQNX", "vsnprintf", logLine, "cannot write to syslog: ?\n"},
         {__LINE__, "VQSyslogQNX", "strerror",
          [](const Arm& arm) {
              const wchar_t text[] = {0x110000, 0};
