@@ -35,11 +35,7 @@ constexpr bool kHeapSurvivesFork = true;
 
 /// Whether `new` comes from the library: a sanitizer's run-time stands before a shared library, but not before the
 /// program itself.
-#if defined(MARLIX_TEST_STATIC)
-constexpr bool kOwnsOperators = true;
-#else
-constexpr bool kOwnsOperators = !kIsSanitized;
-#endif
+extern const bool kOwnsOperators;
 
 /// Whether this process was started with "--memtrace=1", from the kernel's record of its arguments.
 inline bool isTraced() {
