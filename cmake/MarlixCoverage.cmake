@@ -1,5 +1,5 @@
-# MARLIX_COVERAGE=ON: the library counts which of its lines and branches run. Its objects are instrumented, and those
-# that tests compile a second time from sources of the library; the tests themselves are not.
+# MARLIX_COVERAGE=ON: the library counts which of its lines and branches run. Its objects are instrumented, and what of
+# the tests compiles parts of the library a second time; the other tests are not.
 option(MARLIX_COVERAGE "Count the lines and branches that run (GCC only)" OFF)
 set(MARLIX_COUNT_OPTIONS "")
 if(MARLIX_COVERAGE)
@@ -10,3 +10,11 @@ if(MARLIX_COVERAGE)
     add_library(marlix_coverage_flush OBJECT ${PROJECT_SOURCE_DIR}/tests/support/CoverageFlush.cpp)
     link_libraries($<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,OBJECT_LIBRARY>>:$<TARGET_OBJECTS:marlix_coverage_flush>>)
 endif()
+
+# marlix_count(<source>...): counts what these sources of a test compile of the library, too.
+function(marlix_count)
+    if(MARLIX_COVERAGE)
+        set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_OPTIONS ${MARLIX_COUNT_OPTIONS})
+        set_property(SOURCE ${ARGN} PROPERTY SKIP_PRECOMPILE_HEADERS ON)
+    endif()
+endfunction()
