@@ -384,10 +384,11 @@ TEST(CVQThreadCtrl, AFatalErrorInAThreadOrAHandlerEndsTheProcess) {
 TEST(CVQThreadCtrl, TheProcessMayExitWhileThreadsRunAndOneJoins) {
     NEEDS_THREADS_AFTER_FORK();
     const auto result = support::runInChild([] {
-        static CRunner runner;
+        // Never destroyed: they run while `exit` destroys what is static.
+        static CRunner& runner = *new CRunner;
         static const int tid = CVQThreadCtrl::startThread(runner);
-        static CBody joins([] { CVQThreadCtrl::join(tid); });
-        static CBody exits([] { std::exit(23); });
+        static CBody& joins = *new CBody([] { CVQThreadCtrl::join(tid); });
+        static CBody& exits = *new CBody([] { std::exit(23); });
         CVQThreadCtrl::startThread(joins);
         CVQThreadCtrl::join(CVQThreadCtrl::startThread(exits));
     });
