@@ -468,6 +468,16 @@ TEST(CVQHashMapImpl, AssignmentDestroysWhatWasThere) {
     EXPECT_THAT(target.items(), ElementsAre(Pair(1, 10)));
 }
 
+TEST(CVQHashMapImpl, WhatWasMovedFromTakesAnInsertAtOnce) {
+    RecordingHashMap map(4);
+    map.add(3, 30);
+    const RecordingHashMap moved(std::move(map));
+    map.add(5, 50);  // NOLINT(bugprone-use-after-move): what is left is under test
+    EXPECT_THAT(map.items(), ElementsAre(Pair(5, 50)));
+    EXPECT_EQ(6u, map.capacity()) << "as many buckets as it was made with";
+    EXPECT_THAT(moved.items(), ElementsAre(Pair(3, 30)));
+}
+
 TEST(CVQHashMapImpl, InitTableForgetsWhatWasThereAndRoundsUp) {
     RecordingHashMap map(4);
     map.set(1, 10);

@@ -83,6 +83,7 @@ class RecordingHashMap : public CVQHashMapImpl {
 public:
     explicit RecordingHashMap(std::size_t n) : CVQHashMapImpl(n) {}
     RecordingHashMap(const RecordingHashMap&) = default;
+    RecordingHashMap(RecordingHashMap&& other) noexcept { take(other); }
     RecordingHashMap& operator=(const RecordingHashMap&) = default;
     ~RecordingHashMap() override { clearEntries(); }
 

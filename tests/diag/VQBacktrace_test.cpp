@@ -474,7 +474,9 @@ TEST_F(VQBacktraceTest, AFileSizeLimitCutsTheFileAndRaisesNoSignal) {
     const std::string text = fileOf([this] {
         EmptyStack stack;
         VQBacktrace::setInfos(&namedInfos);
-        const rlimit limit{100, 100};
+        rlimit limit;
+        ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+        limit.rlim_cur = 100;
         ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
         sigset_t before;
         sigset_t after;

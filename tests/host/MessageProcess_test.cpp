@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <random>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -790,6 +791,22 @@ TEST(MessageProcessInChild, OfEitherSideTheConnectionIsNotThere) {
     })));
 }
 
+TEST(MessageProcessInChild, AConnectionWhoseServerHasDiedIsNotThereEither) {
+    EchoServer server;
+    EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [&server](int coid) {
+        kill(server.pid(), SIGKILL);
+        while (sendNothing(coid).result == 0)
+            std::this_thread::yield();
+        const auto child = support::runInChild([coid] {
+            EXPECT_EQ((Outcome{-1, EBADF}), sendNothing(coid));
+            const OwnChannel own;
+            EXPECT_EQ(coid, own.coid) << "the lowest id is free again";
+        });
+        EXPECT_TRUE(child.exitedWith(0)) << child;
+        EXPECT_EQ((Outcome{-1, EBADF}), sendNothing(coid)) << "the parent's is there, and dead";
+    })));
+}
+
 TEST(MessageProcessInChild, ThatOutlivesItsParentTheServersEndIsStillNoticed) {
     int ready[2];
     ASSERT_EQ(0, pipe(ready));
@@ -884,6 +901,31 @@ TEST(MessageProcess, StartsNoThreadBeforeTheFirstConnectionToAnotherProcess) {
         EXPECT_EQ(kTimedOut, receiveNow(own.chid));
         EXPECT_EQ(before, threads());
     }));
+}
+
+TEST(MessageProcess, IsRefusedWhereFilesMayNotBeLargeEnough) {
+    EchoServer server;
+    EXPECT_ENDS_WELL(support::runInChild([&server] {
+        rlimit before;
+        ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
+        const rlimit small{65536, before.rlim_max};
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &small));
+        EXPECT_EQ((Outcome{-1, EFBIG}), outcomeOf([&] { return attachTo(server.pid(), server.chid); }));
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &before));
+        clientOf(server.pid(), server.chid, [](int coid) { EXPECT_EQ((Outcome{0, 0}), sendNothing(coid)); })();
+    }));
+}
+
+TEST(MessageProcess, CarriesNoPulsesOfTimersAndSaysSo) {
+    EchoServer server;
+    const auto result = support::runInChild(clientOf(server.pid(), server.chid, [](int coid) {
+        struct sigevent event = {};
+        SIGEV_PULSE_INIT(&event, coid, 10, 1, nullptr);
+        EXPECT_EQ((Outcome{-1, ENOTSUP}), outcomeOf([&] { return TimerCreate(CLOCK_MONOTONIC, &event); }));
+        EXPECT_EQ((Outcome{0, 0}), sendNothing(coid));
+    }));
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_EQ("neutrino host: a timer that sends to another process is not supported on Linux\n", result.err);
 }
 
 TEST(MessageProcess, UnknownProcessesAndChannelsAreRefused) {

@@ -840,9 +840,9 @@ TEST(Channel, HasTheLowestFreeId) {
     EXPECT_EQ(second + 1, third);
     ChannelDestroy(second);
     EXPECT_EQ(second, ChannelCreate(0));
-    ChannelDestroy(first);
-    ChannelDestroy(second);
-    ChannelDestroy(third);
+    EXPECT_EQ(third + 1, ChannelCreate(0));
+    for (int id = first; id <= third + 1; ++id)
+        EXPECT_EQ(0, ChannelDestroy(id));
 }
 
 TEST(Channel, OfAnUnknownIdIsRefused) {

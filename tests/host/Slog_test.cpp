@@ -21,6 +21,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -38,7 +39,9 @@ public:
         unlink(path.c_str());
         EXPECT_EQ(0, bind(mDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
     }
-    ~Socket() { close(mDescriptor); }
+    ~Socket() { end(); }
+
+    void end() { close(std::exchange(mDescriptor, -1)); }
 
     /// The next datagram, or nothing.
     std::string receive() {
@@ -325,6 +328,17 @@ TEST_F(Slog, GivesUpWhenTheLoggerStandsStill) {
     EXPECT_EQ(-1, slogf(1, 1, "x"));
     EXPECT_EQ(EAGAIN, errno);
     EXPECT_GE(monotonicNs() - begin, 1000 * kMs);
+}
+
+TEST_F(Slog, SaysThatThereIsNoLoggerWhenItEndsWhileOneWaitsForIt) {
+    fillQueue();
+    std::thread logger([this] {
+        std::this_thread::sleep_for(20ms);
+        mSocket.end();
+    });
+    EXPECT_EQ(-1, slogf(1, 1, "x"));
+    EXPECT_EQ(ENOENT, errno);
+    logger.join();
 }
 
 TEST_F(Slog, EndsItsWaitAtAnArmedTimeOut) {

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <string>
+#include <sys/mman.h>
 #include <sys/statvfs.h>
 
 namespace {
@@ -59,6 +61,15 @@ TEST(Statvfs, KnowsUsualTypesWithoutAMountTable) {
         EXPECT_EQ(0, statvfs("/proc", &status));
         EXPECT_STREQ("tmpfs", status.f_basetype);
     });
+}
+
+TEST(Statvfs, KnowsUsualTypesThatTheMountTableLacks) {
+    const int memory = memfd_create("memory", MFD_CLOEXEC);  // of a mount that the kernel keeps to itself
+    ASSERT_NE(-1, memory);
+    struct statvfs status;
+    EXPECT_EQ(0, statvfs(("/proc/self/fd/" + std::to_string(memory)).c_str(), &status));
+    EXPECT_STREQ("tmpfs", status.f_basetype);
+    close(memory);
 }
 
 TEST(Statvfs, AnUnknownTypeIsNotSupportedAndSaysSo) {

@@ -11,8 +11,11 @@
 #include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <string>
 #include <sys/neutrino.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -23,6 +26,7 @@ namespace {
 using namespace std::chrono_literals;
 
 void* const kStatus = reinterpret_cast<void*>(0x1234);
+constexpr int kNoPrivilege = 77;
 
 /// A thread that runs until told to end.
 class Runner {
@@ -447,6 +451,39 @@ TEST(Sched, RefusesOtherPriorities) {
     EXPECT_EQ(-1, SchedSet(0, 0, 77, &parameters));
     EXPECT_EQ(EINVAL, errno);
     EXPECT_EQ(10, priorityOf(0));
+}
+
+/// The kernel's nice values, in a child, at the lowest priority and at 37.
+void expectNice(bool mayRaise, int atLowest, int at37) {
+    const auto result = support::runInChild([=] {
+        const rlimit none{0, 0};
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+        ASSERT_EQ(0, setrlimit(RLIMIT_NICE, &none));
+        ASSERT_EQ(0, syscall(SYS_capget, &header, data));
+        const unsigned capability = 1u << CAP_SYS_NICE;
+        if (mayRaise && (data[0].effective & capability) == 0)
+            _exit(kNoPrivilege);
+        data[0].effective &= mayRaise ? ~0u : ~capability;
+        ASSERT_EQ(0, syscall(SYS_capset, &header, data));
+        ASSERT_EQ(0, setpriority(PRIO_PROCESS, 0, 0));
+        EXPECT_EQ(0, setPriorityOf(0, 1));
+        EXPECT_EQ(atLowest, getpriority(PRIO_PROCESS, 0));
+        EXPECT_EQ(0, setPriorityOf(0, 37));
+        EXPECT_EQ(at37, getpriority(PRIO_PROCESS, 0));
+        EXPECT_EQ(37, priorityOf(0));
+    });
+    if (result.exitedWith(kNoPrivilege))
+        GTEST_SKIP() << "no privilege to raise priorities";
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(Sched, APriorityIsANiceValueForWhoMayRaiseItAgain) {
+    expectNice(true, 19, -10);
+}
+
+TEST(Sched, APriorityIsOnlyRecordedForWhoCouldNotRaiseItAgain) {
+    expectNice(false, 0, 0);
 }
 
 TEST(Sched, RefusesUnknownThreads) {

@@ -33,6 +33,7 @@ struct SKernel {
     int refused = 0;  // which call fails
     int destroyed = 0;
     int nextTimeoutMs = 0;
+    bool hasMemory = true;
     void* pulseValue = nullptr;
 
     void advance(unsigned long long ns) {
@@ -98,12 +99,20 @@ bool receive(int, int timeoutMs, _pulse&) {
 }
 }  // namespace ManualPulses
 
+namespace ManualMemory {
+using VQMemory::release;
+void* realloc(void* block, std::size_t size) {
+    return manual::sKernel.hasMemory ? VQMemory::realloc(block, size) : nullptr;
+}
+}  // namespace ManualMemory
+
 #define CLogicalTimerManager CLogicalTimerManagerByHand
 #define CLogicalTimer CLogicalTimerByHand
 #include <CLogicalTimerManager.h>
 
 #define VQOperatingSystem ManualClock
 #define VQTimerPulses ManualPulses
+#define VQMemory ManualMemory
 #define TimerSettime manual::settime
 #define TimerDestroy manual::destroyed
 #define ConnectDetach manual::destroyed
@@ -727,8 +736,10 @@ std::vector<long long> playPlain(int count, unsigned seed, int steps, unsigned m
     return play(timers, count, seed, steps, maxMs, handlerActs);
 }
 
-std::vector<long long> playUnderTest(int count, unsigned seed, int steps, unsigned maxMs, int handlerActs) {
+std::vector<long long> playUnderTest(int count, unsigned seed, int steps, unsigned maxMs, int handlerActs,
+                                     bool hasMemory = true) {
     sKernel = manual::SKernel();
+    sKernel.hasMemory = hasMemory;
     CTimersUnderTest timers(count);
     return play(timers, count, seed, steps, maxMs, handlerActs);
 }
@@ -747,4 +758,8 @@ TEST(CLogicalTimerPlain, ManyTimersBehaveAsInThePlainVersion) {
         for (const unsigned maxMs : {20u, 2000u})
             ASSERT_EQ(playPlain(1000, seed, 4000, maxMs, 3), playUnderTest(1000, seed, 4000, maxMs, 3))
                 << "seed " << seed << ", " << maxMs;
+}
+
+TEST(CLogicalTimerPlain, ManyTimersBehaveAsInThePlainVersionWithoutMemoryToFindTheirPlaces) {
+    ASSERT_EQ(playPlain(1000, 1, 2000, 2000, 3), playUnderTest(1000, 1, 2000, 2000, 3, /*hasMemory*/ false));
 }
