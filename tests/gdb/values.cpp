@@ -300,7 +300,7 @@ void locks() {
     constexpr std::size_t kOwner = 1, kSemaphoreWaiters = 7, kRemaining = 9;
     waitUntil([&] { return (wordOf(mutex, kOwner) & 0x80000000U) != 0; });
     waitUntil([&] { return wordOf(noUnits, kSemaphoreWaiters) == 1; });
-    waitUntil([&] { return (wordOf(condition, 0) & 0xFFFFFFFU) == 1; });
+    waitUntil([&] { return (wordOf(condition, 0) & 0x7FFFFU) == 1; });
     waitUntil([&] { return wordOf(barrier, kRemaining) == 2; });
     // Each has counted itself in; before it sleeps it lets go of what guards the count.
     waitUntil([&] { return wordOf(noUnits, 2) == 0 && wordOf(conditionMutex, kOwner) == 0; });
