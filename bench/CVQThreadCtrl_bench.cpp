@@ -10,10 +10,8 @@ MARLIX_BENCH_MANUAL("CVQThreadCtrl_StartJoin", "ours", 1) {
     struct CNothing : CVQThreadCtrl::IRunnable {
         void run() override {}
     } nothing;
-    bench::timeTurns(state, 200, [&] {
-        for (int i = 0; i < 200; ++i)
-            bench::check(CVQThreadCtrl::join(CVQThreadCtrl::startThread(nothing)) == 0, "joined");
-    });
+    bench::threads(state,
+                   [&] { bench::check(CVQThreadCtrl::join(CVQThreadCtrl::startThread(nothing)) == 0, "joined"); });
 }
 
 MARLIX_BENCH("VQOperatingSystem_MonotonicTime", "ours", 1) {

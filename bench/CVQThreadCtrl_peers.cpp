@@ -7,20 +7,15 @@
 namespace {
 
 MARLIX_BENCH_MANUAL("CVQThreadCtrl_StartJoin", "pthread_create, pthread_join", 1) {
-    bench::timeTurns(state, 200, [&] {
-        for (int i = 0; i < 200; ++i) {
-            pthread_t thread;
-            pthread_create(
-                &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr);
-            bench::check(pthread_join(thread, nullptr) == 0, "joined");
-        }
+    bench::threads(state, [] {
+        pthread_t thread;
+        pthread_create(
+            &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr);
+        bench::check(pthread_join(thread, nullptr) == 0, "joined");
     });
 }
 MARLIX_BENCH_MANUAL("CVQThreadCtrl_StartJoin", "std::thread", 1) {
-    bench::timeTurns(state, 200, [&] {
-        for (int i = 0; i < 200; ++i)
-            std::thread([] {}).join();
-    });
+    bench::threads(state, [] { std::thread([] {}).join(); });
 }
 
 // As nanoseconds in 64 bits, which is what ours gives.

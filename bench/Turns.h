@@ -112,6 +112,20 @@ void conditionPingPong(benchmark::State& state, Place place) {
     timeTurns(state, kTurns, [&] { play(0); });
 }
 
+/// `startAndJoin` starts a thread that does nothing, and joins it, on one processor.
+template <class StartAndJoin>
+void threads(benchmark::State& state, StartAndJoin startAndJoin) {
+    Processors processors;
+    if (!findProcessors(state, Place::ONE_CPU, processors))
+        return;
+    constexpr unsigned kTurns = 200;
+    const Pinned pinned(processors.mine);
+    timeTurns(state, kTurns, [&] {
+        for (unsigned i = 0; i < kTurns; ++i)
+            startAndJoin();
+    });
+}
+
 /// As many threads as the benchmark's size go through rounds. `Barrier` takes their number and has wait().
 template <class Barrier>
 void barrierRounds(benchmark::State& state) {

@@ -44,9 +44,10 @@ struct Thread {
     bool isReady;    // runs, and can take the signal that ends it
     bool isForeign;  // not started by ThreadCreate
     bool isDetached;
-    bool isStarting;    // its creator still needs the record
-    bool isJoined;      // another thread waits for its end
-    unsigned hasEnded;  // a futex word
+    bool isStarting;  // its creator still needs the record
+    bool isJoined;    // another thread waits for its end
+    unsigned life;    // a futex word, of these:
+    enum Life : unsigned { RUNS, AWAITED, ENDED };
     int priority;
     int policy;
 };
@@ -82,8 +83,8 @@ void store(T& word, T value) {
 
 void markEnded(void* thread) {
     Thread* const ended = static_cast<Thread*>(thread);
-    store(ended->hasEnded, 1u);
-    futexWake(&ended->hasEnded, INT_MAX, Sharing::PRIVATE);
+    if (__atomic_exchange_n(&ended->life, unsigned(Thread::ENDED), __ATOMIC_ACQ_REL) == Thread::AWAITED)
+        futexWake(&ended->life, INT_MAX, Sharing::PRIVATE);
 }
 
 [[noreturn]] void endOwnThread() {
@@ -171,7 +172,7 @@ void unblockEndingSignal() {
 bool isGone(const Thread& thread) {
     if (thread.isForeign)
         return !sendSignal(thread.id, 0);
-    return thread.isDetached && !thread.isStarting && load(thread.hasEnded) != 0;
+    return thread.isDetached && !thread.isStarting && load(thread.life) == Thread::ENDED;
 }
 
 /// Frees the records that nobody can ask for any more.
@@ -251,7 +252,7 @@ int findRunning(pid_t pid, int& tid, Thread*& record) {
         tid = static_cast<int>(threadId());
     record = find(tid);
     if (record != nullptr && !record->isForeign)
-        return load(record->hasEnded) != 0 ? ESRCH : EOK;
+        return load(record->life) == Thread::ENDED ? ESRCH : EOK;
     return isKnownToKernel(tid) ? EOK : ESRCH;
 }
 
@@ -307,9 +308,15 @@ int start(Thread* thread, size_t stackSize) {
 }
 
 bool waitForEnd(Thread* thread, Deadline deadline) {
-    while (load(thread->hasEnded) == 0)
-        if (deadline.isImmediate() || futexWait(&thread->hasEnded, 0, Sharing::PRIVATE, deadline) == ETIMEDOUT)
-            return load(thread->hasEnded) != 0;
+    for (unsigned life; (life = load(thread->life)) != Thread::ENDED;) {
+        if (deadline.isImmediate())
+            return false;
+        if (life == Thread::RUNS && !__atomic_compare_exchange_n(&thread->life, &life, unsigned(Thread::AWAITED),
+                                                                 false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
+            continue;
+        if (futexWait(&thread->life, Thread::AWAITED, Sharing::PRIVATE, deadline) == ETIMEDOUT)
+            return load(thread->life) == Thread::ENDED;
+    }
     return true;
 }
 
@@ -434,7 +441,7 @@ int ThreadJoin_r(int tid, void** status) {
         *status = thread->isDestroyed ? thread->status : value;
     thread->isJoined = false;
     thread->isDetached = true;
-    store(thread->hasEnded, 1u);
+    store(thread->life, unsigned(Thread::ENDED));
     noteJoined(tid);
     clearTable();
     return EOK;
