@@ -77,9 +77,9 @@ CALL(pthread_condattr_getclock, VALUE, int, (const pthread_condattr_t* attribute
 CALL(sched_getaffinity, ERRNO, int, (pid_t process, std::size_t size, cpu_set_t* set), (process, size, set), EINVAL)
 CALL(timer_create, ERRNO, int, (clockid_t clock, struct sigevent* event, timer_t* timer), (clock, event, timer),
      EAGAIN)
-CALL(preadv2, ERRNO, ssize_t, (int descriptor, const iovec* parts, int count, off64_t offset, int flags),
+CALL(preadv2, ERRNO, ssize_t, (int descriptor, const iovec* parts, int count, off_t offset, int flags),
      (descriptor, parts, count, offset, flags), ENOSYS, EOPNOTSUPP)
-CALL(pwritev2, ERRNO, ssize_t, (int descriptor, const iovec* parts, int count, off64_t offset, int flags),
+CALL(pwritev2, ERRNO, ssize_t, (int descriptor, const iovec* parts, int count, off_t offset, int flags),
      (descriptor, parts, count, offset, flags), ENOSYS, EOPNOTSUPP)
 CALL(posix_spawnp, VALUE, int,
      (pid_t * process, const char* file, const posix_spawn_file_actions_t* actions,
