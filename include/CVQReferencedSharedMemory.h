@@ -10,7 +10,8 @@
 //   Lifetime a process that is killed while it holds a handle does not count down: its segment stays in the system
 //            until somebody unlinks it (on the host, `shmview` finds such segments).
 //   Threads  handles may be copied and dropped in any thread. Counts are atomic, among processes too; but nobody
-//            may open a segment before its creator's constructor is done, or after its last user began to leave.
+//            may open a segment before its creator's constructor is done, or after its last user began to leave. Of
+//            many processes that create the same segment at the same time, one makes it.
 //   Kept     refshm-size-unmapped: the size of a segment that could not be mapped is 4294967292.
 //
 // A handle travels in a stream as the name's length (32 bits), the name's bytes and the data's size (32 bits).

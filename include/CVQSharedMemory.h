@@ -44,8 +44,10 @@ public:
 private:
     friend class CVQReferencedSharedMemory;
 
-    /// `map`, which also tells how many bytes the object has that was mapped; 0 when none was.
-    bool map(bool recreate, bool readOnly, bool zeroFill, unsigned long long& objectSize);
+    /// `map`, which also tells how many bytes the object has that was mapped; 0 when none was. `expectNone`: tries
+    /// first to make an object that nobody else makes. Whether that fails or not, the results are those of `map`.
+    bool map(bool recreate, bool readOnly, bool zeroFill, bool expectNone, unsigned long long& objectSize);
+    bool openOrCreate(bool recreate);
     void* mapDescriptor(bool readOnly, int flags) const;
     void closeDescriptor();
 

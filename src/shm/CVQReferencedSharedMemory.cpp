@@ -33,7 +33,8 @@ CVQReferencedSharedMemory::CVQReferencedSharedMemory(const char* name, unsigned 
     bool isCreated = false;
     unsigned long long objectSize = 0;
     if (size <= UINT_MAX - kCountSize) {
-        isCreated = mMemory->map(/*recreate*/ false, /*readOnly*/ false, /*zeroFill*/ true, objectSize);
+        isCreated = mMemory->map(/*recreate*/ false, /*readOnly*/ false, /*zeroFill*/ true,
+                                 /*expectNone*/ create, objectSize);
     }
     unsigned* const begin = static_cast<unsigned*>(mMemory->getAddress());
     if (isCreated == create && begin != nullptr && reaches(objectSize, mMemory->getSize())) {

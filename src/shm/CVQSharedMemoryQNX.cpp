@@ -53,10 +53,11 @@ void logNoObject2(const char* name) {
 
 bool CVQSharedMemory::map(bool recreate, bool readOnly, bool zeroFill) {
     unsigned long long objectSize;
-    return map(recreate, readOnly, zeroFill, objectSize);
+    return map(recreate, readOnly, zeroFill, /*expectNone*/ false, objectSize);
 }
 
-bool CVQSharedMemory::map(bool recreate, bool readOnly, bool zeroFill, unsigned long long& objectSize) {
+bool CVQSharedMemory::map(bool recreate, bool readOnly, bool zeroFill, bool expectNone,
+                          unsigned long long& objectSize) {
     objectSize = 0;
     if (mAddress != nullptr) {
         return false;
@@ -65,21 +66,14 @@ bool CVQSharedMemory::map(bool recreate, bool readOnly, bool zeroFill, unsigned 
         doCheapAssert(kLineMapNoName, kUnit);
         return false;
     }
-    mDescriptor = openObject(mName, 0);
-    if (recreate && mDescriptor != -1) {
+    mDescriptor = expectNone ? openObject(mName, O_CREAT | O_EXCL) : -1;
+    const bool isNew = mDescriptor != -1;
+    const bool isCreated = isNew || openOrCreate(recreate);
+    if (isCreated && !setSize(mDescriptor, mSize)) {
+        doCheapAssert(kLineMapSize, kUnit);
         closeDescriptor();
-        unlink();
-    }
-    bool isCreated = false;
-    if (mDescriptor == -1 && (recreate || errno == ENOENT)) {
-        mDescriptor = openObject(mName, O_CREAT);
-        isCreated = mDescriptor != -1;
-        if (isCreated && !setSize(mDescriptor, mSize)) {
-            doCheapAssert(kLineMapSize, kUnit);
-            closeDescriptor();
-            logNoObject(mName);
-            return isCreated;  // Kept: sharedmem-created. The caller knows what there is to unlink.
-        }
+        logNoObject(mName);
+        return isCreated;  // Kept: sharedmem-created. The caller knows what there is to unlink.
     }
     if (mDescriptor == -1) {
         logNoObject(mName);
@@ -88,6 +82,8 @@ bool CVQSharedMemory::map(bool recreate, bool readOnly, bool zeroFill, unsigned 
     mAddress = mapDescriptor(readOnly, 0);
     if (mAddress == nullptr) {
         VQSyslog::logMsg(0, VQSyslog::ERROR, "Unable to map file %s to memory: %s", mName, errorText(errno));
+    } else if (isNew) {
+        objectSize = mSize;  // of zeros: nobody else has had it
     } else {
         const struct stat status = statusOf(mDescriptor);
         objectSize = static_cast<unsigned long long>(status.st_size);
@@ -155,6 +151,20 @@ void CVQSharedMemory::unlink() {
     if (retryInterrupted([&] { return shm_unlink(mName); }) == -1 && errno != ENOENT) {
         doCheapAssert(kLineUnlink, kUnit);
     }
+}
+
+/// True when this call made the object, or somebody else did between its two attempts.
+bool CVQSharedMemory::openOrCreate(bool recreate) {
+    mDescriptor = openObject(mName, 0);
+    if (recreate && mDescriptor != -1) {
+        closeDescriptor();
+        unlink();
+    }
+    if (mDescriptor != -1 || (!recreate && errno != ENOENT)) {
+        return false;
+    }
+    mDescriptor = openObject(mName, O_CREAT);
+    return mDescriptor != -1;
 }
 
 void* CVQSharedMemory::mapDescriptor(bool readOnly, int flags) const {

@@ -95,6 +95,21 @@ std::string create(const Arm& arm) {
                                         : "failed " + faults::errorName(errno);
 }
 
+std::string createSegment(const Arm& arm) {
+    const SharedName name;
+    arm();
+    const auto handle = CVQReferencedSharedMemory::create(name.text().c_str(), 100);
+    return (handle.isNull() ? "none, " : "made, ") + std::to_string(name.objectSize());
+}
+
+std::string openSegment(const Arm& arm) {
+    const SharedName name;
+    name.make(104);
+    arm();
+    const CVQReferencedSharedMemory segment(name.text().c_str(), 100, /*create*/ false);
+    return (segment.getDataPtr() == nullptr ? "none, " : "open, ") + std::to_string(name.objectSize());
+}
+
 }  // namespace
 
 std::vector<Row> faults::shmRows() {
@@ -218,23 +233,12 @@ std::vector<Row> faults::shmRows() {
          "false | 2 Unable to create file mapping handle named /marlix/no such name: unknown"},
 
         // A segment that was made, and whose memory could not be had, is taken away again: nobody could open it.
-        {__LINE__, "CVQSharedMemoryQNX", "mmap",
-         [](const Arm& arm) {
-             const SharedName name;
-             arm();
-             const bool isThere = !CVQReferencedSharedMemory::create(name.text().c_str(), 100).isNull();
-             return (isThere ? "made, " : "none, ") + std::to_string(name.objectSize());
-         },
+        {__LINE__, "CVQSharedMemoryQNX", "mmap", createSegment,
          "none, -1 | 2 Unable to map file /marlix-test to memory: ? | CVQReferencedSharedMemory:110 | "
          "2 Could not create shared memory /marlix-test | CVQReferencedSharedMemory:90"},
-        {__LINE__, "CVQSharedMemoryQNX", "fstat",
-         [](const Arm& arm) {
-             const SharedName name;
-             arm();
-             const bool isThere = !CVQReferencedSharedMemory::create(name.text().c_str(), 100).isNull();
-             return (isThere ? "made, " : "none, ") + std::to_string(name.objectSize());
-         },
-         "none, -1 | CVQReferencedSharedMemory:110 | 2 Could not create shared memory /marlix-test | "
-         "CVQReferencedSharedMemory:90"},
+        // Whatever the attempt fails with that comes first, the segment is made as any object is.
+        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegment, "made, 104"},
+        {__LINE__, "CVQSharedMemoryQNX", "fstat", openSegment,
+         "none, 104 | CVQReferencedSharedMemory:110 | 2 Could not open referenced shared memory /marlix-test"},
     };
 }

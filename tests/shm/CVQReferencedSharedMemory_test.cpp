@@ -1,17 +1,20 @@
-// Concerns: the layout; the count through constructors, copies, streams, processes, pipes and channels; who unlinks;
-// failed openings and what they leave; the sizes that are none; hostile streams; killed holders; descriptors.
+// Concerns: the layout; the count through constructors, copies, streams, processes, pipes and channels; who creates
+// and who unlinks; failed openings and what they leave; the sizes that are none; hostile streams; killed holders;
+// descriptors.
 #include <CVQReferencedSharedMemory.h>
 
 #include <CVQByteStream.h>
 #include <CVQSharedMemory.h>
 #include <VQChannelAccess.h>
 
+#include "Race.h"
 #include "SharedName.h"
 #include "file/Descriptors.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
 #include "support/VirtualSlot.h"
 
+#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstring>
@@ -117,6 +120,21 @@ TEST_F(CVQReferencedSharedMemoryTest, CreatingWhatIsThereFailsAndLeavesItAlone) 
               mLog.takeSites());
     EXPECT_TRUE(mName.exists());
     EXPECT_EQ(1U, first->getSharedMemoryRefCount());
+}
+
+TEST_F(CVQReferencedSharedMemoryTest, OfManyProcessesThatCreateASegmentOneHasIt) {
+    for (int round = 0; round < 15; ++round) {
+        const auto codes = shmtest::race(10, [&] {
+            // Never dropped: the segment must be there until the last one has tried.
+            auto* const handle = new Handle(Segment::create(mName, 100));
+            return handle->isNull() ? 0 : 1;
+        });
+        EXPECT_EQ(1, std::count(codes.begin(), codes.end(), 1));
+        EXPECT_EQ(9, std::count(codes.begin(), codes.end(), 0));
+        EXPECT_EQ(2U, Segment(mName, 100, false).getSharedMemoryRefCount());
+        shm_unlink(mName);
+    }
+    mLog.takeSites();
 }
 
 TEST_F(CVQReferencedSharedMemoryTest, OpeningWhatIsNotThereFailsAndLeavesNothing) {
