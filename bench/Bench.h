@@ -2,8 +2,8 @@
 //   Names    BM_<Unit>_<Operation>/<contender>/<size>. The library's own contender is "ours", or starts so; one that
 //            starts with "floor" is what the hardware, the kernel or the C library allows at best.
 //   Threads  a process of ours has threads, so each program starts one before it measures: until then glibc leaves out
-//            the atomic instructions of its mutexes, and libstdc++ those of its counts. What is named "...Alone" is
-//            measured before that.
+//            the atomic instructions of its mutexes, and libstdc++ and the library those of their counts. What is named
+//            "...Alone" is measured before that.
 //   Result   each body checks its result once before its timed loop; a wrong one ends the program, so that nothing
 //            wrong is ever timed.
 #pragma once

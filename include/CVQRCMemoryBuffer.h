@@ -58,7 +58,7 @@ public:
     /// Counts one more handle. Handles do this themselves; for code that keeps a block alive by other means.
     void addRef() noexcept {
         if (mBlock != &sNullBuffer) {
-            VQAtomic::increment(mBlock->referenceCount);
+            VQAtomic::incrementPrivate(mBlock->referenceCount);
         }
     }
 

@@ -291,7 +291,7 @@ protected:
     void addReference(bool unique, std::size_t capacity) {
         if (!unique && mData->mCapacity >= capacity) {
             if (mData != &nullData) {
-                VQAtomic::increment(mData->mReferences);
+                VQAtomic::incrementPrivate(mData->mReferences);
             }
             return;
         }
@@ -306,7 +306,7 @@ protected:
             return;
         }
         const unsigned owners = VQAtomic::load(mData->mReferences);
-        if (owners <= 1 || !VQAtomic::testDecrement(mData->mReferences)) {
+        if (owners <= 1 || !VQAtomic::testDecrementPrivate(mData->mReferences)) {
             releaseBlock(owners);
         }
     }

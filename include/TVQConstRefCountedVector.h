@@ -33,7 +33,7 @@ public:
 
     TVQConstRefCountedVector(const TVQConstRefCountedVector& other) noexcept : mShared(other.mShared) {
         if (mShared != nullptr) {
-            VQAtomic::increment(mShared->owners);
+            VQAtomic::incrementPrivate(mShared->owners);
         }
     }
     /// Leaves `other` empty.
@@ -85,7 +85,7 @@ public:
     /// Gives this object's share up.
     void clear() noexcept {
         SShared* const shared = std::exchange(mShared, nullptr);
-        if (shared != nullptr && !VQAtomic::testDecrement(shared->owners)) {
+        if (shared != nullptr && !VQAtomic::testDecrementPrivate(shared->owners)) {
             delete shared;
         }
     }

@@ -45,7 +45,7 @@ CVQRCMemoryBuffer::SBlock* CVQRCMemoryBuffer::placeHeader(void* allocation, std:
 void CVQRCMemoryBuffer::dropBlock() noexcept {
     SBlock* const block = mBlock;
     mBlock = emptyBlock();
-    if (!VQAtomic::testDecrement(block->referenceCount)) {
+    if (!VQAtomic::testDecrementPrivate(block->referenceCount)) {
         VQMemory::release(block);
     }
 }
