@@ -75,12 +75,9 @@ struct SLastTried {
 constexpr SLastTried kLastTried;
 
 // Below 0.25 a range of numbers may have the same square: the bisection ends at the first of them that it tries.
-// The block comes first; only its two ends can have been tried before, and only one of them can be right.
+// The block comes first. Of its two ends, which can have been tried before, the lower one is never right.
 unsigned bisectBlock(unsigned low, int square) {
     unsigned high = low + kBlock;
-    if (squareOf(low) == square) {
-        return low;
-    }
     if (squareOf(high) == square) {
         return high;
     }
