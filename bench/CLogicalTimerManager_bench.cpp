@@ -18,6 +18,7 @@ public:
     void stop(std::size_t i) { mTimers[i]->stop(); }
     void update() {}
     void run() { mManager.performWork(); }
+    void fire() { mManager.performWork(); }
 
     std::size_t fired = 0;
 
@@ -46,6 +47,9 @@ MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "ours", 100, 10000) {
 }
 MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "ours, thread-safe", 100, 10000) {
     bench::startStopAndFire<Timers<true>>(state);
+}
+MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFireAwake", "ours", 100, 10000) {
+    bench::startStopAndFireAwake<Timers<false>>(state);
 }
 MARLIX_BENCH_MANUAL("CLogicalTimer_FireAll", "ours", 100, 10000) {
     bench::fireAll<Timers<false>>(state);

@@ -44,6 +44,7 @@ public:
             uv_update_time(&mLoop);
     }
     void run() { uv_run(&mLoop, UV_RUN_ONCE); }
+    void fire() { uv_run(&mLoop, UV_RUN_NOWAIT); }
 
     std::size_t fired = 0;
 
@@ -63,6 +64,12 @@ MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "libuv", 100, 10000) {
 }
 MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "libuv, exact starts", 100, 10000) {
     bench::startStopAndFire<UvTimers<true>>(state);
+}
+MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFireAwake", "libuv", 100, 10000) {
+    bench::startStopAndFireAwake<UvTimers<false>>(state);
+}
+MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFireAwake", "libuv, exact starts", 100, 10000) {
+    bench::startStopAndFireAwake<UvTimers<true>>(state);
 }
 MARLIX_BENCH_MANUAL("CLogicalTimer_FireAll", "libuv", 100, 10000) {
     bench::fireAll<UvTimers<false>>(state);

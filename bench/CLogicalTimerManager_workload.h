@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <map>
 #include <memory>
 #include <random>
 #include <vector>
@@ -18,6 +19,13 @@ inline double threadSeconds() {
     timespec time;
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/// Nanoseconds of the monotonic clock.
+inline long long monotonicNow() {
+    timespec time;
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return time.tv_sec * 1000000000LL + time.tv_nsec;
 }
 
 /// The same numbers for all contenders.
@@ -47,25 +55,62 @@ void startAndStop(benchmark::State& state) {
     check(timers.fired == 0, "no timer is due");
 }
 
-/// The timers are started at random times of up to 20 ms, every third is stopped, and the others fire. Reports the
-/// processor time for one of them.
+/// The timers are started at random times of up to 20 ms, and every third is stopped again: how many are left.
+template <class Timers>
+std::size_t startSome(Timers& timers, const std::vector<unsigned>& times) {
+    timers.fired = 0;
+    timers.update();
+    for (std::size_t i = 0; i < times.size(); ++i)
+        timers.start(i, 1 + times[i]);
+    for (std::size_t i = 0; i < times.size(); i += 3)
+        timers.stop(i);
+    return times.size() - (times.size() + 2) / 3;
+}
+
+/// Some timers are started, some of them stopped, and the others fire, while the thread sleeps in between. Reports the
+/// processor time for one of them, which is that of the sleeps for the most part.
 template <class Timers>
 void startStopAndFire(benchmark::State& state) {
     const auto count = static_cast<std::size_t>(state.range(0));
     const auto times = randomNumbers(count, 20, 3);
     Timers timers(count);
     for (auto _ : state) {
-        timers.fired = 0;
         const double begin = threadSeconds();
-        timers.update();
-        for (std::size_t i = 0; i < count; ++i)
-            timers.start(i, 1 + times[i]);
-        for (std::size_t i = 0; i < count; i += 3)
-            timers.stop(i);
-        while (timers.fired < count - (count + 2) / 3)
+        const std::size_t left = startSome(timers, times);
+        while (timers.fired < left)
             timers.run();
         state.SetIterationTime((threadSeconds() - begin) / static_cast<double>(count));
-        check(timers.fired == count - (count + 2) / 3, "each timer that was not stopped fired once");
+        check(timers.fired == left, "each timer that was not stopped fired once");
+    }
+}
+
+/// The same without the sleeps: the thread stays awake until some timers are due for half a millisecond, which is not
+/// counted, and then has them fired. Reports the time for one of them.
+template <class Timers>
+void startStopAndFireAwake(benchmark::State& state) {
+    const auto count = static_cast<std::size_t>(state.range(0));
+    const auto times = randomNumbers(count, 20, 3);
+    std::map<unsigned, std::size_t> due;
+    for (std::size_t i = 0; i < count; ++i)
+        if (i % 3 != 0)
+            ++due[1 + times[i]];
+    Timers timers(count);
+    for (auto _ : state) {
+        const long long begin = monotonicNow();
+        const std::size_t left = startSome(timers, times);
+        const long long started = monotonicNow();
+        long long took = started - begin;
+        std::size_t total = 0;
+        for (const auto& [ms, fresh] : due) {
+            long long now;
+            while ((now = monotonicNow()) < started + ms * 1000000LL + 500000) {
+            }
+            for (total += fresh; timers.fired < total;)
+                timers.fire();
+            took += monotonicNow() - now;
+        }
+        state.SetIterationTime(static_cast<double>(took) * 1e-9 / static_cast<double>(count));
+        check(timers.fired == left, "each timer that was not stopped fired once");
     }
 }
 
@@ -86,13 +131,6 @@ void fireAll(benchmark::State& state) {
             timers.run();
         state.SetIterationTime((threadSeconds() - begin) / static_cast<double>(count));
     }
-}
-
-/// Nanoseconds of the monotonic clock.
-inline long long monotonicNow() {
-    timespec time;
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return time.tv_sec * 1000000000LL + time.tv_nsec;
 }
 
 /// The timers are started at random times of up to 20 ms, and fire in their order. Reports how early or late they are,
