@@ -206,10 +206,24 @@ public:
     /// In line, as searching a sorted container is made of it.
     int compare(const CVQString& other) const noexcept {
         const int order = std::strcmp(mData->text(), other.mData->text());
-        if (order != 0)
-            return order;
-        const unsigned count = mData->mCharacterCount, otherCount = other.mData->mCharacterCount;
-        return (count > otherCount ? 1 : 0) - (count < otherCount ? 1 : 0);
+        return order != 0 ? order : compareCounts(other);
+    }
+    /// The same, of two texts whose first `alike` bytes are the same and not zero. Raises `alike` to the number of
+    /// all such bytes. So a search in sorted texts compares only once what all that are left to it begin with.
+    int compareFrom(const CVQString& other, std::size_t& alike) const noexcept {
+        const char* const mine = mData->text();
+        const char* const theirs = other.mData->text();
+        const std::size_t bytes =
+            mData->mByteLength < other.mData->mByteLength ? mData->mByteLength : other.mData->mByteLength;
+        while (alike + sizeof(std::size_t) <= bytes && areWordsAlike(mine + alike, theirs + alike)) {
+            alike += sizeof(std::size_t);
+        }
+        while (mine[alike] == theirs[alike]) {
+            if (mine[alike] == '\0')
+                return compareCounts(other);
+            ++alike;
+        }
+        return static_cast<unsigned char>(mine[alike]) < static_cast<unsigned char>(theirs[alike]) ? -1 : 1;
     }
 
     /// The first place of `pattern`, or end(). An empty pattern is nowhere.
@@ -335,6 +349,19 @@ private:
         SVQStringData* const mine = mData;
         mData = other.mData;
         other.mData = mine;
+    }
+    int compareCounts(const CVQString& other) const noexcept {
+        const unsigned count = mData->mCharacterCount, otherCount = other.mData->mCharacterCount;
+        return (count > otherCount ? 1 : 0) - (count < otherCount ? 1 : 0);
+    }
+    /// Whether both begin with the same word of bytes, none of them zero.
+    static bool areWordsAlike(const char* left, const char* right) noexcept {
+        constexpr std::size_t kOnes = ~std::size_t{0} / 0xFFU;
+        std::size_t leftWord = 0;
+        std::size_t rightWord = 0;
+        std::memcpy(&leftWord, left, sizeof leftWord);
+        std::memcpy(&rightWord, right, sizeof rightWord);
+        return leftWord == rightWord && ((leftWord - kOnes) & ~leftWord & (kOnes << 7U)) == 0;
     }
     bool equals(const CVQString& other) const noexcept;
     bool holds(const const_iterator& position, std::size_t& at) const noexcept;

@@ -82,6 +82,31 @@ TEST(TVQMap, SortsTextsByBytes) {
     EXPECT_EQ(nullptr, std::as_const(map).find("z"));
 }
 
+TEST(TVQMap, AgreesWithAStandardMapOfTexts) {
+    std::mt19937 random(1);
+    TVQMap<CVQString, int> map;
+    std::map<std::string, int> model;
+    for (int step = 0; step < 5000; ++step) {
+        // Few letters and syllables of up to a dozen bytes, so that keys begin like many others.
+        std::string key;
+        for (auto parts = random() % 5; parts > 0; --parts)
+            key += std::string(random() % 12, "ab"[random() % 2]) + (random() % 2 != 0 ? "ß" : "");
+        if (step % 4 == 3) {
+            ASSERT_EQ(model.erase(key) == 1, map.erase(key.c_str()));
+        } else {
+            ASSERT_EQ(model.emplace(key, step).second, map.insert(key.c_str(), step));
+        }
+        ASSERT_EQ(int(model.size()), map.size());
+    }
+    ASSERT_LT(500u, model.size());
+    EXPECT_TRUE(
+        std::equal(map.begin(), map.end(), model.begin(), model.end(), [](const auto& entry, const auto& expected) {
+            return entry.key.c_str() == expected.first && entry.value == expected.second;
+        }));
+    for (const auto& [key, value] : model)
+        EXPECT_EQ(value, *map.find(key.c_str()));
+}
+
 TEST(TVQMap, KeepsTheFirstValueOfAKey) {
     TVQMap<int, CVQString> map;
     EXPECT_TRUE(map.insert(1, "first"));

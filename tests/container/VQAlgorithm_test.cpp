@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <string>
 #include <vector>
 
 namespace {
@@ -32,15 +33,33 @@ struct SCompared {
     int compare(const SCompared& other) const noexcept { return ++asked, value - other.value; }
 };
 
+/// Ordered by its digits, which it compares only as far as is not known.
+struct SDigits {
+    int value;
+    static inline int read = 0;
+    bool operator<(const SDigits& other) const { return value < other.value; }
+    int compare(const SDigits& other) const noexcept { return value - other.value; }
+    int compareFrom(const SDigits& other, std::size_t& alike) const noexcept {
+        const std::string mine = digits(), theirs = other.digits();
+        EXPECT_EQ(mine.substr(0, alike), theirs.substr(0, alike));
+        while (alike < mine.size() && (++read, mine[alike] == theirs[alike]))
+            ++alike;
+        return alike < mine.size() ? mine[alike] - theirs[alike] : 0;
+    }
+
+private:
+    std::string digits() const { return std::to_string(2000 + value); }
+};
+
 template <class Number>
 class VQAlgorithmFindUnique : public testing::Test {};
-using Numbers = testing::Types<SPlain, SCompared>;
+using Numbers = testing::Types<SPlain, SCompared, SDigits>;
 TYPED_TEST_SUITE(VQAlgorithmFindUnique, Numbers);
 
 TYPED_TEST(VQAlgorithmFindUnique, FindsEachKeyOrWhereItIsMissing) {
     const auto self = [](const TypeParam& number) -> const TypeParam& { return number; };
     std::vector<TypeParam> numbers;
-    for (int size = 0; size <= 40; ++size) {
+    for (int size = 0; size <= 120; ++size) {
         for (int key = -1; key <= 2 * size; ++key) {
             const auto place = VQAlgorithm::findUnique(numbers.begin(), numbers.end(), TypeParam{key}, self,
                                                        TVQBefore<TypeParam>());
@@ -66,6 +85,15 @@ TEST(VQAlgorithm, AsksAnOrderThatComparesNoMoreOnceTheKeyIsFound) {
     EXPECT_EQ(3, SPlain::asked);
 }
 
+TEST(VQAlgorithm, ComparesWhatBothNeighboursBeginWithNoMore) {
+    const auto self = [](const SDigits& number) -> const SDigits& { return number; };
+    const std::vector<SDigits> numbers = {{100}, {110}, {120}, {130}, {140}, {150}, {160}};
+    SDigits::read = 0;
+    VQAlgorithm::findUnique(numbers.begin(), numbers.end(), SDigits{121}, self, TVQBefore<SDigits>());
+    // 2130 and 2110 both begin with 21 as 2121 does: what lies between is read from the third digit on.
+    EXPECT_EQ(3 + 3 + 2, SDigits::read);
+}
+
 TEST(VQAlgorithm, DoesNotTakeAnInheritedComparisonForATypesOwnOrder) {
     struct SBackward : SCompared {
         bool operator<(const SBackward& other) const { return other.value < value; }
@@ -78,6 +106,12 @@ TEST(VQAlgorithm, DoesNotTakeAnInheritedComparisonForATypesOwnOrder) {
         VQAlgorithm::findUnique(numbers.begin(), numbers.end(), SBackward{{0}}, self, TVQBefore<SBackward>());
     EXPECT_TRUE(place.isFound);
     EXPECT_EQ(2, place.position - numbers.begin());
+
+    struct SByLastDigit : SDigits {
+        int compare(const SByLastDigit& other) const noexcept { return value % 10 - other.value % 10; }
+    };
+    std::size_t alike = 0;
+    EXPECT_GT(0, TVQBefore<SByLastDigit>().compare({{20}}, {{11}}, alike));
 }
 
 }  // namespace

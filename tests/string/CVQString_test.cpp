@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
+#include <random>
 #include <type_traits>
 #include <unordered_set>
 
@@ -266,6 +267,38 @@ TEST(CVQString, IsOrderedSoThatWhatIsEquivalentIsEqual) {
             EXPECT_EQ(left < right, left.compare(right) < 0);
             EXPECT_EQ(right<left, left.compare(right)> 0);
         }
+}
+
+TEST(CVQString, ComparesAlikeFromEachPlaceUpToTheFirstDifference) {
+    const auto signOf = [](int order) { return (order > 0) - (order < 0); };
+    std::mt19937 random(1);
+    int same = 0;
+    for (int round = 0; round < 3000; ++round) {
+        // Few bytes, so that texts often begin alike; now and then a zero byte and some with their top bit set.
+        const auto randomBytes = [&random](std::size_t count) {
+            std::string bytes(count, '\0');
+            for (char& byte : bytes) {
+                const bool mayBeZero = random() % 16 == 0;
+                byte = "aaaaab\xC3\xFF"[random() % (mayBeZero ? 9 : 8)];
+            }
+            return bytes;
+        };
+        const std::string common = randomBytes(random() % 40);
+        const CVQString left = unchecked(common + randomBytes(random() % 12));
+        const CVQString right = unchecked(common + randomBytes(random() % 12));
+
+        std::size_t difference = 0;
+        while (left.c_str()[difference] == right.c_str()[difference] && left.c_str()[difference] != '\0')
+            ++difference;
+        for (std::size_t from = 0; from <= difference; ++from) {
+            std::size_t alike = from;
+            ASSERT_EQ(signOf(left.compare(right)), signOf(left.compareFrom(right, alike)))
+                << bytesOf(left) << ' ' << bytesOf(right) << ' ' << from;
+            ASSERT_EQ(difference, alike);
+        }
+        same += left.compare(right) == 0;
+    }
+    EXPECT_LT(20, same);
 }
 
 TEST(CVQString, Kept_ZeroBytesEndComparingSearchingAndStepping) {  // string-zero-bytes
