@@ -15,7 +15,11 @@ pid_t processId = 0;
 
 namespace {
 
-_sync channelLock = {0, 0};
+// What each message changes, in one cache line: it moves from processor to processor together.
+struct alignas(kCacheLine) {
+    _sync lock;
+    Message* freeMessages;
+} shared = {{0, 0}, nullptr};
 
 // Messages lie in blocks that never move, since their receive ids outlive them.
 constexpr unsigned kBlockSize = 64;
@@ -24,18 +28,25 @@ constexpr unsigned kIndexBits = 16;
 constexpr unsigned kGenerations = 1u << (31 - kIndexBits);
 Message* messageBlocks[kBlocks];
 unsigned messageCount = 0;
-Message* freeMessages = nullptr;
 
 constexpr int kPulsesAtOnce = 32;
 
 Channel* spareChannels = nullptr;
 
+/// Zeroed, and at the begin of a cache line; null without memory.
+void* allocateLines(size_t size) {
+    void* const lines = aligned_alloc(kCacheLine, size);
+    if (lines != nullptr)
+        memset(lines, 0, size);
+    return lines;
+}
+
 void addFreeMessages(Message* block, unsigned firstIndex) {
     for (unsigned i = kBlockSize; i-- > 0;) {
         block[i].index = firstIndex + i;
         if (block[i].index != 0) {
-            block[i].next = freeMessages;
-            freeMessages = &block[i];
+            block[i].next = shared.freeMessages;
+            shared.freeMessages = &block[i];
         }
     }
 }
@@ -43,7 +54,7 @@ void addFreeMessages(Message* block, unsigned firstIndex) {
 bool addMessageBlock() {
     if (messageCount == kBlocks * kBlockSize)
         return false;
-    Message* const block = static_cast<Message*>(calloc(kBlockSize, sizeof(Message)));
+    Message* const block = static_cast<Message*>(allocateLines(kBlockSize * sizeof(Message)));
     if (block == nullptr)
         return false;
     messageBlocks[messageCount / kBlockSize] = block;
@@ -94,7 +105,7 @@ void freeContents(Channel* channel) {
 Channel* takeChannel() {
     Channel* const spare = spareChannels;
     if (spare == nullptr)
-        return static_cast<Channel*>(calloc(1, sizeof(Channel)));
+        return static_cast<Channel*>(allocateLines(sizeof(Channel)));
     spareChannels = spare->nextSpare;
     Doorbell* const doorbell = spare->doorbell;
     memset(static_cast<void*>(spare), 0, sizeof(Channel));
@@ -127,15 +138,15 @@ void ChannelGuard::unlock() {
 }
 
 void lockChannels() {
-    pthread_mutex_lock(&channelLock);
+    pthread_mutex_lock(&shared.lock);
 }
 
 void unlockChannels() {
-    pthread_mutex_unlock(&channelLock);
+    pthread_mutex_unlock(&shared.lock);
 }
 
 void forgetChannels() {
-    channelLock = {0, 0};
+    shared.lock = {0, 0};
     forgetTimers();
     processId = getpid();
     for (int id = 1; id < channels.capacity; ++id)
@@ -150,7 +161,7 @@ void forgetChannels() {
         free(spare);
     }
     channels.clear(1);
-    freeMessages = nullptr;
+    shared.freeMessages = nullptr;
     for (unsigned first = 0; first < messageCount; first += kBlockSize) {
         Message* const block = messageBlocks[first / kBlockSize];
         memset(static_cast<void*>(block), 0, kBlockSize * sizeof(Message));
@@ -338,10 +349,10 @@ void sayDisconnected(Channel* channel, int scoid) {
 }
 
 Message* newMessage(Channel* channel) {
-    if (freeMessages == nullptr && !addMessageBlock())
+    if (shared.freeMessages == nullptr && !addMessageBlock())
         return nullptr;
-    Message* const message = freeMessages;
-    freeMessages = static_cast<Message*>(message->next);
+    Message* const message = shared.freeMessages;
+    shared.freeMessages = static_cast<Message*>(message->next);
     message->isPulse = false;
     message->isUnblockAsked = false;
     message->users = 0;
@@ -355,8 +366,8 @@ void dropMessage(Message* message) {
     releaseChannel(message->channel);
     message->state = Message::State::FREE;
     message->generation = (message->generation + 1) % kGenerations;
-    message->next = freeMessages;
-    freeMessages = message;
+    message->next = shared.freeMessages;
+    shared.freeMessages = message;
 }
 
 int receiveIdOf(const Message* message) {

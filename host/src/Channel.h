@@ -86,8 +86,10 @@ struct LookingReceiver {
     char bytes[kBytes];
 };
 
-// What each message needs comes first, close together: it moves from processor to processor.
-struct Channel {
+constexpr size_t kCacheLine = 64;
+
+// What each message changes comes first, in one cache line: it moves from processor to processor.
+struct alignas(kCacheLine) Channel {
     unsigned references;  // the table's, its connections', its timers', its receivers' and its messages'
     bool isDestroyed;
     bool isSpunAt;  // outside
@@ -155,18 +157,18 @@ private:
 constexpr Waker kNobody = {nullptr, Sharing::PRIVATE, false};
 
 /// A message from the moment it is queued until its sender goes on.
-struct Message : QueueEntry {
+struct alignas(kCacheLine) Message : QueueEntry {
     enum class State : uint8_t { FREE, ARRIVING, QUEUED, RECEIVED, REPLIED };
     unsigned index;
     unsigned generation;
     State state;
     bool isUnblockAsked;  // the pulse that asks for the sender's release was queued
-    unsigned users;       // threads that copy from it or to its sender, without the lock
     bool isOver;          // its sender goes on, with the result below, as soon as there are no users
+    unsigned users;       // threads that copy from it or to its sender, without the lock
+    LocalSender* sender;  // or null, and then it came over the link
+    Channel* channel;
     int status;
     int error;
-    Channel* channel;
-    LocalSender* sender;  // or null, and then it came over this link:
     struct InLink* link;
     unsigned lane;
     unsigned turn;

@@ -27,6 +27,7 @@ bool faults::hasOldKernel = false;
 timespec faults::timeThatWasSet = {};
 
 CALL(calloc, NOTHING, void*, (std::size_t count, std::size_t size), (count, size), ENOMEM)
+CALL(aligned_alloc, NOTHING, void*, (std::size_t alignment, std::size_t size), (alignment, size), ENOMEM)
 CALL(realloc, NOTHING, void*, (void* block, std::size_t size), (block, size), ENOMEM)
 CALL(mmap64, NO_MAPPING, void*,
      (void* at, std::size_t size, int protection, int flags, int descriptor, off64_t offset),
@@ -157,7 +158,7 @@ int wrapped_getsockopt(int socket, int level, int name, void* value, socklen_t* 
     return getsockopt(socket, level, name, value, size);
 }
 
-// Of all system calls, two: waiting and waking cannot fail.
+// Of the system calls made by number, two: the others cannot fail.
 long wrapped_syscall(long number, ...) asm("__wrap_syscall");
 long wrapped_syscall(long number, ...) {
     std::va_list rest;
