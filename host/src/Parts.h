@@ -98,11 +98,12 @@ inline size_t copyParts(const Parts& to, size_t toOffset, const Parts& from, siz
 
 /// Copies what both have into a segment out of which somebody else copies next, its end first; the result is how
 /// much. The begin of a run larger than the cache is then still there when the other copy starts, and its end when
-/// the next run comes.
+/// the next run comes. In smaller steps, which it runs through forwards each, less of that is lost.
 inline size_t fillFromEnd(const iovec& place, const Parts& from) {
+    constexpr size_t kStep = kCopyStep / 4;
     const size_t length = place.iov_len < from.length ? place.iov_len : from.length;
     for (size_t rest = length; rest != 0;) {
-        const size_t step = rest < kCopyStep ? rest : kCopyStep;
+        const size_t step = rest < kStep ? rest : kStep;
         rest -= step;
         const iovec piece = {static_cast<char*>(place.iov_base) + rest, step};
         copyParts({&piece, 1, step}, 0, from, rest);
