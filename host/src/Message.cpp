@@ -372,7 +372,8 @@ Deadline sleepUntil(Channel* channel, bool inside, Deadline deadline) {
     const bool hasTimers = channel->timers.count != 0;
     if (isWatching() && !hasTimers)
         return deadline;
-    const uint64_t now = nowNs(CLOCK_MONOTONIC);
+    // Where some milliseconds less do not matter, the clock that is read in a fraction of the time.
+    const uint64_t now = nowNs(hasTimers ? CLOCK_MONOTONIC : CLOCK_MONOTONIC_COARSE);
     Deadline limit = earlier(lookAtDoor(channel, now), deadline);
     if (inside && !isWatching())
         limit = earlier({now + kInsideNs}, limit);

@@ -57,10 +57,10 @@ unsigned tableLock = 0;         // 0 free, 1 held, 2 held and waited for
 
 bool anyoneForeign = false;  // a record was made for a thread that ThreadCreate did not start
 
-__thread Thread* ownThread = nullptr;
+__thread Thread* ownThread __attribute__((tls_model("initial-exec"))) = nullptr;
 // Somebody frees a foreign thread's record as soon as the kernel says that it is gone. The thread itself reads it under
 // the lock, so that whoever frees it has synchronised with that.
-__thread bool isOwnForeign = false;
+__thread bool isOwnForeign __attribute__((tls_model("initial-exec"))) = false;
 
 // A thread that is to end while it holds the lock ends when it has released it.
 __thread volatile sig_atomic_t isGuarded = 0;
