@@ -66,6 +66,11 @@ void runAlone(benchmark::State& state) {
     MARLIX_BENCH_1(__COUNTER__, runWithThreads, operation,                                                         \
                    contender, ->ArgsProduct({{__VA_ARGS__}})->UseManualTime()->Iterations(20))
 
+/// The same for a body that needs long by itself.
+#define MARLIX_BENCH_FEW(operation, contender, ...)                                                                \
+    MARLIX_BENCH_1(__COUNTER__, runWithThreads, operation,                                                         \
+                   contender, ->ArgsProduct({{__VA_ARGS__}})->UseManualTime()->Iterations(3))
+
 #define MARLIX_BENCH_1(id, run, operation, contender, options)                                                     \
     MARLIX_BENCH_2(id, run, operation, contender, options)
 #define MARLIX_BENCH_2(id, run, operation, contender, options)                                                     \

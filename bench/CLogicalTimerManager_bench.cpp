@@ -48,7 +48,7 @@ MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "ours", 100, 10000) {
 MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "ours, thread-safe", 100, 10000) {
     bench::startStopAndFire<Timers<true>>(state);
 }
-MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFireAwake", "ours", 100, 10000) {
+MARLIX_BENCH_FEW("CLogicalTimer_StartStopFireAwake", "ours", 100, 10000) {
     bench::startStopAndFireAwake<Timers<false>>(state);
 }
 MARLIX_BENCH_MANUAL("CLogicalTimer_FireAll", "ours", 100, 10000) {

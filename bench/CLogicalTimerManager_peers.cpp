@@ -65,10 +65,10 @@ MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "libuv", 100, 10000) {
 MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFire", "libuv, exact starts", 100, 10000) {
     bench::startStopAndFire<UvTimers<true>>(state);
 }
-MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFireAwake", "libuv", 100, 10000) {
+MARLIX_BENCH_FEW("CLogicalTimer_StartStopFireAwake", "libuv", 100, 10000) {
     bench::startStopAndFireAwake<UvTimers<false>>(state);
 }
-MARLIX_BENCH_MANUAL("CLogicalTimer_StartStopFireAwake", "libuv, exact starts", 100, 10000) {
+MARLIX_BENCH_FEW("CLogicalTimer_StartStopFireAwake", "libuv, exact starts", 100, 10000) {
     bench::startStopAndFireAwake<UvTimers<true>>(state);
 }
 MARLIX_BENCH_MANUAL("CLogicalTimer_FireAll", "libuv", 100, 10000) {

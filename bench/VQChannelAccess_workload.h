@@ -295,8 +295,3 @@ private:
 };
 
 }  // namespace bench
-
-/// For a body that needs long by itself.
-#define MARLIX_BENCH_FEW(operation, contender, ...)                                                                \
-    MARLIX_BENCH_1(__COUNTER__, runWithThreads, operation,                                                         \
-                   contender, ->ArgsProduct({{__VA_ARGS__}})->UseManualTime()->Iterations(3))
