@@ -163,12 +163,12 @@ struct alignas(kCacheLine) Message : QueueEntry {
     unsigned generation;
     State state;
     bool isUnblockAsked;  // the pulse that asks for the sender's release was queued
-    bool isOver;          // its sender goes on, with the result below, as soon as there are no users
     unsigned users;       // threads that copy from it or to its sender, without the lock
-    LocalSender* sender;  // or null, and then it came over the link
-    Channel* channel;
+    bool isOver;          // its sender goes on, with the result below, as soon as there are no users
     int status;
     int error;
+    Channel* channel;
+    LocalSender* sender;  // or null, and then it came over this link:
     struct InLink* link;
     unsigned lane;
     unsigned turn;
