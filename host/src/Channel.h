@@ -82,6 +82,7 @@ struct LookingReceiver {
     // When handed:
     int id;
     struct LocalSender* lender;  // whose bytes are to be copied, or null when they are here
+    OwnParts lent;
     _msg_info info;
     char bytes[kBytes];
 };
@@ -131,7 +132,7 @@ struct LocalSender {
     int status;
     int error;
     Parts request;
-    Parts reply;
+    OwnParts reply;
     struct Message* message;
 };
 

@@ -107,6 +107,7 @@ bool handOver(Channel* channel, Message* message) {
     } else {
         sender->word = LocalSender::RECEIVED | LocalSender::LENT;
         receiver->lender = sender;
+        receiver->lent.set(sender->request);
     }
     --channel->references;  // the receiver's; the message has its own
     callLooking(channel, LookingReceiver::HANDED);
@@ -122,7 +123,8 @@ SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& re
     if (message == nullptr)
         return {-1, EAGAIN};
     const bool isReplyAloneTimed = isOnly(timeout, _NTO_TIMEOUT_REPLY);
-    LocalSender sender = {LocalSender::QUEUED, isReplyAloneTimed, false, 0, 0, request, reply, message};
+    LocalSender sender = {LocalSender::QUEUED, isReplyAloneTimed, false, 0, 0, request, {}, message};
+    sender.reply.set(reply);
     message->sender = &sender;
     message->link = nullptr;
     message->priority = callerPriority();
@@ -318,7 +320,7 @@ int lookInside(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_in
         guard.unlock();
     }
     const iovec bytes = {self.bytes, static_cast<size_t>(self.info.srcmsglen)};
-    const Parts sent = self.lender != nullptr ? self.lender->request : Parts{&bytes, 1, bytes.iov_len};
+    const Parts sent = self.lender != nullptr ? self.lent.get() : Parts{&bytes, 1, bytes.iov_len};
     self.info.msglen = static_cast<int32_t>(copyParts(into, 0, sent, 0));
     if (self.lender != nullptr && !giveBack(self.lender)) {
         guard.lock();
@@ -467,7 +469,7 @@ int receive(int chid, Parts into, _msg_info* info, bool pulsesOnly) {
 /// The reply's place and room at the sender. False when it has withdrawn, or without memory.
 bool replyPlace(Message* message, iovec& storage, Parts& place) {
     if (message->sender != nullptr) {
-        place = message->sender->reply;
+        place = message->sender->reply.get();
         return true;
     }
     storage = {replyWindow(message), static_cast<size_t>(message->info.dstmsglen)};

@@ -13,6 +13,22 @@ struct Parts {
     size_t length;  // of all together
 };
 
+/// A run for a reader on another processor: the place of a single part is here as well, so that it need not be fetched
+/// from where the owner of the run has it.
+class OwnParts {
+public:
+    void set(const Parts& run) {
+        mRun = run;
+        if (run.count == 1)
+            mOnly = *run.parts;
+    }
+    Parts get() const { return mRun.count == 1 ? Parts{&mOnly, 1, mRun.length} : mRun; }
+
+private:
+    Parts mRun;
+    iovec mOnly;
+};
+
 /// False for a count or a length that a message cannot have.
 inline bool measure(Parts& run) {
     if (run.count < 0)
