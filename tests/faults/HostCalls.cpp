@@ -158,7 +158,7 @@ int wrapped_getsockopt(int socket, int level, int name, void* value, socklen_t* 
     return getsockopt(socket, level, name, value, size);
 }
 
-// Of the system calls made by number, two: the others cannot fail.
+// Of all system calls, two: waiting and waking cannot fail.
 long wrapped_syscall(long number, ...) asm("__wrap_syscall");
 long wrapped_syscall(long number, ...) {
     std::va_list rest;
