@@ -232,12 +232,6 @@ void destroyChannel(Channel* channel) {
     releaseChannel(channel);
 }
 
-bool ReceiverCall::make() const {
-    if (inside != nullptr)
-        futexWake(inside, 1, Sharing::PRIVATE);
-    return isAwaited || (outside != nullptr && ring(*outside));
-}
-
 void callLooking(Channel* channel, LookingReceiver::State state) {
     LookingReceiver* const receiver = channel->looking;
     channel->looking = nullptr;

@@ -200,7 +200,11 @@ struct ReceiverCall {
     Doorbell* outside;
 
     /// True when a receiver waits.
-    bool make() const;
+    bool make() const {
+        if (inside != nullptr)
+            futexWake(inside, 1, Sharing::PRIVATE);
+        return isAwaited || (outside != nullptr && ring(*outside));
+    }
 };
 
 /// Calls one receiver, after something was queued.

@@ -170,8 +170,10 @@ int pulseHere(ChannelGuard& guard, const Connection* connection, int priority, i
     return 0;
 }
 
-int send(int coid, Parts request, Parts reply) {
+int send(int coid, Buffers given, Buffers room) {
     const ArmedTimeout timeout = takeTimeouts();
+    iovec storage[2];
+    Parts request = given.parts(storage[0]), reply = room.parts(storage[1]);
     if (!measure(request) || !measure(reply))
         return fail(EINVAL);
     ErrnoKeeper keeper;
@@ -446,8 +448,10 @@ int receiveFrom(ChannelGuard& guard, Channel* channel, Parts into, _msg_info* in
     }
 }
 
-int receive(int chid, Parts into, _msg_info* info, bool pulsesOnly) {
+int receive(int chid, Buffers room, _msg_info* info, bool pulsesOnly) {
     const Deadline deadline = takeTimeout(_NTO_TIMEOUT_RECEIVE);
+    iovec storage;
+    Parts into = room.parts(storage);
     if (!measure(into))
         return fail(EINVAL);
     ErrnoKeeper keeper;
@@ -482,8 +486,10 @@ void noteReplied(Message* message, size_t end) {
         message->replyLength = end;
 }
 
-int reply(int rcvid, int status, int error, Parts answer) {
+int reply(int rcvid, int status, int error, Buffers given) {
     dropTimeout();
+    iovec only;
+    Parts answer = given.parts(only);
     if (!measure(answer))
         return fail(EINVAL);
     ErrnoKeeper keeper;
@@ -524,8 +530,10 @@ int reply(int rcvid, int status, int error, Parts answer) {
     return -1;
 }
 
-int readMessage(int rcvid, Parts into, int offset) {
+int readMessage(int rcvid, Buffers room, int offset) {
     dropTimeout();
+    iovec only;
+    Parts into = room.parts(only);
     if (!measure(into) || offset < 0)
         return fail(EINVAL);
     ErrnoKeeper keeper;
@@ -549,8 +557,10 @@ int readMessage(int rcvid, Parts into, int offset) {
     return -1;
 }
 
-int writeReply(int rcvid, Parts from, int offset) {
+int writeReply(int rcvid, Buffers given, int offset) {
     dropTimeout();
+    iovec only;
+    Parts from = given.parts(only);
     if (!measure(from) || offset < 0)
         return fail(EINVAL);
     ErrnoKeeper keeper;
@@ -577,28 +587,17 @@ int writeReply(int rcvid, Parts from, int offset) {
     return static_cast<int>(copied);
 }
 
-/// One buffer as the parts of a message. A negative size becomes more than any message has.
-class OnePart {
-public:
-    OnePart(const void* bytes, int size)
-        : mPart{const_cast<void*>(bytes), size < 0 ? SIZE_MAX : static_cast<size_t>(size)} {}
-    Parts get() const { return {&mPart, 1, 0}; }
-
-private:
-    iovec mPart;
-};
-
 }  // namespace
 }  // namespace host
 
 using namespace host;
 
 int MsgSend(int coid, const void* message, int bytes, void* reply, int replyBytes) {
-    return send(coid, OnePart(message, bytes).get(), OnePart(reply, replyBytes).get());
+    return send(coid, Buffers::one(message, bytes), Buffers::one(reply, replyBytes));
 }
 
 int MsgSendv(int coid, const iovec* message, int parts, const iovec* reply, int replyParts) {
-    return send(coid, {message, parts, 0}, {reply, replyParts, 0});
+    return send(coid, Buffers::list(message, parts), Buffers::list(reply, replyParts));
 }
 
 int MsgSendPulse(int coid, int priority, int code, int value) {
@@ -622,41 +621,41 @@ int MsgSendPulse(int coid, int priority, int code, int value) {
 }
 
 int MsgReceive(int chid, void* message, int bytes, _msg_info* info) {
-    return receive(chid, OnePart(message, bytes).get(), info, /*pulsesOnly*/ false);
+    return receive(chid, Buffers::one(message, bytes), info, /*pulsesOnly*/ false);
 }
 
 int MsgReceivev(int chid, const iovec* message, int parts, _msg_info* info) {
-    return receive(chid, {message, parts, 0}, info, /*pulsesOnly*/ false);
+    return receive(chid, Buffers::list(message, parts), info, /*pulsesOnly*/ false);
 }
 
 int MsgReceivePulse(int chid, void* pulse, int bytes, _msg_info*) {
-    return receive(chid, OnePart(pulse, bytes).get(), nullptr, /*pulsesOnly*/ true);
+    return receive(chid, Buffers::one(pulse, bytes), nullptr, /*pulsesOnly*/ true);
 }
 
 int MsgReply(int rcvid, int status, const void* bytes, int size) {
-    return reply(rcvid, status, 0, OnePart(bytes, size).get());
+    return reply(rcvid, status, 0, Buffers::one(bytes, size));
 }
 
 int MsgReplyv(int rcvid, int status, const iovec* answer, int parts) {
-    return reply(rcvid, status, 0, {answer, parts, 0});
+    return reply(rcvid, status, 0, Buffers::list(answer, parts));
 }
 
 int MsgError(int rcvid, int error) {
-    return reply(rcvid, error == EOK ? 0 : -1, error, {nullptr, 0, 0});
+    return reply(rcvid, error == EOK ? 0 : -1, error, Buffers::list(nullptr, 0));
 }
 
 int MsgRead(int rcvid, void* message, int bytes, int offset) {
-    return readMessage(rcvid, OnePart(message, bytes).get(), offset);
+    return readMessage(rcvid, Buffers::one(message, bytes), offset);
 }
 
 int MsgReadv(int rcvid, const iovec* message, int parts, int offset) {
-    return readMessage(rcvid, {message, parts, 0}, offset);
+    return readMessage(rcvid, Buffers::list(message, parts), offset);
 }
 
 int MsgWrite(int rcvid, const void* bytes, int size, int offset) {
-    return writeReply(rcvid, OnePart(bytes, size).get(), offset);
+    return writeReply(rcvid, Buffers::one(bytes, size), offset);
 }
 
 int MsgWritev(int rcvid, const iovec* answer, int parts, int offset) {
-    return writeReply(rcvid, {answer, parts, 0}, offset);
+    return writeReply(rcvid, Buffers::list(answer, parts), offset);
 }

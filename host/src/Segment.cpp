@@ -19,21 +19,6 @@ constexpr size_t kSmallestWindow = 64 << 10;
 
 }  // namespace
 
-bool ring(Doorbell& doorbell) {
-    uint32_t word = __atomic_add_fetch(&doorbell.word, kArrival, __ATOMIC_SEQ_CST);
-    while ((word & (kSpinning | kCallable)) != 0) {
-        // Who looks at the word takes one arrival and calls another receiver for the rest.
-        if ((word & kSpinning) != 0)
-            return true;
-        if (__atomic_compare_exchange_n(&doorbell.word, &word, word - 1, false, __ATOMIC_SEQ_CST,
-                                        __ATOMIC_RELAXED)) {
-            futexWake(&doorbell.word, 1, Sharing::SHARED);
-            return true;
-        }
-    }
-    return false;
-}
-
 int makeSegment(const char* name, off64_t size) {
     rlimit limit;
     if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&

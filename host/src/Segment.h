@@ -9,6 +9,7 @@
 //             itself; nothing is an address. The files are sealed against shrinking, so touching them never faults.
 #pragma once
 
+#include "Futex.h"
 #include "Spin.h"
 
 #include <stddef.h>
@@ -32,7 +33,20 @@ constexpr uint32_t kSpinning = 0x1000;  // one looks at the word
 constexpr uint32_t kArrival = 0x2000;
 
 /// Tells of an arrival, and wakes a receiver if nobody looks at the word. True when one waits in either way.
-bool ring(Doorbell& doorbell);
+inline bool ring(Doorbell& doorbell) {
+    uint32_t word = __atomic_add_fetch(&doorbell.word, kArrival, __ATOMIC_SEQ_CST);
+    while ((word & (kSpinning | kCallable)) != 0) {
+        // Who looks at the word takes one arrival and calls another receiver for the rest.
+        if ((word & kSpinning) != 0)
+            return true;
+        if (__atomic_compare_exchange_n(&doorbell.word, &word, word - 1, false, __ATOMIC_SEQ_CST,
+                                        __ATOMIC_RELAXED)) {
+            futexWake(&doorbell.word, 1, Sharing::SHARED);
+            return true;
+        }
+    }
+    return false;
+}
 
 /// The states of a lane, in the lowest bits of its word; above them which of its messages is meant.
 enum LaneState : uint32_t {
