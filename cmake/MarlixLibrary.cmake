@@ -5,8 +5,9 @@ target_include_directories(sys_marlix_objects
     PRIVATE ${PROJECT_SOURCE_DIR}/src)
 # A program may replace the library, but not one of its functions under the others: calls within a unit stay direct.
 # Without exceptions the ARM compiler leaves out what a backtrace needs to find its way through the library.
+# Where the processor has such calls, functions of other libraries are called through their addresses without a detour.
 target_compile_options(sys_marlix_objects PRIVATE
-    -fno-exceptions -fno-rtti -fno-semantic-interposition -funwind-tables
+    -fno-exceptions -fno-rtti -fno-semantic-interposition -fno-plt -funwind-tables
     ${MARLIX_COUNT_OPTIONS})
 target_link_libraries(sys_marlix_objects PRIVATE marlix_warnings)
 
