@@ -78,6 +78,11 @@ bool addPulses(Channel* channel) {
     return true;
 }
 
+/// Apart, so that nothing has to be kept around a call each time a pulse is queued.
+[[gnu::noinline]] bool addPulsesAndQueueOne(Channel* channel, int priority, int code, sigval value, int scoid) {
+    return addPulses(channel) && queuePulse(channel, priority, code, value, scoid);
+}
+
 /// `change(callable)` gives the new number of callable receivers. Others change the word meanwhile.
 template <class Change>
 void changeCallable(Channel* channel, Change change) {
@@ -181,20 +186,6 @@ void EntryQueue::append(QueueEntry* entry) {
     occupied |= uint64_t(1) << entry->priority;
 }
 
-void EntryQueue::remove(QueueEntry* entry) {
-    Ends& own = ends[entry->priority];
-    if (entry->previous != nullptr)
-        entry->previous->next = entry->next;
-    else
-        own.first = entry->next;
-    if (entry->next != nullptr)
-        entry->next->previous = entry->previous;
-    else
-        own.last = entry->previous;
-    if (own.first == nullptr)
-        occupied &= ~(uint64_t(1) << entry->priority);
-}
-
 Channel* newChannel(unsigned flags) {
     Channel* const channel = takeChannel();
     if (channel == nullptr)
@@ -216,9 +207,7 @@ Channel* newChannel(unsigned flags) {
     return channel;
 }
 
-void releaseChannel(Channel* channel) {
-    if (--channel->references != 0)
-        return;
+void retireChannel(Channel* channel) {
     freeContents(channel);
     putBack(channel);
 }
@@ -315,16 +304,10 @@ void queueArrival(Channel* channel, QueueEntry* entry) {
     channel->messages.append(entry);
 }
 
-void takeFromQueue(Channel* channel, QueueEntry* entry) {
-    --channel->waiting;
-    (entry->isPulse ? channel->pulses : channel->messages).remove(entry);
-}
-
 bool queuePulse(Channel* channel, int priority, int code, union sigval value, int scoid) {
-    QueuedPulse* const pulse = newPulse(channel, priority, code, value, scoid);
-    if (pulse == nullptr)
-        return false;
-    queueArrival(channel, pulse);
+    if (channel->freePulses == nullptr)
+        return addPulsesAndQueueOne(channel, priority, code, value, scoid);
+    queueArrival(channel, newPulse(channel, priority, code, value, scoid));
     return true;
 }
 

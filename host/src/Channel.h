@@ -62,7 +62,19 @@ struct EntryQueue {
     Ends* ends;         // of each priority
 
     void append(QueueEntry* entry);
-    void remove(QueueEntry* entry);
+    void remove(QueueEntry* entry) {
+        Ends& own = ends[entry->priority];
+        if (entry->previous != nullptr)
+            entry->previous->next = entry->next;
+        else
+            own.first = entry->next;
+        if (entry->next != nullptr)
+            entry->next->previous = entry->previous;
+        else
+            own.last = entry->previous;
+        if (own.first == nullptr)
+            occupied &= ~(uint64_t(1) << entry->priority);
+    }
     QueueEntry* top() const { return occupied == 0 ? nullptr : ends[63 - __builtin_clzll(occupied)].first; }
 };
 
@@ -188,7 +200,12 @@ extern pid_t processId;
 Channel* newChannel(unsigned flags);
 /// Takes the channel from everyone who uses it.
 void destroyChannel(Channel* channel);
-void releaseChannel(Channel* channel);
+/// Nothing refers to the channel any more.
+void retireChannel(Channel* channel);
+inline void releaseChannel(Channel* channel) {
+    if (--channel->references == 0)
+        retireChannel(channel);
+}
 
 /// How long receivers sleep inside at most, unless a new connection would be noticed at once.
 constexpr uint64_t kInsideNs = 10000000;
@@ -222,9 +239,17 @@ void endSleep(Channel* channel, bool isInside, bool pulsesOnly);
 
 /// Null without memory.
 QueuedPulse* newPulse(Channel* channel, int priority, int code, union sigval value, int scoid);
+/// Queues the pulses of what has expired at the channel.
+inline void queueExpiries(Channel* channel) {
+    if (channel->timers.count != 0)
+        queueDue(channel);
+}
 /// A new pulse or message takes its place.
 void queueArrival(Channel* channel, QueueEntry* entry);
-void takeFromQueue(Channel* channel, QueueEntry* entry);
+inline void takeFromQueue(Channel* channel, QueueEntry* entry) {
+    --channel->waiting;
+    (entry->isPulse ? channel->pulses : channel->messages).remove(entry);
+}
 /// False without memory.
 bool queuePulse(Channel* channel, int priority, int code, union sigval value, int scoid);
 void releasePulse(Channel* channel, QueuedPulse* pulse);

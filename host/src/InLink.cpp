@@ -270,14 +270,12 @@ Deadline lookAtDoor(Channel* channel, uint64_t now) {
     return {channel->nextLook};
 }
 
-void collect(Channel* channel) {
+void collectFromOthers(Channel* channel) {
     if (__atomic_load_n(&channel->doorbell->knock, __ATOMIC_SEQ_CST) != 0) {
         __atomic_store_n(&channel->doorbell->knock, 0u, __ATOMIC_SEQ_CST);
         if (!startWatcher())
             __atomic_store_n(&channel->doorbell->knock, 1u, __ATOMIC_SEQ_CST);
     }
-    if (channel->links == nullptr)
-        return;
     Batch batch = {nullptr, nullptr};
     bool isAnyBroken = false;
     for (InLink* link = channel->links; link != nullptr; link = link->next) {

@@ -53,8 +53,12 @@ void closeToOthers(Channel* channel);
 /// Once a second starts the watcher if somebody waits to be let in: all who send can write to the doorbell, and one may
 /// have taken away another's knock. When the next look is due.
 Deadline lookAtDoor(Channel* channel, uint64_t now);
-/// Queues what has arrived from other processes, in the order in which it was sent.
-void collect(Channel* channel);
+/// Queues what has arrived from other processes, in the order in which it was sent; and sees who knocks.
+void collectFromOthers(Channel* channel);
+inline void collect(Channel* channel) {
+    if (channel->links != nullptr || __atomic_load_n(&channel->doorbell->knock, __ATOMIC_SEQ_CST) != 0)
+        collectFromOthers(channel);
+}
 
 /// For the watcher. New connections: false when one still waits, for want of descriptors. Data or the end of one.
 bool acceptLinks(Channel* channel);

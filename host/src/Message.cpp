@@ -173,8 +173,8 @@ int pulseHere(ChannelGuard& guard, const Connection* connection, int priority, i
 int send(int coid, Buffers given, Buffers room) {
     const ArmedTimeout timeout = takeTimeouts();
     iovec storage[2];
-    Parts request = given.parts(storage[0]), reply = room.parts(storage[1]);
-    if (!measure(request) || !measure(reply))
+    Parts request, reply;
+    if (!given.measure(request, storage[0]) || !room.measure(reply, storage[1]))
         return fail(EINVAL);
     ErrnoKeeper keeper;
     SendResult result = {-1, EBADF};
@@ -415,7 +415,7 @@ void passCallOn(Channel* channel, bool takesOne, bool pulsesOnly) {
 }
 
 /// The receive id, 0 for a pulse, or an error number negated. Without the lock when the channel is no more the caller's.
-int receiveFrom(ChannelGuard& guard, Channel* channel, Parts into, _msg_info* info, bool pulsesOnly,
+int receiveFrom(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_info* info, bool pulsesOnly,
                 Deadline deadline) {
     bool hasWaited = false, mayStayInside = true;
     for (int ended = 0;;) {
@@ -451,8 +451,8 @@ int receiveFrom(ChannelGuard& guard, Channel* channel, Parts into, _msg_info* in
 int receive(int chid, Buffers room, _msg_info* info, bool pulsesOnly) {
     const Deadline deadline = takeTimeout(_NTO_TIMEOUT_RECEIVE);
     iovec storage;
-    Parts into = room.parts(storage);
-    if (!measure(into))
+    Parts into;
+    if (!room.measure(into, storage))
         return fail(EINVAL);
     ErrnoKeeper keeper;
     ChannelGuard guard;
@@ -489,8 +489,8 @@ void noteReplied(Message* message, size_t end) {
 int reply(int rcvid, int status, int error, Buffers given) {
     dropTimeout();
     iovec only;
-    Parts answer = given.parts(only);
-    if (!measure(answer))
+    Parts answer;
+    if (!given.measure(answer, only))
         return fail(EINVAL);
     ErrnoKeeper keeper;
     ChannelGuard guard;
@@ -533,8 +533,8 @@ int reply(int rcvid, int status, int error, Buffers given) {
 int readMessage(int rcvid, Buffers room, int offset) {
     dropTimeout();
     iovec only;
-    Parts into = room.parts(only);
-    if (!measure(into) || offset < 0)
+    Parts into;
+    if (!room.measure(into, only) || offset < 0)
         return fail(EINVAL);
     ErrnoKeeper keeper;
     ChannelGuard guard;
@@ -560,8 +560,8 @@ int readMessage(int rcvid, Buffers room, int offset) {
 int writeReply(int rcvid, Buffers given, int offset) {
     dropTimeout();
     iovec only;
-    Parts from = given.parts(only);
-    if (!measure(from) || offset < 0)
+    Parts from;
+    if (!given.measure(from, only) || offset < 0)
         return fail(EINVAL);
     ErrnoKeeper keeper;
     const ChannelGuard guard;  // all the time: pieces that two threads write take their turns

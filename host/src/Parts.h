@@ -14,6 +14,19 @@ struct Parts {
     size_t length;  // of all together
 };
 
+/// False for a count or a length that a message cannot have.
+inline bool measure(Parts& run) {
+    if (run.count < 0)
+        return false;
+    run.length = 0;
+    for (int i = 0; i < run.count; ++i) {
+        if (run.parts[i].iov_len > INT_MAX - run.length)
+            return false;
+        run.length += run.parts[i].iov_len;
+    }
+    return true;
+}
+
 /// What the caller of an emulated call gives: one buffer or a list of them. Two registers carry it, so that the functions
 /// which the caller sees are jumps: a return after a sleep costs some 7 ns, since the processor does not foresee it.
 class Buffers {
@@ -22,12 +35,15 @@ public:
     static Buffers one(const void* bytes, int size) { return {bytes, static_cast<uint32_t>(size)}; }
     static Buffers list(const iovec* parts, int count) { return {parts, kList | static_cast<uint32_t>(count)}; }
 
-    /// Not measured yet. `storage` is where the one buffer's part is, if it is one.
-    Parts parts(iovec& storage) const {
-        if ((mSize & kList) != 0)
-            return {static_cast<const iovec*>(mPlace), static_cast<int>(mSize & UINT32_MAX), 0};
+    /// False for a count or a length that a message cannot have. `storage` is for the part of the one buffer.
+    bool measure(Parts& run, iovec& storage) const {
+        if ((mSize & kList) != 0) {
+            run = {static_cast<const iovec*>(mPlace), static_cast<int>(mSize & UINT32_MAX), 0};
+            return host::measure(run);
+        }
         storage = {const_cast<void*>(mPlace), static_cast<size_t>(mSize)};
-        return {&storage, 1, 0};
+        run = {&storage, 1, storage.iov_len};
+        return mSize <= INT_MAX;
     }
 
 private:
@@ -54,19 +70,6 @@ private:
     Parts mRun;
     iovec mOnly;
 };
-
-/// False for a count or a length that a message cannot have.
-inline bool measure(Parts& run) {
-    if (run.count < 0)
-        return false;
-    run.length = 0;
-    for (int i = 0; i < run.count; ++i) {
-        if (run.parts[i].iov_len > INT_MAX - run.length)
-            return false;
-        run.length += run.parts[i].iov_len;
-    }
-    return true;
-}
 
 /// A place in a run, moving towards its end.
 class PartsCursor {

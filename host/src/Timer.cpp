@@ -173,10 +173,8 @@ void TimerHeap::disarm(Timer* timer) {
         siftDown(index, last);
 }
 
-void queueExpiries(Channel* channel) {
+void queueDue(Channel* channel) {
     TimerHeap& heap = channel->timers;
-    if (heap.count == 0)
-        return;
     const uint64_t now = nowNs(CLOCK_MONOTONIC);
     while (heap.next().ns <= now) {
         Timer* const timer = heap.timers[0];
