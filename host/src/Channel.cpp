@@ -93,11 +93,6 @@ void changeCallable(Channel* channel, Change change) {
     }
 }
 
-/// Receivers that are about to sleep inside see it.
-void changeInside(Channel* channel) {
-    __atomic_store_n(&channel->insideWord, channel->insideWord + 1, __ATOMIC_RELAXED);
-}
-
 void freeContents(Channel* channel) {
     free(channel->timers.timers);
     while (QueuedPulse* const block = channel->pulseBlocks) {
@@ -219,27 +214,6 @@ void destroyChannel(Channel* channel) {
     closeToOthers(channel);
     finishMessages(channel, kAllConnections, ESRCH);
     releaseChannel(channel);
-}
-
-void callLooking(Channel* channel, LookingReceiver::State state) {
-    LookingReceiver* const receiver = channel->looking;
-    channel->looking = nullptr;
-    __atomic_store_n(&receiver->state, unsigned(state), __ATOMIC_RELEASE);
-}
-
-ReceiverCall callReceiver(Channel* channel) {
-    if (channel->looking != nullptr) {
-        callLooking(channel, LookingReceiver::CALLED);
-        return {true, nullptr, nullptr};
-    }
-    if (channel->callableInside != 0) {
-        --channel->callableInside;
-        changeInside(channel);
-        return {true, &channel->insideWord, nullptr};
-    }
-    // Those outside that are neither look for what waits before they begin to be.
-    const bool isAwaitedOutside = channel->asleepOutside != 0 || channel->isSpunAt;
-    return {false, nullptr, isAwaitedOutside ? channel->doorbell : nullptr};
 }
 
 void callAllReceivers(Channel* channel) {

@@ -23,10 +23,18 @@
 
 namespace host {
 
+/// Around a fork, and in the child, where the lock need not be held. They leave errno alone.
+void lockChannels();
+void unlockChannels();
+void forgetChannels();
+
 /// Holds the lock, and gives it up for a while where told.
 class ChannelGuard {
 public:
     ChannelGuard() { lock(); }
+    /// The caller holds it.
+    enum Held { HELD };
+    explicit ChannelGuard(Held) : mIsLocked(true) {}
     ~ChannelGuard() {
         if (mIsLocked)
             unlock();
@@ -75,6 +83,7 @@ struct EntryQueue {
         if (own.first == nullptr)
             occupied &= ~(uint64_t(1) << entry->priority);
     }
+    bool isEmpty() const { return occupied == 0; }
     QueueEntry* top() const { return occupied == 0 ? nullptr : ends[63 - __builtin_clzll(occupied)].first; }
 };
 
@@ -224,10 +233,31 @@ struct ReceiverCall {
     }
 };
 
-/// Calls one receiver, after something was queued.
-ReceiverCall callReceiver(Channel* channel);
 /// Tells the receiver that looks inside, of which there is one, why it need not any more.
-void callLooking(Channel* channel, LookingReceiver::State state);
+inline void callLooking(Channel* channel, LookingReceiver::State state) {
+    LookingReceiver* const receiver = channel->looking;
+    channel->looking = nullptr;
+    __atomic_store_n(&receiver->state, unsigned(state), __ATOMIC_RELEASE);
+}
+/// Receivers that are about to sleep inside see it.
+inline void changeInside(Channel* channel) {
+    __atomic_store_n(&channel->insideWord, channel->insideWord + 1, __ATOMIC_RELAXED);
+}
+/// Calls one receiver, after something was queued.
+inline ReceiverCall callReceiver(Channel* channel) {
+    if (channel->looking != nullptr) {
+        callLooking(channel, LookingReceiver::CALLED);
+        return {true, nullptr, nullptr};
+    }
+    if (channel->callableInside != 0) {
+        --channel->callableInside;
+        changeInside(channel);
+        return {true, &channel->insideWord, nullptr};
+    }
+    // Those outside that are neither look for what waits before they begin to be.
+    const bool isAwaitedOutside = channel->asleepOutside != 0 || channel->isSpunAt;
+    return {false, nullptr, isAwaitedOutside ? channel->doorbell : nullptr};
+}
 /// For receivers that were woken for what they cannot take.
 void callAllReceivers(Channel* channel);
 inline bool isAnyAsleep(const Channel* channel) {
@@ -273,10 +303,5 @@ void finishMessages(const Channel* channel, int coid, int error);
 constexpr int kAllConnections = -1;
 /// Queues the pulse that asks the receivers for the sender's release.
 void askForRelease(Message* message);
-
-/// Around a fork, and in the child, where the lock need not be held.
-void lockChannels();
-void unlockChannels();
-void forgetChannels();
 
 }  // namespace host

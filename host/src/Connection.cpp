@@ -116,10 +116,6 @@ int attachElsewhere(pid_t pid, int chid) {
 
 }  // namespace
 
-Connection* findConnection(int coid) {
-    return coid < _NTO_SIDE_CHANNEL ? nullptr : connections.find(coid - _NTO_SIDE_CHANNEL);
-}
-
 }  // namespace host
 
 using namespace host;

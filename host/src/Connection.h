@@ -14,6 +14,8 @@ struct Connection {
 
 extern IdTable<Connection> connections;
 
-Connection* findConnection(int coid);
+inline Connection* findConnection(int coid) {
+    return coid < _NTO_SIDE_CHANNEL ? nullptr : connections.find(coid - _NTO_SIDE_CHANNEL);
+}
 
 }  // namespace host

@@ -271,6 +271,7 @@ Deadline lookAtDoor(Channel* channel, uint64_t now) {
 }
 
 void collectFromOthers(Channel* channel) {
+    const ErrnoKeeper keeper;
     if (__atomic_load_n(&channel->doorbell->knock, __ATOMIC_SEQ_CST) != 0) {
         __atomic_store_n(&channel->doorbell->knock, 0u, __ATOMIC_SEQ_CST);
         if (!startWatcher())

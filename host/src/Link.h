@@ -54,6 +54,7 @@ void closeToOthers(Channel* channel);
 /// have taken away another's knock. When the next look is due.
 Deadline lookAtDoor(Channel* channel, uint64_t now);
 /// Queues what has arrived from other processes, in the order in which it was sent; and sees who knocks.
+/// Leaves errno alone.
 void collectFromOthers(Channel* channel);
 inline void collect(Channel* channel) {
     if (channel->links != nullptr || __atomic_load_n(&channel->doorbell->knock, __ATOMIC_SEQ_CST) != 0)

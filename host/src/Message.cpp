@@ -163,7 +163,8 @@ int pulseHere(ChannelGuard& guard, const Connection* connection, int priority, i
     small.sival_int = value;
     if (!queuePulse(channel, priority, code, small, _NTO_SIDE_CHANNEL | connection->id))
         return EAGAIN;
-    channel->sender = thisProcessor();
+    if (channel->waiting == 1)  // of several the first one tells
+        channel->sender = thisProcessor();
     const ReceiverCall call = callReceiver(channel);
     guard.unlock();
     call.make();
@@ -448,16 +449,18 @@ int receiveFrom(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_i
     }
 }
 
-int receive(int chid, Buffers room, _msg_info* info, bool pulsesOnly) {
-    const Deadline deadline = takeTimeout(_NTO_TIMEOUT_RECEIVE);
+/// Takes over the lock; a null channel is none. Not part of its caller, which jumps here and has a small frame.
+[[gnu::noinline]] int receiveAnything(Channel* channel, Buffers room, _msg_info* info, bool pulsesOnly,
+                                      Deadline deadline) {
+    ErrnoKeeper keeper;
+    ChannelGuard guard(ChannelGuard::HELD);
     iovec storage;
     Parts into;
-    if (!room.measure(into, storage))
-        return fail(EINVAL);
-    ErrnoKeeper keeper;
-    ChannelGuard guard;
-    Channel* const channel = channels.find(chid);
     int result = -ESRCH;
+    if (!room.measure(into, storage)) {
+        keeper.report(EINVAL);
+        return -1;
+    }
     if (channel != nullptr) {
         ++channel->references;
         result = receiveFrom(guard, channel, into, info, pulsesOnly, deadline);
@@ -468,6 +471,32 @@ int receive(int chid, Buffers room, _msg_info* info, bool pulsesOnly) {
         return result;
     keeper.report(-result);
     return -1;
+}
+
+/// A pulse that waits already goes into one buffer by a way of its own, without what waiting and messages need.
+bool takeWaitingPulse(Channel* channel, Buffers room, bool pulsesOnly) {
+    if (channel->pulses.isEmpty() || !room.isOneOf(sizeof(_pulse)))
+        return false;
+    update(channel);
+    QueueEntry* const entry = nextFor(channel, pulsesOnly);
+    if (!entry->isPulse)
+        return false;
+    QueuedPulse* const queued = static_cast<QueuedPulse*>(entry);
+    takeFromQueue(channel, queued);
+    room.fill(&queued->pulse, sizeof(_pulse));
+    releasePulse(channel, queued);
+    return true;
+}
+
+int receive(int chid, Buffers room, _msg_info* info, bool pulsesOnly) {
+    const Deadline deadline = takeTimeout(_NTO_TIMEOUT_RECEIVE);
+    lockChannels();
+    Channel* const channel = channels.find(chid);
+    if (channel != nullptr && takeWaitingPulse(channel, room, pulsesOnly)) {
+        unlockChannels();
+        return 0;
+    }
+    return receiveAnything(channel, room, info, pulsesOnly, deadline);
 }
 
 /// The reply's place and room at the sender. False when it has withdrawn, or without memory.

@@ -35,6 +35,10 @@ public:
     static Buffers one(const void* bytes, int size) { return {bytes, static_cast<uint32_t>(size)}; }
     static Buffers list(const iovec* parts, int count) { return {parts, kList | static_cast<uint32_t>(count)}; }
 
+    /// It is one buffer, and large enough.
+    bool isOneOf(size_t size) const { return mSize - size <= INT_MAX - size; }
+    void fill(const void* bytes, size_t size) const { memcpy(const_cast<void*>(mPlace), bytes, size); }
+
     /// False for a count or a length that a message cannot have. `storage` is for the part of the one buffer.
     bool measure(Parts& run, iovec& storage) const {
         if ((mSize & kList) != 0) {

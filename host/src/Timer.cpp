@@ -174,6 +174,7 @@ void TimerHeap::disarm(Timer* timer) {
 }
 
 void queueDue(Channel* channel) {
+    const ErrnoKeeper keeper;
     TimerHeap& heap = channel->timers;
     const uint64_t now = nowNs(CLOCK_MONOTONIC);
     while (heap.next().ns <= now) {

@@ -48,7 +48,7 @@ private:
     void put(unsigned index, Timer* timer);
 };
 
-/// Queues the pulses of what has expired at the channel, where a timer is armed.
+/// Queues the pulses of what has expired at the channel, where a timer is armed. Leaves errno alone.
 void queueDue(Channel* channel);
 
 /// Until when a thread may sleep that waits for the next expiry, of which there is one. It is given exact timers:

@@ -52,10 +52,11 @@ int receiveUntil(int timeoutMs, Pulses pulses, Call call) {
         if (isTimed && !VQOperatingSystem::setKernelTimeout(deadline, _NTO_TIMEOUT_RECEIVE)) {
             return -1;
         }
-        const SAttempt last = attempt(call);
-        const bool isDropped = last.result == 0 && pulses == Pulses::DROP;
-        if (!last.interrupted && !isDropped) {
-            return last.result;
+        const int result = call();
+        const bool isInterrupted = result == -1 && errno == EINTR;
+        const bool isDropped = result == 0 && pulses == Pulses::DROP;
+        if (!isInterrupted && !isDropped) {
+            return result;
         }
     }
 }
