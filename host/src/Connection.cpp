@@ -53,8 +53,9 @@ void registerForkHandlers() {
 
 pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
 
-/// Before a process's first channel or connection.
-void prepareForFork() {
+/// At load time, or earlier with the process's first channel or connection: a fork that has begun does not run in its
+/// child what is registered meanwhile.
+__attribute__((constructor(102))) void prepareForFork() {
     pthread_once(&forkHandlersOnce, registerForkHandlers);
 }
 

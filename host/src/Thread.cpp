@@ -160,6 +160,12 @@ void registerForkHandler() {
 pthread_once_t endingSignalOnce = PTHREAD_ONCE_INIT;
 pthread_once_t forkHandlerOnce = PTHREAD_ONCE_INIT;
 
+/// At load time, or earlier with the first thread: a fork that has begun does not run in its child what is registered
+/// meanwhile.
+__attribute__((constructor(102))) void prepareForFork() {
+    pthread_once(&forkHandlerOnce, registerForkHandler);
+}
+
 void unblockEndingSignal() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -383,7 +389,7 @@ int ThreadCreate(pid_t pid, void* (*function)(void*), void* argument, const stru
     if (pid != 0 && pid != getpid())
         return result(ESRCH);
     ErrnoKeeper keeper;
-    pthread_once(&forkHandlerOnce, registerForkHandler);
+    prepareForFork();
     Thread* const thread = newRecord(0);
     if (thread == nullptr) {
         keeper.report(ENOMEM);

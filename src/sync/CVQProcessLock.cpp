@@ -26,6 +26,12 @@ void registerForkHandler() {
     }
 }
 
+/// Or earlier, for whoever locks before. A fork that has begun does not run in its child what is registered meanwhile:
+/// with the first lock that may be too late.
+__attribute__((constructor)) void registerAtLoadTime() {
+    registerForkHandler();
+}
+
 }  // namespace
 
 void CVQProcessLock::lock() {

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstring>
 #include <gmock/gmock.h>
+#include <memory>
 #include <mutex>
 #include <pthread.h>
 #include <random>
@@ -936,6 +937,23 @@ TEST(ChannelInChild, IsNotThereAndTheParentsGoesOn) {
     EXPECT_THAT(codesOf(own.chid), ElementsAre(1));
     MsgReply(receiveSoon(own.chid), 3, nullptr, 0);
     EXPECT_EQ((Outcome{3, 0}), sender.get());
+}
+
+TEST(ChannelInChild, IsNotThereWhenTheForkHadBegunBeforeTheFirst) {
+    static std::unique_ptr<OwnChannel> own;
+    pthread_atfork(
+        [] {
+            if (own == nullptr)
+                own = std::make_unique<OwnChannel>();
+        },
+        nullptr, nullptr);
+    const auto child = support::runInChild([] {
+        EXPECT_EQ((Outcome{-1, EBADF}), sendNothing(own->coid));
+        const OwnChannel childs;
+        EXPECT_EQ(own->chid, childs.chid);
+    });
+    EXPECT_TRUE(child.exitedWith(0)) << child;
+    own.reset();
 }
 
 TEST(ChannelInChild, LeavesTheParentsArmedTimeoutAlone) {

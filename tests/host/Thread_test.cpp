@@ -12,6 +12,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
+#include <memory>
+#include <pthread.h>
 #include <string>
 #include <sys/neutrino.h>
 #include <sys/resource.h>
@@ -555,6 +557,19 @@ TEST(Thread, AForkedChildKeepsThePriorityAndForgetsTheOthers) {
     });
     EXPECT_TRUE(result.exitedWith(0)) << result;
     ASSERT_EQ(0, setPriorityOf(0, 10));
+}
+
+TEST(Thread, AChildForgetsTheOthersWhoseForkHadBegunBeforeTheFirst) {
+    static std::unique_ptr<Runner> runner;
+    pthread_atfork(
+        [] {
+            if (runner == nullptr)
+                runner = std::make_unique<Runner>();
+        },
+        nullptr, nullptr);
+    const auto result = support::runInChild([] { EXPECT_EQ(ESRCH, ThreadJoin_r(runner->id(), nullptr)); });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    runner.reset();
 }
 
 TEST(Thread, AThreadMayForkAndItsChildMayStartThreads) {

@@ -85,6 +85,25 @@ TEST(CVQProcessLock, IsFreeInAForkedChildWhoeverHeldItInTheParent) {
     EXPECT_FALSE(isFree(lock));
 }
 
+TEST(CVQProcessLock, IsFreeInAChildWhoseForkHadBegunBeforeTheFirstUse) {
+    static CVQProcessLock lock;
+    static std::unique_ptr<CHolder> holder;
+    // Handlers run while a fork goes on. In it, another thread of this process is the first to use such a lock.
+    pthread_atfork(
+        [] {
+            static std::once_flag sFirst;
+            std::call_once(sFirst,
+                           [] { holder = std::make_unique<CHolder>([] { lock.lock(); }, [] { lock.unlock(); }); });
+        },
+        nullptr, nullptr);
+    const support::ChildResult r = support::runInChild([] {
+        lock.lock();
+        lock.unlock();
+    });
+    EXPECT_TRUE(r.exitedWith(0)) << r;
+    holder.reset();
+}
+
 TEST(CVQProcessLock, AChildForkedByItsHolderMayUnlockIt) {
     static CVQProcessLock lock;
     lock.lock();
