@@ -21,8 +21,9 @@ void registerForkHandler() {
     // Every thread that finds no handler registers one: a lock must not be held before one is there, and to count
     // a fork twice does no harm.
     if (VQ_UNLIKELY(!sForkHandlerThere.load(std::memory_order_acquire))) {
-        pthread_atfork(nullptr, nullptr, &enterChild);
-        sForkHandlerThere.store(true, std::memory_order_release);
+        if (pthread_atfork(nullptr, nullptr, &enterChild) == 0) {
+            sForkHandlerThere.store(true, std::memory_order_release);
+        }
     }
 }
 
