@@ -97,10 +97,10 @@ std::string sendToThread() {
     Owned own;
     REQUIRE("ChannelCreate", (own.channel = ChannelCreate(0)) != -1);
     REQUIRE("ConnectAttach", (own.connection = ConnectAttach(0, 0, own.channel, _NTO_SIDE_CHANNEL, 0)) != -1);
-    std::thread server([&] {
+    std::thread server([channel = own.channel] {
         char message[4];
         armTimeout(_NTO_TIMEOUT_RECEIVE, 10 * kSecond);
-        const int id = MsgReceive(own.channel, message, sizeof message, nullptr);
+        const int id = MsgReceive(channel, message, sizeof message, nullptr);
         if (id > 0)
             MsgReply(id, 5, message, 2);
     });

@@ -224,7 +224,7 @@ TEST(CTimerManager, HandlersMayStartStopMakeAndDestroyTimers) {
         const auto keepAlive = own->onCall;
         own.reset();
     };
-    other->start(5, true);
+    other->start(10000, true);
     own->start(1, true);
     EXPECT_TRUE(manager.performWork());
     EXPECT_EQ(nullptr, own);
