@@ -23,9 +23,10 @@
 
 namespace host {
 
-/// Around a fork, and in the child, where the lock need not be held. They leave errno alone.
+/// For where no guard can be: around a fork, and where the lock is handed on. They leave errno alone.
 void lockChannels();
 void unlockChannels();
+/// In the child, where the lock need not be held.
 void forgetChannels();
 
 /// Holds the lock, and gives it up for a while where told.

@@ -36,7 +36,7 @@ public:
     static Buffers list(const iovec* parts, int count) { return {parts, kList | static_cast<uint32_t>(count)}; }
 
     /// It is one buffer, and large enough.
-    bool isOneOf(size_t size) const { return mSize - size <= INT_MAX - size; }
+    bool isOneOf(size_t size) const { return mSize >= size && mSize <= INT_MAX; }
     void fill(const void* bytes, size_t size) const { memcpy(const_cast<void*>(mPlace), bytes, size); }
 
     /// False for a count or a length that a message cannot have. `storage` is for the part of the one buffer.
