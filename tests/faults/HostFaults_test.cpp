@@ -133,19 +133,34 @@ std::string sendToThread() {
     }
 }
 
-/// Small and large messages to another process, and pulses. The fault may be met on either side.
-std::string sendToProcess() {
+/// The process that messages are sent to. Forked while its client has one thread only: of others it could inherit a
+/// lock that is held, such as that of a sanitizer's heap.
+struct Server {
+    pid_t process;
+    int tells;  // its channel
+};
+
+Server startServer() {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
-        return "pipe2";
-    Owned own;
-    own.server = fork();
-    if (own.server == 0)
+        return {-1, -1};
+    const pid_t process = fork();
+    if (process == 0)
         serve(ends[1]);
-    int channel = -1;
     close(ends[1]);
-    const bool isTold = read(ends[0], &channel, sizeof channel) == sizeof channel;
-    close(ends[0]);
+    return {process, ends[0]};
+}
+
+/// Of the scenario that runs.
+Server server = {-1, -1};
+
+/// Small and large messages to another process, and pulses. The fault may be met on either side.
+std::string sendToProcess() {
+    Owned own;
+    own.server = server.process;
+    int channel = -1;
+    const bool isTold = read(server.tells, &channel, sizeof channel) == sizeof channel;
+    close(server.tells);
     if (!isTold || channel == -1)
         return "ChannelCreate of the server";
     REQUIRE("ConnectAttach", (own.connection = ConnectAttach(0, own.server, channel, _NTO_SIDE_CHANNEL, 0)) != -1);
@@ -159,11 +174,6 @@ std::string sendToProcess() {
         REQUIRE("the reply", std::memcmp(message, answer, static_cast<std::size_t>(size)) == 0);
     }
     return "works";
-}
-
-std::string sendToProcessOnOldKernel() {
-    faults::hasOldKernel = true;
-    return sendToProcess();
 }
 
 /// Whatever is opened would come to lie on standard input.
@@ -266,6 +276,8 @@ struct Scenario {
     std::set<std::string> stated;
     /// The one call that fails here as it does nowhere else; none: all of them.
     std::string only = "";
+    bool hasServer = false;
+    bool hasOldKernel = false;
 };
 
 std::vector<Scenario> scenarios() {
@@ -282,9 +294,10 @@ std::vector<Scenario> scenarios() {
          useChannelOfOneself,
          {"ChannelCreate EAGAIN", "ConnectAttach EAGAIN", "MsgSendPulse EAGAIN", "TimerCreate EAGAIN"}},
         {"SendToThread", sendToThread, {"ChannelCreate EAGAIN", "ConnectAttach EAGAIN", "MsgSend EAGAIN"}},
-        {"SendToProcess", sendToProcess, sendsToProcess},
-        {"SendToProcessOnAnOldKernel", sendToProcessOnOldKernel, sendsToProcess, "pidfd_open"},
-        {"SendToProcessWithoutStandardInput", sendToProcessWithoutInput, sendsToProcess, "fcntl(F_DUPFD_CLOEXEC)"},
+        {"SendToProcess", sendToProcess, sendsToProcess, "", /*hasServer*/ true},
+        {"SendToProcessOnAnOldKernel", sendToProcess, sendsToProcess, "pidfd_open", true, /*hasOldKernel*/ true},
+        {"SendToProcessWithoutStandardInput", sendToProcessWithoutInput, sendsToProcess, "fcntl(F_DUPFD_CLOEXEC)",
+         true},
         {"UseThread", useThread, {"ThreadCreate EAGAIN", "ThreadCreate EINVAL", "ThreadCreate ENOMEM"}},
         {"MakeLocks", makeLocks, {"pthread_mutex_init EINVAL", "pthread_cond_init EINVAL"}},
         {"ReadInTime", readInTime, {"the early read EAGAIN", "the write EAGAIN", "the late read EAGAIN"}},
@@ -313,12 +326,17 @@ Outcome runTwice(const Scenario& scenario, const std::string& call, int error, i
     options.deadline = std::chrono::seconds(60);
     const auto result = support::runInChild(
         [&] {
+            faults::hasOldKernel = scenario.hasOldKernel;
+            const Server next = scenario.hasServer ? startServer() : server;
             std::string text;
             {
                 const Arm arm(call, error, nth);
                 arm();
+                if (scenario.hasServer)
+                    server = startServer();
                 text = scenario.run();
             }
+            server = next;
             const std::string again = scenario.run();
             std::printf("%d %s%s", openDescriptors(), text.c_str(),
                         again == "works" ? "" : (", then " + again).c_str());
@@ -349,7 +367,7 @@ const bool kForksWithThreads = !support::isEmulated();
 
 TEST_P(HostFaults, EndInTheStatedWayOrChangeNothing) {
     const Scenario& scenario = GetParam();
-    if (!kForksWithThreads && std::string(scenario.name).rfind("SendToProcess", 0) == 0)
+    if (!kForksWithThreads && scenario.hasServer)
         GTEST_SKIP() << "no threads can be started in a forked child of a process that has some here";
     const Outcome whole = runTwice(scenario, "", EIO, 1);
     ASSERT_EQ("works", whole.text);
