@@ -195,8 +195,10 @@ struct alignas(kCacheLine) Message : QueueEntry {
     struct InLink* link;
     unsigned lane;
     unsigned turn;
-    bool isFollowed;     // the lane's next message waits until nobody copies from this one
-    bool isClaimed;      // its sender waits for the end of the reply and cannot withdraw
+    bool isFollowed;       // the lane's next message waits until nobody copies from this one
+    bool isClaimed;        // its sender waits for the end of the reply and cannot withdraw
+    uint8_t requestBegin;  // in the windows
+    uint8_t replyBegin;
     size_t replyLength;  // written so far
     _msg_info info;
 };

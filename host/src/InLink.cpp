@@ -80,7 +80,9 @@ bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
         return true;
     }
     const uint32_t requestLength = load(shared.requestLength), replyRoom = load(shared.replyRoom);
-    if (requestLength > laneRoom(lane) || replyRoom > laneRoom(lane))
+    const uint32_t requestBegin = load(shared.requestBegin) % kBeginBelow;
+    const uint32_t replyBegin = load(shared.replyBegin) % kBeginBelow;
+    if (requestLength > laneRoom(lane) - requestBegin || replyRoom > laneRoom(lane) - replyBegin)
         return false;
     Message* const message = newMessage(link->channel);
     if (message == nullptr) {
@@ -93,6 +95,8 @@ bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
     message->turn = turn;
     message->isClaimed = false;
     message->isFollowed = false;
+    message->requestBegin = static_cast<uint8_t>(requestBegin);
+    message->replyBegin = static_cast<uint8_t>(replyBegin);
     message->replyLength = 0;
     message->priority = boundedPriority(load(shared.priority));
     message->info = {};
@@ -380,14 +384,16 @@ void unclaimReply(Message* message) {
 
 char* requestWindow(Message* message) {
     Window& window = message->link->requests[message->lane];
-    const size_t length = static_cast<size_t>(message->info.srcmsglen);
-    return window.reach(message->link->file, requestOffset(message->lane), length) ? window.at : nullptr;
+    const size_t end = message->requestBegin + static_cast<size_t>(message->info.srcmsglen);
+    return window.reach(message->link->file, requestOffset(message->lane), end) ? window.at + message->requestBegin
+                                                                                : nullptr;
 }
 
 char* replyWindow(Message* message) {
     Window& window = message->link->replies[message->lane];
-    const size_t length = static_cast<size_t>(message->info.dstmsglen);
-    return window.reach(message->link->file, replyOffset(message->lane), length) ? window.at : nullptr;
+    const size_t end = message->replyBegin + static_cast<size_t>(message->info.dstmsglen);
+    return window.reach(message->link->file, replyOffset(message->lane), end) ? window.at + message->replyBegin
+                                                                              : nullptr;
 }
 
 Waker completeReply(Message* message) {

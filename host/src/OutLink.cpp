@@ -112,14 +112,24 @@ size_t replyRoom(const Parts& reply) {
     return reply.length < kMaxLength ? reply.length : kMaxLength;
 }
 
+/// Where in its window a run begins. A long one lies there as it does in the sender's memory, and so, as large blocks of
+/// the heap begin alike, in the receiver's: 1 MiB that does not takes up to a tenth longer to copy.
+uint32_t beginOf(const Parts& run, size_t length, unsigned lane) {
+    constexpr size_t kLong = 128 << 10;
+    if (length < kLong || length > laneRoom(lane) - kBeginBelow)
+        return 0;
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(run.parts->iov_base) % kBeginBelow);
+}
+
 SendResult exchange(OutLink* link, unsigned lane, const Parts& request, const Parts& reply, ArmedTimeout timeout) {
     const size_t room = replyRoom(reply);
     Window& requests = link->requests[lane];
     Window& replies = link->replies[lane];
-    if (!requests.reach(link->file, requestOffset(lane), request.length) ||
-        !replies.reach(link->file, replyOffset(lane), room))
+    const uint32_t requestBegin = beginOf(request, request.length, lane), replyBegin = beginOf(reply, room, lane);
+    if (!requests.reach(link->file, requestOffset(lane), requestBegin + request.length) ||
+        !replies.reach(link->file, replyOffset(lane), replyBegin + room))
         return {-1, EAGAIN};
-    fillFromEnd({requests.at, request.length}, request);
+    fillFromEnd({requests.at + requestBegin, request.length}, request);
 
     Lane& shared = link->page->lanes[lane];
     const uint32_t turn = link->turns[lane] += kLaneTurn;
@@ -128,6 +138,8 @@ SendResult exchange(OutLink* link, unsigned lane, const Parts& request, const Pa
     shared.tid = static_cast<int32_t>(threadId());
     shared.requestLength = static_cast<uint32_t>(request.length);
     shared.replyRoom = static_cast<uint32_t>(room);
+    shared.requestBegin = requestBegin;
+    shared.replyBegin = replyBegin;
     shared.time = nowNs(CLOCK_MONOTONIC);
     const bool wantsNotice = isOnly(timeout, _NTO_TIMEOUT_REPLY);
     __atomic_store_n(&shared.word, turn | LANE_SENT | (wantsNotice ? kLaneNotice : 0), __ATOMIC_SEQ_CST);
@@ -138,7 +150,7 @@ SendResult exchange(OutLink* link, unsigned lane, const Parts& request, const Pa
         return {-1, error};
     __atomic_store_n(&link->receiver, load(shared.receiver), __ATOMIC_RELAXED);
     const size_t replied = load(shared.replyLength);
-    const iovec here = {replies.at, replied < room ? replied : room};
+    const iovec here = {replies.at + replyBegin, replied < room ? replied : room};
     copyParts(reply, 0, {&here, 1, here.iov_len}, 0);
     return {load(shared.status), load(shared.error)};
 }

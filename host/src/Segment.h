@@ -18,7 +18,7 @@
 
 namespace host {
 
-constexpr uint32_t kSegmentVersion = 0x4e544f01;
+constexpr uint32_t kSegmentVersion = 0x4e544f02;
 
 // What is written by different sides lies in different cache lines.
 // NOLINTBEGIN(clang-analyzer-optin.performance.Padding)
@@ -77,7 +77,10 @@ struct Lane {
     uint32_t replyLength;
     ProcessorHint sender;    // where the message came from
     ProcessorHint receiver;  // where the reply came from
+    uint32_t requestBegin;   // where in their windows they begin,
+    uint32_t replyBegin;     // below kBeginBelow
 };
+constexpr uint32_t kBeginBelow = 64;
 
 struct SharedPulse {
     int32_t code;

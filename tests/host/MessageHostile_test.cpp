@@ -173,6 +173,27 @@ TEST_F(MessageHostile, IsCutOffForLengthsBeyondItsWindows) {
     }
 }
 
+TEST_F(MessageHostile, IsCutOffForBeginsFromWhichItsLengthsLeaveTheWindows) {
+    for (const uint32_t begin : {kBeginBelow - 1, 0x80000001u, 0xffffffffu}) {
+        meet([=](int chid) {
+            Hostile liar(chid);
+            liar.connect();
+            liar.page->lanes[3].requestLength = kMaxLength;
+            liar.page->lanes[3].requestBegin = begin;
+            liar.sendLane(3, kLaneTurn);
+            EXPECT_TRUE(liar.isCutOff());
+        });
+        meet([=](int chid) {
+            Hostile liar(chid);
+            liar.connect();
+            liar.page->lanes[63].replyRoom = kMaxShort;
+            liar.page->lanes[63].replyBegin = begin;
+            liar.sendLane(63, kLaneTurn);
+            EXPECT_TRUE(liar.isCutOff());
+        });
+    }
+}
+
 TEST_F(MessageHostile, IsCutOffForMorePulsesThanTheRingHolds) {
     meet([](int chid) {
         Hostile liar(chid);

@@ -174,6 +174,28 @@ TEST(MessageProcess, CarriesAnyLengthUpTo64MiB) {
     })));
 }
 
+// A long message lies in its segment as it does in the sender's memory, unless it fills the whole.
+TEST(MessageProcess, CarriesLongMessagesFromAnyPlaceToAnyOther) {
+    constexpr int kLongest = 64 << 20, kShortest = 128 << 10;
+    EchoServer server;
+    EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [](int coid) {
+        std::vector<char> sent(kLongest + 64), back(kLongest + 64);
+        for (std::size_t i = 0; i < sent.size(); ++i)
+            sent[i] = static_cast<char>(i * 7 + i / 4096);
+        unsigned turn = 0;
+        for (const int length : {kShortest - 1, kShortest, kShortest + 1, 1 << 20, kLongest - 64, kLongest - 63})
+            for (const unsigned place : {0u, 1u, 8u, 16u, 63u}) {
+                char* const from = sent.data() + place;
+                char* const to = back.data() + (place + 8 * ++turn) % 64;
+                to[length] = '-';
+                ASSERT_EQ(length, MsgSend(coid, from, length, to, length));
+                ASSERT_EQ(0, std::memcmp(from, to, static_cast<std::size_t>(length)))
+                    << length << " from " << place;
+                ASSERT_EQ('-', to[length]);
+            }
+    })));
+}
+
 TEST(MessageProcess, CutsToTheRoomOnEitherSide) {
     OwnChannel own;
     support::ChildProcess other(client(own.chid, [](int coid) {
