@@ -228,7 +228,8 @@ void CVQOTextStream::streamWrite(const char* format, ...) {
         // Kept: textstream-negative-width. The width is a signed number in the format.
         const int width = static_cast<int>(mWidth);
         mWidth = 0;
-        if (isFormatted) {
+        // A length cannot be as long as the least width is wide: no platform formats that, but some try for a minute.
+        if (isFormatted && width != INT_MIN) {
             streamWrite("%*s", width, item.c_str());
         }
     }
