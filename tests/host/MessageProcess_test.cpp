@@ -783,6 +783,7 @@ TEST(MessageProcessEnd, OfServersAtAnyMomentEndsEachCall) {
         }
         killer.join();
         server.wait();
+        waitUntilOthersSleep();  // who forks while another thread allocates may leave a sanitizer's heap locked
         close(ready[0]);
         close(ready[1]);
         if (round == 5)
