@@ -180,19 +180,24 @@ TEST(MessageProcess, CarriesLongMessagesFromAnyPlaceToAnyOther) {
     EchoServer server;
     EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [](int coid) {
         std::vector<char> sent(kLongest + 64), back(kLongest + 64);
-        for (std::size_t i = 0; i < sent.size(); ++i)
-            sent[i] = static_cast<char>(i * 7 + i / 4096);
-        unsigned turn = 0;
-        for (const int length : {kShortest - 1, kShortest, kShortest + 1, 1 << 20, kLongest - 64, kLongest - 63})
-            for (const unsigned place : {0u, 1u, 8u, 16u, 63u}) {
-                char* const from = sent.data() + place;
-                char* const to = back.data() + (place + 8 * ++turn) % 64;
-                to[length] = '-';
-                ASSERT_EQ(length, MsgSend(coid, from, length, to, length));
-                ASSERT_EQ(0, std::memcmp(from, to, static_cast<std::size_t>(length)))
-                    << length << " from " << place;
-                ASSERT_EQ('-', to[length]);
-            }
+        constexpr std::size_t kPattern = 4099;
+        for (std::size_t i = 0; i < kPattern; ++i)
+            sent[i] = static_cast<char>(i * 7 + i / 256);
+        for (std::size_t i = kPattern; i < sent.size(); i += kPattern)
+            std::memcpy(&sent[i], &sent[0], std::min(kPattern, sent.size() - i));
+        const auto echo = [&](int length, unsigned place, unsigned placeBack) {
+            char* const from = sent.data() + place;
+            char* const to = back.data() + placeBack;
+            to[length] = '-';
+            ASSERT_EQ(length, MsgSend(coid, from, length, to, length));
+            ASSERT_EQ(0, std::memcmp(from, to, static_cast<std::size_t>(length))) << length << " from " << place;
+            ASSERT_EQ('-', to[length]);
+        };
+        for (const int length : {kShortest - 1, kShortest, kShortest + 1, 1 << 20})
+            for (const unsigned place : {0u, 1u, 8u, 16u, 63u})
+                echo(length, place, (place * 5 + 8) % 64);
+        echo(kLongest - 64, 63, 1);
+        echo(kLongest - 63, 63, 1);
     })));
 }
 
