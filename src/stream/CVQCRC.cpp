@@ -6,6 +6,7 @@
 #if defined(__x86_64__)
 #include <stream/VQCRCPCLMUL.h>
 #include <stream/VQCRCVPCLMUL.h>
+#include <stream/VQCRCVPCLMUL256.h>
 #include <string/TVQPassesChoice.h>
 #endif
 
@@ -23,9 +24,11 @@ const SPasses& choosePasses() {
     if (__builtin_cpu_supports("pclmul") == 0 || __builtin_cpu_supports("sse4.1") == 0) {
         return kPassesWithTables;
     }
-    const bool fourAtOnce = __builtin_cpu_supports("vpclmulqdq") != 0 && __builtin_cpu_supports("avx512bw") != 0 &&
-                            __builtin_cpu_supports("avx512vl") != 0;
-    return fourAtOnce ? kPassesVPCLMUL : kPassesPCLMUL;
+    if (__builtin_cpu_supports("vpclmulqdq") == 0 || __builtin_cpu_supports("avx2") == 0) {
+        return kPassesPCLMUL;
+    }
+    const bool fourAtOnce = __builtin_cpu_supports("avx512bw") != 0 && __builtin_cpu_supports("avx512vl") != 0;
+    return fourAtOnce ? kPassesVPCLMUL : kPassesVPCLMUL256;
 }
 
 VQ_CONSTINIT TVQPassesChoice<SPasses> sChoice{choosePasses};

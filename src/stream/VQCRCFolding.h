@@ -14,8 +14,8 @@
 //
 // A vector type V has kBytes bytes, a `Vector`, `load`, `fromBlock` (the first 16 bytes, zeros behind),
 // `everywhere` (a block in all its places), `reversed` (bytes within each block), `fold` (products of the low and
-// of the high halves of each block with those of the constants, and a summand), `either` (the sum) and `toBlock`
-// (the last block and what the divisor's constants make of those before, for one vector and for four at once).
+// of the high halves of each block with those of the constants, and a summand) and `either` (the sum); where it is
+// longer than a block also `lastBlock` (zeros in front) and `sumOfBlocks`.
 // Everything here has internal linkage: code built for other processors must never be merged with it.
 #pragma once
 
@@ -143,6 +143,7 @@ struct TFolding {
     static constexpr std::size_t kStride = kAbreast * V::kBytes;
     static constexpr unsigned kVectorBits = V::kBytes * 8;
     static constexpr unsigned kBlockBits = kBlockBytes * 8;
+    static constexpr unsigned kBlocks = V::kBytes / kBlockBytes;
 
     static std::uint32_t add(std::uint32_t crc, const unsigned char* bytes, std::size_t count) {
         Block block = Divisor::fromRegister(crc);
@@ -194,9 +195,9 @@ private:
                 c = V::fold(c, stride, load(bytes + 2 * V::kBytes));
                 d = V::fold(d, stride, load(bytes + 3 * V::kBytes));
             }
-            if constexpr (V::kBytes > kBlockBytes) {
+            if constexpr (kBlocks > 1) {
                 if (count == 0) {
-                    return V::template toBlock<Divisor>(a, b, c, d);
+                    return toBlock(a, b, c, d);
                 }
             }
             d = V::fold(a, distance<3 * kVectorBits>(), d);
@@ -209,7 +210,41 @@ private:
         for (; count != 0; count -= V::kBytes, bytes += V::kBytes) {
             last = V::fold(last, distance<kVectorBits>(), load(bytes));
         }
-        return V::template toBlock<Divisor>(last);
+        return toBlock(last);
+    }
+
+    struct SForward {
+        alignas(V::kBytes) SHalves blocks[kBlocks];
+    };
+    /// What takes each block of a vector to the last block of the vector that stands `vectors` behind it; zeros
+    /// where that is the block itself, which is added as it stands.
+    static constexpr SForward forwardToLast(unsigned vectors) {
+        SForward forward{};
+        for (unsigned i = 0; i < kBlocks; ++i) {
+            const unsigned blocks = vectors * kBlocks + (kBlocks - 1 - i);
+            forward.blocks[i] = blocks != 0 ? Divisor::forward(blocks * kBlockBits) : SHalves{0, 0};
+        }
+        return forward;
+    }
+    template <unsigned vectors>
+    static Vector toLastBlock() {
+        static constexpr SForward kForward = forwardToLast(vectors);
+        return V::load(reinterpret_cast<const unsigned char*>(kForward.blocks));
+    }
+
+    /// The last block, what the constants make of those before it, and of `others`.
+    static Block toBlock(Vector last, Vector others = V::zero()) {
+        if constexpr (kBlocks > 1) {
+            return V::sumOfBlocks(V::fold(last, toLastBlock<0>(), V::either(others, V::lastBlock(last))));
+        } else {
+            return last;
+        }
+    }
+    /// The same for four vectors, all at once.
+    static Block toBlock(Vector a, Vector b, Vector c, Vector d) {
+        const Vector others =
+            V::fold(a, toLastBlock<3>(), V::fold(b, toLastBlock<2>(), V::fold(c, toLastBlock<1>(), V::zero())));
+        return toBlock(d, others);
     }
 
     /// The last bytes, fewer than a block: the block's first bytes are taken forward to the end of a block of

@@ -16,10 +16,6 @@ struct SVectorOfOne {
     static Vector reversed(Vector x) { return reversedBlock(x); }
     static Vector either(Vector a, Vector b) { return add(a, b); }
     static Vector fold(Vector x, Vector constants, Vector summand) { return foldBlock(x, constants, summand); }
-    template <class Divisor>
-    static Block toBlock(Vector x) {
-        return x;
-    }
 };
 
 template <class Kind>

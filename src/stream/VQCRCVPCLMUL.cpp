@@ -28,34 +28,13 @@ struct SVectorOfFour {
         return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(x, constants, 0x00),
                                          _mm512_clmulepi64_epi128(x, constants, 0x11), summand, kAddAll);
     }
-    /// `others` is what the given blocks are added to.
-    template <class Divisor>
-    static Block toBlock(Vector last, Vector others = zero()) {
+    static Vector lastBlock(Vector x) {
         constexpr __mmask8 kLastBlock = 0xC0;
-        const Vector sum =
-            fold(last, toLastBlock<Divisor, 0>(), either(others, _mm512_maskz_mov_epi64(kLastBlock, last)));
-        const __m256i two = _mm256_xor_si256(_mm512_castsi512_si256(sum), _mm512_extracti64x4_epi64(sum, 1));
+        return _mm512_maskz_mov_epi64(kLastBlock, x);
+    }
+    static Block sumOfBlocks(Vector x) {
+        const __m256i two = _mm256_xor_si256(_mm512_castsi512_si256(x), _mm512_extracti64x4_epi64(x, 1));
         return add(_mm256_castsi256_si128(two), _mm256_extracti128_si256(two, 1));
-    }
-    /// The same for four vectors, all at once.
-    template <class Divisor>
-    static Block toBlock(Vector a, Vector b, Vector c, Vector d) {
-        const Vector others = fold(a, toLastBlock<Divisor, 3>(),
-                                   fold(b, toLastBlock<Divisor, 2>(), fold(c, toLastBlock<Divisor, 1>(), zero())));
-        return toBlock<Divisor>(d, others);
-    }
-
-private:
-    /// What takes each block of a vector to the last block of the vector that stands `vectors` behind it; zeros
-    /// where that is the block itself, which is added as it stands.
-    template <class Divisor, unsigned vectors>
-    static Vector toLastBlock() {
-        constexpr unsigned kBits = 128;
-        constexpr unsigned kBehind = 4 * vectors * kBits;
-        alignas(Vector) static constexpr SHalves kForward[4] = {
-            Divisor::forward(kBehind + 3 * kBits), Divisor::forward(kBehind + 2 * kBits),
-            Divisor::forward(kBehind + kBits), vectors != 0 ? Divisor::forward(kBehind) : SHalves{0, 0}};
-        return _mm512_load_si512(kForward);
     }
 };
 

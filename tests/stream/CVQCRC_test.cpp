@@ -7,6 +7,7 @@
 #if defined(__x86_64__)
 #include "stream/VQCRCPCLMUL.h"
 #include "stream/VQCRCVPCLMUL.h"
+#include "stream/VQCRCVPCLMUL256.h"
 #endif
 
 #include <CVQCRC.h>
@@ -230,6 +231,8 @@ std::vector<Passes> allPasses() {
 #if defined(__x86_64__)
     if (__builtin_cpu_supports("pclmul") != 0 && __builtin_cpu_supports("sse4.1") != 0)
         all.push_back({"OfOneBlock", &VQCRC::kPassesPCLMUL, VQCRC::kLeast});
+    if (__builtin_cpu_supports("vpclmulqdq") != 0 && __builtin_cpu_supports("avx2") != 0)
+        all.push_back({"OfTwoBlocks", &VQCRC::kPassesVPCLMUL256, VQCRC::kLeast});
     if (__builtin_cpu_supports("vpclmulqdq") != 0 && __builtin_cpu_supports("avx512bw") != 0 &&
         __builtin_cpu_supports("avx512vl") != 0)
         all.push_back({"OfFourBlocks", &VQCRC::kPassesVPCLMUL, VQCRC::kLeast});
