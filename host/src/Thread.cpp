@@ -262,10 +262,23 @@ int findRunning(pid_t pid, int& tid, Thread*& record) {
     return isKnownToKernel(tid) ? EOK : ESRCH;
 }
 
+/// The id of a thread that has not been joined. The kernel's answer is in the C library's record before the thread
+/// runs: the creator need not wait for it.
+int idOf(const Thread& thread, pthread_t handle) {
+    const int id = load(thread.id);
+    clockid_t clock;
+    if (id != 0 || pthread_getcpuclockid(handle, &clock) != 0)
+        return load(thread.id);
+    const int derived = ~(clock >> 3);
+    return derived > 0 ? derived : load(thread.id);
+}
+
 void* runThread(void* argument) {
     Thread* const self = static_cast<Thread*>(argument);
     ownThread = self;
-    store(self->handle, pthread_self());
+    const pthread_t handle = pthread_self();
+    store(self->handle, handle);
+    learnThreadId(static_cast<unsigned>(idOf(*self, handle)));
     store(self->id, static_cast<int>(threadId()));
     unblockEndingSignal();
     __atomic_store_n(&self->isReady, true, __ATOMIC_SEQ_CST);
@@ -276,17 +289,6 @@ void* runThread(void* argument) {
     status = self->function(self->argument);
     pthread_cleanup_pop(1);
     return status;
-}
-
-/// The id of a thread that has not been joined. The kernel's answer is in the C library's record before the thread
-/// runs: the creator need not wait for it.
-int idOf(const Thread& thread, pthread_t handle) {
-    const int id = load(thread.id);
-    clockid_t clock;
-    if (id != 0 || pthread_getcpuclockid(handle, &clock) != 0)
-        return load(thread.id);
-    const int derived = ~(clock >> 3);
-    return derived > 0 ? derived : load(thread.id);
 }
 
 /// Creates the thread of a record; 0 or an error number.

@@ -46,11 +46,15 @@ unsigned threadId() {
     if (state.id == 0) {
         // Before the first id is kept, whenever that is: at load time it may be too late for another static object.
         pthread_once(&forkHandlerOnce, registerForkHandler);
-        state.id = static_cast<unsigned>(syscall(SYS_gettid));
-        if (state.states == 0)
-            __nto_owner = state.id;
+        learnThreadId(static_cast<unsigned>(syscall(SYS_gettid)));
     }
     return state.id;
+}
+
+void learnThreadId(unsigned id) {
+    state.id = id;
+    if (state.states == 0)
+        __nto_owner = id;
 }
 
 void armTimeout(unsigned states, Deadline deadline) {

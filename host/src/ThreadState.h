@@ -12,6 +12,8 @@ namespace host {
 
 /// The kernel's id of the calling thread, without a system call from the second time on.
 unsigned threadId();
+/// For a thread that begins: spares it that system call where its id is known; 0 is not.
+void learnThreadId(unsigned id);
 
 /// Arms `deadline` for the calling thread's next emulated call, for the blocked states `states`; 0 disarms.
 void armTimeout(unsigned states, Deadline deadline);
