@@ -29,7 +29,7 @@ inline bool isElsewhere(ProcessorHint peer) {
 }
 
 /// How one thread's looks went. After some in vain it rests, the longer the more often: a peer that takes its time costs
-/// little, and one that becomes quick is noticed after 63 waits.
+/// little, and one that becomes quick is noticed after 255 waits.
 class Spinner {
 public:
     /// Once for each wait for a peer that is elsewhere: is it worth a look?
@@ -51,7 +51,7 @@ public:
 
 private:
     static constexpr uint64_t kLongestNs = 50000;  // enough to wake the peer and to be answered
-    static constexpr unsigned kLongestRest = 63;
+    static constexpr unsigned kLongestRest = 255;
     static constexpr int kLooksPerTime = 32;
 
     template <class HasChanged>
