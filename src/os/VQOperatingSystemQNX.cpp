@@ -39,11 +39,10 @@ bool fitsOnStack(std::size_t size) {
 /// Ends each word of `text` with a zero byte, and writes where the words begin behind the first of `arguments`.
 void split(char* text, char* (&arguments)[1 + kMaxArguments + 1]) {
     unsigned count = 1;
-    for (char* rest = nullptr; count <= kMaxArguments; ++count) {
-        arguments[count] = strtok_r(rest == nullptr ? text : nullptr, " ", &rest);
-        if (arguments[count] == nullptr) {
-            return;
-        }
+    char* rest;
+    for (char* word = strtok_r(text, " ", &rest); word != nullptr && count <= kMaxArguments;
+         word = strtok_r(nullptr, " ", &rest)) {
+        arguments[count++] = word;
     }
     arguments[count] = nullptr;
 }
@@ -85,8 +84,8 @@ int withoutInterruption(Call call) {
     return result;
 }
 
-void removeFirst(TVQVector<int>& numbers, int number) {
-    if (const int index = numbers.find(number); index != -1) {
+void removeAll(TVQVector<int>& numbers, int number) {
+    for (int index; (index = numbers.find(number)) != -1;) {
         numbers.erase(index);
     }
 }
@@ -262,7 +261,7 @@ int VQOperatingSystem::waitForProcesses(TVQVector<int>& pids) {
             pids.clear();
             return -1;
         }
-        removeFirst(pids, pid);
+        removeAll(pids, pid);
         VQSyslog::logMsg(0, VQSyslog::INFO, "process %d has terminated with exit code %d", pid,
                          WIFEXITED(status) ? WEXITSTATUS(status) : -1);
     }

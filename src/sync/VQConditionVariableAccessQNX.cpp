@@ -15,10 +15,9 @@ bool VQConditionVariableAccess::create(_sync& condition) {
     if (error == 0) {
         error = pthread_cond_init(&condition, &attributes);
     }
+    const int before = errno;
     pthread_condattr_destroy(&attributes);
-    if (error != 0) {
-        errno = error;  // last: the caller asks for the reason of the step that was refused
-    }
+    errno = error != 0 ? error : before;  // last: the caller asks for the reason of the step that was refused
     return error == 0;
 }
 

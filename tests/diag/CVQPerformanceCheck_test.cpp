@@ -53,6 +53,13 @@ TEST(CVQPerformanceCheck, MeasuresRealTime) {
     EXPECT_LT(taken, 5000 * kMs);
 }
 
+TEST(CVQPerformanceCheck, RealTimeIsThatOfTheSystemPage) {
+    const auto before = VQOperatingSystem::getSysPageTime();
+    const auto found = CVQPerformanceCheck::getRealTime();
+    EXPECT_GE(found, before);
+    EXPECT_LE(found, VQOperatingSystem::getSysPageTime());
+}
+
 TEST(CVQPerformanceCheck, CountsTheRunningPeriodsOnly) {
     CVQPerformanceCheck check;
     const auto begin = CVQPerformanceCheck::getRealTime();

@@ -8,6 +8,7 @@
 #include "support/ChildProcess.h"
 #include "support/Sanitizers.h"
 #include "support/SlogCapture.h"
+#include "support/VirtualSlot.h"
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <sys/neutrino.h>
 #include <thread>
 #include <typeinfo>
 #include <unistd.h>
@@ -76,7 +78,8 @@ TEST(CVQThreadCtrl, RunsARunnable) {
     EXPECT_NE(tid, CVQThreadCtrl::getCurrentThreadId());
 }
 
-TEST(CVQThreadCtrl, RunnablesHaveTypeInformationOfTheirOwn) {
+TEST(CVQThreadCtrl, RunnablesHaveTheirSlotAndTypeInformationOfTheirOwn) {
+    EXPECT_EQ(2, support::slotOf(&CVQThreadCtrl::IRunnable::run));
     CRunner runner;
     CVQThreadCtrl::IRunnable& runnable = runner;
     EXPECT_EQ(typeid(CRunner), typeid(runnable));
@@ -162,6 +165,21 @@ TEST(CVQThreadCtrl, Kept_SettingAPriorityGivesTheOldOneEvenIfItIsRefused) {  // 
     EXPECT_EQ(20, CVQThreadCtrl::getPriority(tid));
     EXPECT_EQ(-1, CVQThreadCtrl::setPriority(INT_MAX, 20));
     EXPECT_EQ(-1, CVQThreadCtrl::getPriority(INT_MAX));
+    runner.mayEnd = true;
+    CVQThreadCtrl::join(tid);
+}
+
+TEST(CVQThreadCtrl, SettingAPriorityKeepsThePolicy) {
+    CRunner runner;
+    const int tid = CVQThreadCtrl::startThread(runner);
+    for (const int policy : {SCHED_FIFO, SCHED_OTHER, SCHED_RR}) {
+        sched_param param = {};
+        param.sched_priority = 11;
+        EXPECT_NE(-1, SchedSet(0, tid, policy, &param));
+        EXPECT_EQ(11, CVQThreadCtrl::setPriority(tid, 12));
+        EXPECT_EQ(policy, SchedGet(0, tid, &param));
+        EXPECT_EQ(12, param.sched_priority);
+    }
     runner.mayEnd = true;
     CVQThreadCtrl::join(tid);
 }

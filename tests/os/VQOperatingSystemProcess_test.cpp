@@ -13,6 +13,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <sys/stat.h>
@@ -249,6 +251,18 @@ TEST(VQOperatingSystemProcesses, WaitingEndsWhenThereAreNoChildren) {
     EXPECT_EQ(ECHILD, getLastError());
 }
 
+TEST(VQOperatingSystemProcesses, AChildThatIsListedTwiceEndsOnce) {
+    const int other = forked([] { pause(); });
+    TVQVector<int> pids;
+    const int listed = forked([] {});
+    pids.push_back(listed);
+    pids.push_back(listed);
+    EXPECT_EQ(-1, waitForProcesses(pids));
+    EXPECT_TRUE(pids.isEmpty());
+    kill(other, SIGKILL);
+    EXPECT_EQ(SIGKILL, joinProcess(other));
+}
+
 TEST(VQOperatingSystemProcesses, CaughtSignalsDoNotEndAWait) {
     struct sigaction action = {};
     action.sa_handler = [](int) {};
@@ -313,6 +327,17 @@ private:
 };
 
 }  // namespace
+
+TEST(CVQThreadSafeRefCounter, HasItsCountBehindItsTable) {
+    int removed = 0;
+    auto* const counted = new CCounted(removed);
+    counted->addReference();
+    std::uint32_t count;
+    std::memcpy(&count, reinterpret_cast<const char*>(counted) + sizeof(void*), sizeof count);
+    EXPECT_EQ(1u, count);
+    EXPECT_EQ(2 * sizeof(void*), sizeof(CVQThreadSafeRefCounter));
+    counted->removeReference();
+}
 
 TEST(CVQThreadSafeRefCounter, TellsOnceThatTheLastReferenceIsGone) {
     int removed = 0;

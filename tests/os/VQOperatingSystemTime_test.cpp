@@ -262,6 +262,32 @@ TEST(SVQKernelTimer, ArmsForSendAndReply) {
     EXPECT_EQ(0, held.lock());
 }
 
+TEST(SVQKernelTimer, LimitsASendAndItsReply) {
+    const int chid = ChannelCreate(0);
+    const int coid = ConnectAttach(0, 0, chid, _NTO_SIDE_CHANNEL, 0);
+    char message = 'm';
+    SVQKernelTimer unreceived(1);
+    EXPECT_TRUE(unreceived.start());
+    EXPECT_EQ(-1, MsgSend(coid, &message, 1, nullptr, 0));
+    EXPECT_EQ(ETIMEDOUT, getLastError());
+    std::atomic<bool> isReady{false};
+    std::thread receiver([&] {
+        char received;
+        isReady = true;
+        EXPECT_GT(MsgReceive(chid, &received, 1, nullptr), 0);
+    });
+    while (!isReady) {
+        std::this_thread::yield();
+    }
+    SVQKernelTimer unreplied(500);  // time enough for the receiver
+    EXPECT_TRUE(unreplied.start());
+    EXPECT_EQ(-1, MsgSend(coid, &message, 1, nullptr, 0));
+    EXPECT_EQ(ETIMEDOUT, getLastError());
+    receiver.join();
+    ConnectDetach(coid);
+    ChannelDestroy(chid);
+}
+
 TEST(SVQKernelTimer, WithoutADeadlineDoesNotStart) {
     SVQKernelTimer timer(1);
     timer.mDeadline = 0;

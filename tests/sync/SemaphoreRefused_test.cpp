@@ -19,6 +19,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <map>
 #include <pthread.h>
 #include <semaphore.h>
@@ -89,7 +90,11 @@ int mutexUnlock(_sync*) {
     return answer("unlock");
 }
 int condWait(_sync*, _sync*) {
-    return answer("wait");
+    const int error = answer("wait");
+    if (const auto next = sRefused.find("wait after"); error == 0 && next != sRefused.end()) {
+        sRefused["wait"] = next->second;
+    }
+    return error;
 }
 int condSignal(_sync*) {
     return answer("signal");
@@ -108,7 +113,8 @@ int semTrywait(sem_t*) {
     return error == 0 ? 0 : -1;
 }
 
-bool arm(unsigned long long, int flags) {
+bool arm(unsigned long long deadline, int flags) {
+    EXPECT_EQ(12345u, deadline);
     const int error = answer(flags == 0x2000 ? "arm2000" : flags == 0x6000 ? "arm6000" : "armOther");
     errno = error;
     return error == 0;
@@ -231,8 +237,13 @@ TEST_F(SemaphoreRefused, NothingIsReportedWhenAllStepsSucceed) {
     EXPECT_EQ("mutexattr condattr mutexshared condshared mutex cond ~mutexattr ~condattr", balking::sCalls);
     EXPECT_EQ(1u, mHandle.valid);
     balking::sShared = PTHREAD_PROCESS_PRIVATE;
+    std::memset(static_cast<void*>(&mHandle), 0xA5, sizeof mHandle);
     VQSemaphoreAccess::create(mHandle, 1, 2, /*shared*/ false);
     balking::sShared = PTHREAD_PROCESS_SHARED;
+    EXPECT_EQ(1u, mHandle.valid);
+    EXPECT_EQ(1u, mHandle.count);
+    EXPECT_EQ(2u, mHandle.maxCount);
+    EXPECT_EQ(0u, mHandle.waiters);
 }
 
 TEST_F(SemaphoreRefused, RefusedAttributesAreReportedAndEndTheCreation) {
@@ -324,6 +335,15 @@ TEST_F(SemaphoreRefused, ATimedLockArmsBeforeEachWait) {
     EXPECT_EQ(0u, mHandle.waiters);
 }
 
+TEST_F(SemaphoreRefused, ATimedLockThatIsWokenInVainWaitsOnToItsDeadline) {
+    makeValid(0, 1);
+    balking::sRefused["wait after"] = ETIMEDOUT;
+    EXPECT_FALSE(VQSemaphoreAccess::lock(mHandle, 10));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    EXPECT_EQ("deadline arm2000 lock arm6000 wait arm6000 wait unlock", balking::sCalls);
+    EXPECT_EQ(0u, mHandle.waiters);
+}
+
 TEST_F(SemaphoreRefused, ATimedLockThatDoesNotBlockDisarms) {
     makeValid(1, 1);
     EXPECT_TRUE(VQSemaphoreAccess::lock(mHandle, 10));
@@ -392,6 +412,11 @@ TEST_F(SemaphoreRefused, AConditionTellsWhichStepWasRefused) {
         EXPECT_EQ(12, errno);
         EXPECT_EQ(row.calls, balking::sCalls);
     }
+    reset();
+    errno = EACCES;
+    EXPECT_TRUE(VQConditionVariableAccess::create(condition));
+    EXPECT_EQ(EACCES, errno);
+    EXPECT_EQ("condattr clock cond ~condattr", balking::sCalls);
 }
 
 TEST_F(SemaphoreRefused, AWaitConditionThatCannotBeCreatedEndsTheProcess) {
