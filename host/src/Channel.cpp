@@ -2,6 +2,7 @@
 
 #include "ErrnoKeeper.h"
 #include "Link.h"
+#include "Mutex.h"
 
 #include <errno.h>
 #include <string.h>
@@ -125,6 +126,20 @@ bool isStillLent(LocalSender* lender) {
                0;
 }
 
+// The long ways, apart, so that the short ones need no frame.
+
+[[gnu::noinline]] void waitForChannels() {
+    // Only a time-out that a signal handler armed after the call began can refuse the lock.
+    while (SyncMutexLock_r(&shared.lock) == ETIMEDOUT) {
+    }
+}
+
+[[gnu::noinline]] void unlockChannelsLong() {
+    SyncMutexUnlock_r(&shared.lock);
+    if (mustEnd != 0)
+        endOwnThread();
+}
+
 }  // namespace
 
 void ChannelGuard::lock() {
@@ -138,11 +153,21 @@ void ChannelGuard::unlock() {
 }
 
 void lockChannels() {
-    pthread_mutex_lock(&shared.lock);
+    if (!__nto_take(&shared.lock))
+        waitForChannels();
 }
 
 void unlockChannels() {
-    pthread_mutex_unlock(&shared.lock);
+    if (!__nto_give(&shared.lock))
+        unlockChannelsLong();
+}
+
+bool endsWithChannels() {
+    return makeUnlockLong(&shared.lock);
+}
+
+void wakeForChannels() {
+    wakeNextOwner(&shared.lock);
 }
 
 void forgetChannels() {
@@ -367,7 +392,8 @@ Waker endUse(Message* message) {
 void finishMessages(const Channel* channel, int coid, int error) {
     for (unsigned i = 1; i < messageCount; ++i) {
         Message* const message = messageAt(i);
-        if (message->state == Message::State::FREE || message->channel != channel)
+        // Of one that is over its last user ends the wait.
+        if (message->state == Message::State::FREE || message->channel != channel || message->isOver)
             continue;
         if (coid == kAllConnections || (message->sender != nullptr && message->info.coid == coid))
             finishMessage(message, -1, error).wake();

@@ -29,6 +29,11 @@ void unlockChannels();
 /// In the child, where the lock need not be held.
 void forgetChannels();
 
+/// For threads that are ended wherever they are, as in Mutex.h. True when the caller holds the lock: it then looks at
+/// `mustEnd` when it unlocks.
+bool endsWithChannels();
+void wakeForChannels();
+
 /// Holds the lock, and gives it up for a while where told.
 class ChannelGuard {
 public:

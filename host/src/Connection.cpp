@@ -37,8 +37,11 @@ void forgetInChild() {
     forgetWatcher();
     for (int id = 0; id < connections.capacity; ++id)
         if (Connection* const connection = connections.find(id)) {
-            if (connection->link != nullptr && connection->link->isDead)
-                free(connection->link);  // the others are found by their ids
+            // Those that are not dead are found by their ids.
+            if (connection->link != nullptr && connection->link->isDead) {
+                close(connection->link->file);
+                free(connection->link);
+            }
             free(connection);
         }
     connections.clear(0);

@@ -11,6 +11,12 @@
 
 namespace host {
 
+/// How a word that others may change at any moment is read.
+template <class T>
+T load(const T& word) {
+    return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
+}
+
 /// The kernel finds the words of one process by address alone, shared ones by the memory behind it.
 enum class Sharing : int { PRIVATE = FUTEX_PRIVATE_FLAG, SHARED = 0 };
 

@@ -161,10 +161,14 @@ bool isWelcome(const ucred& peer) {
     return peer.uid == geteuid() || peer.uid == 0;
 }
 
-void addLink(Channel* channel, int socket) {
-    Descriptor accepted(socket);
+/// A descriptor whose number another one is to have.
+int placeFor(int any) {
+    return fcntl(any, F_DUPFD_CLOEXEC, 0);
+}
+
+void addLink(Channel* channel, Descriptor& accepted, Descriptor& forFile) {
     ucred peer;
-    if (!accepted.isOpen() || !peerOf(accepted.get(), peer) || !isWelcome(peer))
+    if (!peerOf(accepted.get(), peer) || !isWelcome(peer))
         return;
     InLink* const link = static_cast<InLink*>(calloc(1, sizeof(InLink)));
     if (link == nullptr)
@@ -176,7 +180,7 @@ void addLink(Channel* channel, int socket) {
     }
     link->serial = ++serials;
     link->references = 1;
-    link->file = -1;
+    link->file = forFile.release();
     link->socket = accepted.release();
     link->peer = processBehind(link->socket, peer.pid);  // -1 when it has ended already: the socket says so too
     link->pid = peer.pid;
@@ -237,9 +241,11 @@ int openToOthers(Channel* channel) {
     channel->doorbell = static_cast<Doorbell*>(page);
     channel->doorbell->version = kSegmentVersion;
     channel->doorbell->flags = channel->flags;
+    channel->listener = listener.get();
+    if (!watchChannel(channel))
+        return errno;
     channel->doorbellFile = file.release();
-    channel->listener = listener.release();
-    watchChannel(channel);
+    listener.release();
     return 0;
 }
 
@@ -293,10 +299,18 @@ void collectFromOthers(Channel* channel) {
 }
 
 bool acceptLinks(Channel* channel) {
-    int socket;
-    while ((socket = accept4(channel->listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0)
-        addLink(channel, socket);
-    return errno == EAGAIN;
+    for (;;) {
+        // A link needs three descriptors: one that was accepted with less would cut its sender off.
+        Descriptor forFile(placeFor(channel->listener));
+        Descriptor forPeer(placeFor(channel->listener));
+        if (!forFile.isOpen() || !forPeer.isOpen())
+            return false;
+        Descriptor socket(accept4(channel->listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (!socket.isOpen())
+            return errno == EAGAIN;
+        close(forPeer.release());
+        addLink(channel, socket, forFile);
+    }
 }
 
 void readLink(InLink* link) {
@@ -304,6 +318,8 @@ void readLink(InLink* link) {
         dropLink(link, ESRCH);  // after its set-up a sender says nothing any more but its end
         return;
     }
+    close(link->file);  // that kept its place
+    link->file = -1;
     Descriptor file(receiveFile(link->socket));
     void* page = nullptr;
     if (file.isOpen() && isSegment(file.get(), kLinkSize))
@@ -378,8 +394,11 @@ bool claimReply(Message* message) {
 
 void unclaimReply(Message* message) {
     message->isClaimed = false;
+    Lane& lane = laneOf(message);
     uint32_t before = message->turn | LANE_REPLYING;  // unless the sender's connection ended
-    changeState(laneOf(message), before, LANE_RECEIVED);
+    // The sender may have gone to sleep without a limit meanwhile, since it could not leave.
+    if (changeState(lane, before, LANE_RECEIVED) && (before & kLaneAsleep) != 0)
+        futexWake(&lane.word, 1, Sharing::SHARED);
 }
 
 char* requestWindow(Message* message) {

@@ -1,4 +1,4 @@
-#include <sys/neutrino.h>
+#include "Mutex.h"
 
 #include "Look.h"
 #include "Spin.h"
@@ -6,6 +6,7 @@
 
 #include <errno.h>
 #include <sched.h>
+#include <sys/neutrino.h>
 
 namespace host {
 namespace {
@@ -153,6 +154,18 @@ int attributesOf(const pthread_mutexattr_t* attributes, unsigned& count) {
 }
 
 }  // namespace
+
+bool makeUnlockLong(_sync* mutex) {
+    if ((loadOwner(mutex) & kId) != threadId())
+        return false;
+    __atomic_fetch_or(&mutex->__owner, kWaiters, __ATOMIC_RELAXED);
+    return true;
+}
+
+void wakeNextOwner(_sync* mutex) {
+    futexWake(&mutex->__owner, 1, Sharing::PRIVATE);
+}
+
 }  // namespace host
 
 using namespace host;

@@ -212,7 +212,7 @@ int announce(OutLink* link, int coid) {
     if (link->id < 0 || !startWatcher() || !watchLink(link))
         return EAGAIN;
     if (!sendFile(link->socket, link->file))
-        return ESRCH;
+        return errno == EPIPE || errno == ECONNRESET || errno == ENOTCONN ? ESRCH : EAGAIN;
     __atomic_store_n(&link->doorbell->knock, 1u, __ATOMIC_SEQ_CST);
     ring(*link->doorbell);
     return 0;

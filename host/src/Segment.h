@@ -131,12 +131,6 @@ constexpr off64_t kLinkSize = requestOffset(kLanes);
 static_assert(kLinkSize < off64_t(1) << 32, "what lies further a 32-bit program may not reach under an emulator");
 constexpr off64_t kDoorbellSize = 64 << 10;
 
-/// How a field that the other side may change at any moment is read.
-template <class T>
-T load(const T& field) {
-    return __atomic_load_n(&field, __ATOMIC_ACQUIRE);
-}
-
 /// A sealed file in memory; -1 and errno.
 int makeSegment(const char* name, off64_t size);
 /// True for such a file of just this size: sealed, and made of ordinary memory.

@@ -3,6 +3,7 @@
 
 #include "Descriptor.h"
 #include "ErrnoKeeper.h"
+#include "ThreadState.h"
 #include "Unsupported.h"
 
 #include <errno.h>
@@ -108,6 +109,7 @@ bool findByMagic(const char* path, char (&type)[16]) {
 }  // namespace host
 
 int nto_statvfs(const char* path, struct nto_statvfs* status) {
+    host::dropTimeout();
     struct statvfs known;
     struct stat64 file;
     if (statvfs(path, &known) != 0 || stat64(path, &file) != 0)

@@ -5,6 +5,7 @@
 #include "Futex.h"
 #include "Interrupter.h"
 #include "ThreadState.h"
+#include "Watcher.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -62,37 +63,46 @@ __thread Thread* ownThread __attribute__((tls_model("initial-exec"))) = nullptr;
 // the lock, so that whoever frees it has synchronised with that.
 __thread bool isOwnForeign __attribute__((tls_model("initial-exec"))) = false;
 
-// A thread that is to end while it holds the lock ends when it has released it.
-__thread volatile sig_atomic_t isGuarded = 0;
-__thread volatile sig_atomic_t mustEnd = 0;
-
-template <class T>
-T load(const T& word) {
-    return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
-}
+// A thread's last steps, which its thread-local destructors still belong to: the last round but one of those of the
+// C library's keys. In the last one sanitizers take the thread apart.
+pthread_key_t endKey;
+bool hasEndKey = false;
+constexpr unsigned kEndRound = PTHREAD_DESTRUCTOR_ITERATIONS - 1;
+__thread unsigned endRounds __attribute__((tls_model("initial-exec"))) = 0;
 
 template <class T>
 void store(T& word, T value) {
     __atomic_store_n(&word, value, __ATOMIC_RELEASE);
 }
 
-[[noreturn]] void leaveProcessor() {
-    for (;;)
-        syscall(SYS_exit, 0);
+/// From here on the record may be freed.
+void noteEnd() {
+    Thread* const own = ownThread;
+    ownThread = nullptr;
+    if (own == nullptr || isOwnForeign) {
+        if (static_cast<pid_t>(threadId()) == getpid())
+            noteLeaderEnded();
+        return;
+    }
+    if (__atomic_exchange_n(&own->life, unsigned(Thread::ENDED), __ATOMIC_ACQ_REL) == Thread::AWAITED)
+        futexWake(&own->life, INT_MAX, Sharing::PRIVATE);
 }
 
-void markEnded(void* thread) {
-    Thread* const ended = static_cast<Thread*>(thread);
-    if (__atomic_exchange_n(&ended->life, unsigned(Thread::ENDED), __ATOMIC_ACQ_REL) == Thread::AWAITED)
-        futexWake(&ended->life, INT_MAX, Sharing::PRIVATE);
+void onEndOfThread(void* value) {
+    if (++endRounds < kEndRound)
+        pthread_setspecific(endKey, value);
+    else
+        noteEnd();
 }
 
-[[noreturn]] void endOwnThread() {
-    deleteOwnTimer();
-    if (ownThread != nullptr && !ownThread->isForeign)
-        markEnded(ownThread);
-    leaveProcessor();
+void beToldOfTheEnd() {
+    if (hasEndKey)
+        pthread_setspecific(endKey, &endKey);
 }
+
+Thread* findOwn();
+
+__thread volatile sig_atomic_t isGuarded __attribute__((tls_model("initial-exec"))) = 0;
 
 class TableGuard {
 public:
@@ -110,7 +120,7 @@ public:
             futexWake(&tableLock, 1, Sharing::PRIVATE);
         __atomic_signal_fence(__ATOMIC_SEQ_CST);
         isGuarded = 0;
-        if (mustEnd != 0)
+        if (mustEnd != 0 && !endsWithChannels())
             endOwnThread();
     }
     TableGuard(const TableGuard&) = delete;
@@ -123,9 +133,8 @@ int endingSignal() {
 }
 
 void onEndingSignal(int) {
-    if (isGuarded != 0)
-        mustEnd = 1;
-    else
+    mustEnd = 1;
+    if (isGuarded == 0 && !endsWithChannels())
         endOwnThread();
 }
 
@@ -134,8 +143,16 @@ bool sendSignal(int id, int signal) {
     return id > 0 && syscall(SYS_tgkill, getpid(), id, signal) == 0;
 }
 
+/// Another thread may have made the forking one's record.
+void findOwnBeforeFork() {
+    findOwn();
+}
+
 /// A forked child has one thread, which keeps its priority, and no other to join.
 void forgetOthersInChild() {
+    isGuarded = 0;
+    mustEnd = 0;
+    beToldOfTheEnd();
     tableLock = 0;
     firstThread = ownThread;
     if (ownThread == nullptr)
@@ -153,17 +170,23 @@ void installEndingSignal() {
     sigaction(endingSignal(), &action, nullptr);
 }
 
-void registerForkHandler() {
-    pthread_atfork(nullptr, nullptr, forgetOthersInChild);
+void makeEndKeyAndForkHandlers() {
+    hasEndKey = pthread_key_create(&endKey, onEndOfThread) == 0;
+    pthread_atfork(findOwnBeforeFork, nullptr, forgetOthersInChild);
 }
 
 pthread_once_t endingSignalOnce = PTHREAD_ONCE_INIT;
-pthread_once_t forkHandlerOnce = PTHREAD_ONCE_INIT;
+pthread_once_t preparedOnce = PTHREAD_ONCE_INIT;
 
 /// At load time, or earlier with the first thread: a fork that has begun does not run in its child what is registered
-/// meanwhile.
-__attribute__((constructor(102))) void prepareForFork() {
-    pthread_once(&forkHandlerOnce, registerForkHandler);
+/// meanwhile. And the values of early keys take no memory.
+void prepare() {
+    pthread_once(&preparedOnce, makeEndKeyAndForkHandlers);
+}
+
+__attribute__((constructor(102))) void prepareAtLoad() {
+    prepare();
+    beToldOfTheEnd();
 }
 
 void unblockEndingSignal() {
@@ -281,14 +304,11 @@ void* runThread(void* argument) {
     learnThreadId(static_cast<unsigned>(idOf(*self, handle)));
     store(self->id, static_cast<int>(threadId()));
     unblockEndingSignal();
+    beToldOfTheEnd();
     __atomic_store_n(&self->isReady, true, __ATOMIC_SEQ_CST);
     if (__atomic_load_n(&self->isDestroyed, __ATOMIC_SEQ_CST))
         endOwnThread();
-    void* status = nullptr;
-    pthread_cleanup_push(markEnded, self);  // also when the function leaves by pthread_exit
-    status = self->function(self->argument);
-    pthread_cleanup_pop(1);
-    return status;
+    return self->function(self->argument);
 }
 
 /// Creates the thread of a record; 0 or an error number.
@@ -372,6 +392,17 @@ int result(int error) {
 
 }  // namespace
 
+__thread volatile sig_atomic_t mustEnd __attribute__((tls_model("initial-exec"))) = 0;
+
+void endOwnThread() {
+    mustEnd = 0;
+    deleteOwnTimer();
+    wakeForChannels();
+    noteEnd();
+    for (;;)
+        syscall(SYS_exit, 0);
+}
+
 int callerPriority() {
     const Thread* const own = findOwn();
     if (own == nullptr)
@@ -391,10 +422,10 @@ int ThreadCreate(pid_t pid, void* (*function)(void*), void* argument, const stru
     if (pid != 0 && pid != getpid())
         return result(ESRCH);
     ErrnoKeeper keeper;
-    prepareForFork();
-    Thread* const thread = newRecord(0);
+    prepare();
+    Thread* const thread = hasEndKey ? newRecord(0) : nullptr;
     if (thread == nullptr) {
-        keeper.report(ENOMEM);
+        keeper.report(hasEndKey ? ENOMEM : EAGAIN);
         return -1;
     }
     thread->function = function;

@@ -57,11 +57,11 @@ Deadline nextExpiry(const Timer* timer, uint64_t now) {
 Deadline firstExpiry(clockid_t clock, bool isAbsolute, const _itimer& set, uint64_t now) {
     if (!isAbsolute)
         return {add(now, set.nsec)};
-    const Deadline first = monotonic(clock, {set.nsec});
-    if (first.ns >= now)
-        return first;
-    const uint64_t passed = now - first.ns;
-    return {set.interval_nsec == 0 ? now : first.ns + passed / set.interval_nsec * set.interval_nsec};
+    const uint64_t reading = clock == CLOCK_MONOTONIC ? now : nowNs(clock);
+    if (set.nsec >= reading)
+        return {add(now, set.nsec - reading)};
+    const uint64_t passed = reading - set.nsec;
+    return {set.interval_nsec == 0 ? now : now - passed % set.interval_nsec};
 }
 
 void set(Timer* timer, bool isAbsolute, const _itimer& wanted) {

@@ -5,16 +5,20 @@
 #include <errno.h>
 #include <limits.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 namespace host {
 namespace {
 
 int events = -1;
+bool isLeaderGone = false;
 
 // What an event speaks of, in 64 bits: kind, id, and the serial that tells an object from an earlier one.
-enum Kind : unsigned { LISTENER, SOCKET, PROCESS };
+enum Kind : unsigned { LISTENER, SOCKET, PROCESS, LEADER };
 constexpr unsigned kKindBits = 4;
 
 uint64_t keyOf(Kind kind, int id, unsigned serial) {
@@ -36,6 +40,10 @@ void handle(uint64_t key) {
         Channel* const channel = channels.find(id);
         if (channel != nullptr && channel->serial == serial)
             acceptLinks(channel);
+        return;
+    }
+    if (kind == LEADER) {
+        close(id);
         return;
     }
     Link* const link = links.find(id);
@@ -66,41 +74,70 @@ bool lookAround() {
     return isWorthIt;
 }
 
+/// True when there is no thread but the caller; the first one stays in the list when it has ended.
+bool isAlone() {
+    struct stat tasks;
+    constexpr nlink_t kOfFolder = 2;
+    return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink <= kOfFolder + 2;
+}
+
+/// As the last thread's end would, in a thread like any other.
+void* endProcess(void*) {
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    exit(0);
+}
+
 constexpr int kLookEveryMs = 1000;
 
 void* run(void* argument) {
     const int queue = static_cast<int>(reinterpret_cast<intptr_t>(argument));
-    bool mustLook = true;
-    for (;;) {
+    for (bool mustLook = true;;) {
         epoll_event found[16];
         const int count = epoll_wait(queue, found, 16, mustLook ? kLookEveryMs : -1);
+        if (count < 0 && errno != EINTR)
+            usleep(kLookEveryMs * 1000);  // the program has closed what it had not opened
         const ChannelGuard guard;
         for (int i = 0; i < count; ++i)
             handle(found[i].data.u64);
-        mustLook = count > 0 || lookAround();
+        mustLook = count > 0 || lookAround() || isLeaderGone;
+        pthread_t thread;
+        if (isLeaderGone && isAlone() && pthread_create(&thread, nullptr, endProcess, nullptr) == 0)
+            return nullptr;
     }
-    return nullptr;
 }
 
 bool startThread(int queue) {
+    // A small stack, unless the program has more thread-local data than that.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     constexpr size_t kStack = 1 << 20;
 #else
     constexpr size_t kStack = 128 << 10;
 #endif
-    pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes) != 0)
+    pthread_attr_t small;
+    if (pthread_attr_init(&small) != 0)
         return false;
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_attr_setstacksize(&attributes, kStack);
+    pthread_attr_setstacksize(&small, kStack);
     sigset_t all, before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     pthread_t thread;
-    const int result = pthread_create(&thread, &attributes, run, reinterpret_cast<void*>(intptr_t(queue)));
+    void* const argument = reinterpret_cast<void*>(intptr_t(queue));
+    const bool isThere =
+        pthread_create(&thread, &small, run, argument) == 0 || pthread_create(&thread, nullptr, run, argument) == 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    pthread_attr_destroy(&attributes);
-    return result == 0;
+    pthread_attr_destroy(&small);
+    if (isThere)
+        pthread_detach(thread);
+    return isThere;
+}
+
+bool watchAllChannels() {
+    for (int id = 1; id < channels.capacity; ++id)
+        if (const Channel* const channel = channels.find(id); channel != nullptr && !watchChannel(channel))
+            return false;
+    return true;
 }
 
 }  // namespace
@@ -116,21 +153,17 @@ bool startWatcher() {
     if (queue < 0)
         return false;
     events = queue;
-    if (!startThread(queue)) {
-        close(queue);
-        events = -1;
-        return false;
-    }
-    for (int id = 1; id < channels.capacity; ++id)
-        if (const Channel* const channel = channels.find(id))
-            watchChannel(channel);
-    return true;
+    if (watchAllChannels() && startThread(queue))
+        return true;
+    close(queue);
+    events = -1;
+    return false;
 }
 
-void watchChannel(const Channel* channel) {
+bool watchChannel(const Channel* channel) {
     // Once for each new connection: one that cannot be accepted does not keep the thread busy.
-    if (isWatching())
-        watch(channel->listener, EPOLLIN | EPOLLET, keyOf(LISTENER, channel->id, channel->serial));
+    return !isWatching() ||
+           watch(channel->listener, EPOLLIN | EPOLLET, keyOf(LISTENER, channel->id, channel->serial));
 }
 
 bool watchLink(const Link* link) {
@@ -146,10 +179,22 @@ void closeWatched(int descriptor) {
     close(descriptor);
 }
 
+void noteLeaderEnded() {
+    const ChannelGuard guard;
+    isLeaderGone = true;
+    if (!isWatching())
+        return;
+    // An event at once. Without a descriptor for it the thread sees what is new when it looks around next.
+    const int news = aboveStandardStreams(eventfd(1, EFD_CLOEXEC));
+    if (news >= 0)
+        watch(news, EPOLLIN, keyOf(LEADER, news, 0));
+}
+
 void forgetWatcher() {
     if (isWatching())
         close(events);
     events = -1;
+    isLeaderGone = false;
 }
 
 }  // namespace host

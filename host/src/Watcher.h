@@ -1,6 +1,6 @@
 // Watcher: the one thread of the host, which notices new connections and the end of other processes.
 //   It starts with the first connection to or from another process, takes no signals, and is not in a forked child.
-//   All but startWatcher expects the channels' lock to be held.
+//   All calls expect the channels' lock to be held, unless they say otherwise.
 #pragma once
 
 #include "Link.h"
@@ -11,11 +11,15 @@ namespace host {
 bool startWatcher();
 bool isWatching();
 
-void watchChannel(const Channel* channel);
-/// False without memory in the kernel.
+/// False without memory in the kernel; here and below.
+bool watchChannel(const Channel* channel);
 bool watchLink(const Link* link);
 /// Closes a descriptor; a copy of it in a forked child does not keep it watched or connected.
 void closeWatched(int descriptor);
+
+/// The thread that `main` began in has ended while others run. From now on the process ends with the last of them, as it
+/// would without this one. Takes the lock itself.
+void noteLeaderEnded();
 
 void forgetWatcher();
 

@@ -39,6 +39,9 @@ void require(bool isSo, int line, const char* what) {
 }
 #define REQUIRE(condition) require((condition), __LINE__, #condition)
 
+/// More than the stack of the thread that watches has room for.
+thread_local char largeData[256 << 10];
+
 enum Command : int32_t {
     ECHO,         // the same bytes, each one greater; their number is the status
     STATUS,       // `argument` is the status
@@ -328,6 +331,7 @@ void count(const char* path, unsigned turn) {
 
 int main(int argc, char** argv) {
     const std::string role = argc > 1 ? argv[1] : "";
+    *const_cast<volatile char*>(largeData) = 1;
     if (role == "serve" && argc == 3)
         Server(static_cast<unsigned>(std::atoi(argv[2]))).run();
     else if (role == "call" && argc == 4)

@@ -3,16 +3,21 @@
 #include "MessageTesting.h"
 
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <memory>
 #include <poll.h>
 #include <random>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -121,6 +126,23 @@ std::function<void()> clientOf(pid_t server, int chid, const std::function<void(
 /// Of a channel of this process.
 std::function<void()> client(int chid, const std::function<void(int)>& body) {
     return clientOf(getpid(), chid, body);
+}
+
+bool sendDescriptor(int socket, int descriptor) {
+    char byte = 1;
+    iovec part = {&byte, 1};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof(int));
+    std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
+    return sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT) == 1;
 }
 
 #define EXPECT_ENDS_WELL(child)                                                                                    \
@@ -536,6 +558,31 @@ TEST(MessageProcessTimeout, HasOneOutcomeWhenItRacesTheReply) {
     server.join();
 }
 
+TEST(MessageProcessTimeout, EndsASendWhoseReplyIsBeingWritten) {
+    constexpr int kRoom = kIsSanitized ? 1 << 20 : 8 << 20;
+    const OwnChannel own;
+    const Other sender(client(own.chid, [](int coid) {
+        std::vector<char> reply(kRoom);
+        armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, 100000000);
+        EXPECT_EQ(kTimedOut, outcomeOf([&] {
+                      return MsgSend(coid, nullptr, 0, reply.data(), static_cast<int>(reply.size()));
+                  }));
+    }));
+    const std::vector<char> piece(kRoom, 'p');
+    const int id = receiveSoon(own.chid);
+    ASSERT_GT(id, 0);
+    const auto end = std::chrono::steady_clock::now() + 5s;
+    bool isWanted = true;
+    for (int i = 1; isWanted && std::chrono::steady_clock::now() < end; ++i) {
+        isWanted = MsgWrite(id, piece.data(), kRoom, 0) == kRoom;
+        // Without a break until long after the deadline: the sender finds its reply claimed then, and cannot leave.
+        if (std::chrono::steady_clock::now() > end - 4700ms)
+            std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_FALSE(isWanted) << "the sender has gone";
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([id] { return MsgReply(id, 0, nullptr, 0); }));
+}
+
 TEST(MessageProcessTimeout, OfTheSendStateAloneLetsAWaitingReceiverTakeTheMessage) {
     OwnChannel own;
     support::ChildProcess other(client(own.chid, [](int coid) {
@@ -835,6 +882,23 @@ TEST(MessageProcessInChild, AConnectionWhoseServerHasDiedIsNotThereEither) {
     })));
 }
 
+TEST(MessageProcessInChild, TheDescriptorsOfAConnectionAreClosedAlsoIfItsServerHasDied) {
+    EchoServer server;
+    EXPECT_ENDS_WELL(support::runInChild([&server] {
+        const auto countInChild = [] {
+            const auto child = support::runInChild([] { _exit(openDescriptors(getpid())); });
+            return child.exitCode;
+        };
+        const int none = countInChild();
+        const int coid = attachTo(server.pid(), server.chid);
+        EXPECT_EQ(none, countInChild());
+        kill(server.pid(), SIGKILL);
+        while (sendNothing(coid).result == 0)
+            std::this_thread::yield();
+        EXPECT_EQ(none, countInChild());
+    }));
+}
+
 TEST(MessageProcessInChild, ThatOutlivesItsParentTheServersEndIsStillNoticed) {
     int ready[2];
     ASSERT_EQ(0, pipe(ready));
@@ -942,6 +1006,139 @@ TEST(MessageProcess, IsRefusedWhereFilesMayNotBeLargeEnough) {
         ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &before));
         clientOf(server.pid(), server.chid, [](int coid) { EXPECT_EQ((Outcome{0, 0}), sendNothing(coid)); })();
     }));
+}
+
+/// Takes all descriptors but some.
+class FewDescriptors {
+public:
+    explicit FewDescriptors(unsigned left) {
+        const rlimit few{64, 64};
+        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+        for (int taken; (taken = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+            mTaken.push_back(taken);
+        for (; left > 0; --left) {
+            close(mTaken.back());
+            mTaken.pop_back();
+        }
+    }
+    void giveBack() {
+        for (const int taken : mTaken)
+            close(taken);
+        mTaken.clear();
+    }
+
+private:
+    std::vector<int> mTaken;
+};
+
+TEST(MessageProcess, WaitsForAServerThatIsShortOfDescriptors) {
+    for (const unsigned left : {0u, 1u, 2u}) {
+        SCOPED_TRACE(left);
+        const OwnChannel own;  // which the children tell the server's channel by
+        const Other server([&] {
+            const int chid = ChannelCreate(0);
+            const int coid = attachTo(getppid(), own.chid);
+            std::unique_ptr<FewDescriptors> few;
+            MsgSendPulse(coid, 10, 1, chid);
+            for (;;) {
+                char wish = 0;
+                const int id = receiveSoon(chid, &wish, 1);
+                if (wish == 't')
+                    few = std::make_unique<FewDescriptors>(left);
+                if (wish == 'g')
+                    few->giveBack();
+                MsgReply(id, 0, nullptr, 0);
+            }
+        });
+        _pulse pulse;
+        ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+        const int chid = pulse.value.sival_int;
+        const auto wishFor = [](int coid, char wish) {
+            return outcomeOf([=] { return MsgSend(coid, &wish, 1, nullptr, 0); });
+        };
+        const int earlier = attachTo(server.pid(), chid);
+        EXPECT_EQ((Outcome{0, 0}), wishFor(earlier, 't'));
+        const int later = attachTo(server.pid(), chid);
+        ASSERT_GE(later, 0);
+        auto sent = sendNothingElsewhere(later);
+        EXPECT_EQ(std::future_status::timeout, sent.wait_for(50ms));
+        EXPECT_EQ((Outcome{0, 0}), wishFor(earlier, 'g'));
+        EXPECT_EQ((Outcome{0, 0}), sent.get());
+        EXPECT_EQ(0, ConnectDetach(later));
+        EXPECT_EQ(0, ConnectDetach(earlier));
+    }
+}
+
+TEST(MessageProcess, IsRefusedForTheMomentWhileTooManyDescriptorsAreOnTheirWay) {
+    EXPECT_ENDS_WELL(support::runInChild([] {
+        constexpr uid_t kNobody = 65534;
+        ASSERT_TRUE(geteuid() != 0 || setuid(kNobody) == 0);
+        ASSERT_EQ(0, prctl(PR_SET_DUMPABLE, 1));
+        const EchoServer server;
+        int ends[2];
+        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
+        const rlimit few{32, 32};
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+        while (sendDescriptor(ends[0], ends[0])) {
+        }
+        ASSERT_EQ(ETOOMANYREFS, errno);
+        EXPECT_EQ((Outcome{-1, EAGAIN}), outcomeOf([&] { return attachTo(server.pid(), server.chid); }));
+        close(ends[1]);
+        close(ends[0]);
+        clientOf(server.pid(), server.chid, [](int coid) { EXPECT_EQ((Outcome{0, 0}), sendNothing(coid)); })();
+    }));
+}
+
+TEST(MessageProcess, CostsNothingWhenAProgramHasClosedAllDescriptors) {
+    const OwnChannel own;  // which the child tells its channel by
+    Other server([&own] {
+        const int chid = ChannelCreate(0);
+        MsgSendPulse(attachTo(getppid(), own.chid), 10, 1, chid);
+        receiveSoon(chid);
+        for (int i = 3; i < 64; ++i)
+            close(i);
+        std::this_thread::sleep_for(1s);  // until the thread that watches has looked around
+        const uint64_t before = host::nowNs(CLOCK_PROCESS_CPUTIME_ID);
+        std::this_thread::sleep_for(1s);
+        _exit(host::nowNs(CLOCK_PROCESS_CPUTIME_ID) - before < host::kNsPerSecond / 5 ? 0 : 1);
+    });
+    _pulse pulse;
+    ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    const int coid = attachTo(server.pid(), pulse.value.sival_int);
+    EXPECT_EQ((Outcome{-1, ESRCH}), sendNothing(coid));
+    EXPECT_EQ(0, server.wait());
+    EXPECT_EQ(0, ConnectDetach(coid));
+}
+
+TEST(MessageProcess, LetsAProcessEndWithItsLastThread) {
+    NEEDS_THREADS_THAT_VANISH();
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no thread can watch here, and the emulator has one of its own";
+    EchoServer server;
+    for (const bool isFirstTheLast : {false, true}) {
+        Other process([&] {
+            EXPECT_EQ((Outcome{0, 0}), sendNothing(attachTo(server.pid(), server.chid)));
+            static std::atomic<bool> mayEnd;
+            mayEnd = isFirstTheLast;
+            const int id = ThreadCreate(
+                0,
+                [](void*) -> void* {
+                    while (!mayEnd)
+                        usleep(1000);
+                    return nullptr;
+                },
+                nullptr, nullptr);
+            if (isFirstTheLast)
+                ThreadJoin_r(id, nullptr);
+            mayEnd = true;
+            ThreadDestroy(0, -1, nullptr);
+        });
+        int status = -1;
+        const auto end = std::chrono::steady_clock::now() + 10s;
+        while (waitpid(process.pid(), &status, WNOHANG) == 0 && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(5ms);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
 }
 
 TEST(MessageProcess, CarriesNoPulsesOfTimersAndSaysSo) {

@@ -15,6 +15,7 @@
 #include <pthread.h>
 #include <random>
 #include <sys/mman.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace {
@@ -553,6 +554,43 @@ TEST(Message, CarriesTheRecordedPriorityOfItsSender) {
         EXPECT_EQ((Outcome{0, 0}), sender.get());
 }
 
+TEST(Pulse, NoneIsLostWhileAHandlerArmsTimeoutsForMutexes) {
+    const OwnChannel own;
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        const int error = errno;
+        TimerTimeout(CLOCK_MONOTONIC, _NTO_TIMEOUT_MUTEX, nullptr, nullptr, nullptr);
+        errno = error;
+    };
+    sigaction(SIGUSR1, &action, nullptr);
+    std::atomic<bool> mayEnd{false};
+    std::atomic<int> sent{0}, received{0};
+    const auto send = [&] {
+        while (!mayEnd)
+            if (sent - received < 10000)
+                sent += MsgSendPulse(own.coid, 10, 1, 0) == 0 ? 1 : 0;
+    };
+    std::thread interrupted(send), other(send);
+    std::thread receiver([&] {
+        const auto receive = [&] {
+            _pulse pulse;
+            armFor(_NTO_TIMEOUT_RECEIVE, 100000000);
+            return MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr) == 0;
+        };
+        while (receive() || !mayEnd)
+            ++received;
+    });
+    for (const auto end = std::chrono::steady_clock::now() + 1s; std::chrono::steady_clock::now() < end;) {
+        pthread_kill(interrupted.native_handle(), SIGUSR1);
+        usleep(20);
+    }
+    mayEnd = true;
+    interrupted.join();
+    other.join();
+    receiver.join();
+    EXPECT_EQ(sent, received);
+}
+
 TEST(Pulse, IsTakenPastWaitingMessages) {
     OwnChannel own;
     auto sender = sendNothingElsewhere(own.coid);
@@ -725,6 +763,10 @@ TEST(MessageTimeout, IsConsumedByTheNextCallWhateverItIs) {
         [&] { ChannelDestroy(ChannelCreate(0)); },
         [&] { ConnectDetach(1); },
         [&] { ChannelDestroy(1000); },
+        [] {
+            struct statvfs status;
+            statvfs("/", &status);
+        },
     };
     for (const auto& call : calls) {
         auto sender = std::async(std::launch::async, [&] {
@@ -918,6 +960,48 @@ TEST(Connection, ReleasesItsSendersWhenItIsDetached) {
     EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReply(id, 0, nullptr, 0); }));
     MsgReply(receiveSoon(own.chid), 1, nullptr, 0);
     EXPECT_EQ((Outcome{1, 0}), other.get());
+}
+
+/// What the last calls had there.
+[[gnu::noinline]] void overwriteStack() {
+    volatile char frame[16384];
+    for (int i = 0; i < 20; ++i)
+        std::fill(std::begin(frame), std::end(frame), 'A');
+}
+
+TEST(Connection, AndItsChannelMayGoWhileAReceiverCopies) {
+    if (!hasTwoProcessors())
+        GTEST_SKIP() << "what is lent to a receiver is lent to another processor";
+    std::vector<char> sent(1 << 20), received(1 << 20);
+    std::mt19937 random(7);
+    for (int round = 0; round < 1500; ++round) {
+        const int chid = ChannelCreate(0);
+        const int coid = ConnectAttach(0, 0, chid, _NTO_SIDE_CHANNEL, 0);
+        constexpr int kShort = 8;
+        std::thread receiver([&] {
+            const OnProcessor one(1);
+            for (int i = 0; i < kShort; ++i)
+                MsgReply(MsgReceive(chid, nullptr, 0, nullptr), 0, nullptr, 0);
+            MsgReceive(chid, received.data(), static_cast<int>(received.size()), nullptr);
+        });
+        std::atomic<bool> isAboutToSend{false};
+        std::thread sender([&] {
+            const OnProcessor one(0);
+            for (int i = 0; i < kShort; ++i)
+                MsgSend(coid, nullptr, 0, nullptr, 0);
+            isAboutToSend = true;
+            MsgSend(coid, sent.data(), static_cast<int>(sent.size()), nullptr, 0);
+            overwriteStack();
+        });
+        while (!isAboutToSend)
+            std::this_thread::yield();
+        for (volatile unsigned moment = random() % 30000; moment > 0;)
+            moment = moment - 1;
+        EXPECT_EQ(0, ConnectDetach(coid));
+        EXPECT_EQ(0, ChannelDestroy(chid));
+        sender.join();
+        receiver.join();
+    }
 }
 
 TEST(ChannelInChild, IsNotThereAndTheParentsGoesOn) {

@@ -234,6 +234,72 @@ TEST(ThreadJoin, TakesAnEndedThreadWhateverTheTimeSays) {
     EXPECT_EQ(0, runner.join());
 }
 
+/// A thread's object, whose destructor runs after the thread's function.
+struct Last {
+    ~Last() {
+        if (atTheEnd != nullptr)
+            atTheEnd();
+    }
+    void (*atTheEnd)() = nullptr;
+};
+thread_local Last last;
+std::atomic<bool> mayLeave{false};
+
+TEST(ThreadJoin, TimesOutWhileTheDestructorsRun) {
+    mayLeave = false;
+    const int id = start([](void*) -> void* {
+        last.atTheEnd = [] {
+            while (!mayLeave)
+                std::this_thread::sleep_for(1ms);
+        };
+        return kStatus;
+    });
+    std::this_thread::sleep_for(20ms);
+    armJoin(0);
+    EXPECT_EQ(ETIMEDOUT, ThreadJoin_r(id, nullptr));
+    armJoin(10000000);
+    EXPECT_EQ(ETIMEDOUT, ThreadJoin_r(id, nullptr));
+    mayLeave = true;
+    void* status = nullptr;
+    armJoin(20 * host::kNsPerSecond);
+    EXPECT_EQ(EOK, ThreadJoin_r(id, &status));
+    EXPECT_EQ(kStatus, status);
+}
+
+TEST(Thread, HasItsPriorityUntilItsDestructorsAreThrough) {
+    for (const int flags : {PTHREAD_CREATE_JOINABLE, PTHREAD_CREATE_DETACHED}) {
+        static std::atomic<int> found;
+        static std::atomic<bool> isAtItsEnd;
+        found = 0;
+        isAtItsEnd = mayLeave = false;
+        _thread_attr attributes = {};
+        attributes.__flags = flags;
+        const int id = ThreadCreate(
+            0,
+            [](void*) -> void* {
+                setPriorityOf(0, 21);
+                last.atTheEnd = [] {
+                    isAtItsEnd = true;
+                    while (!mayLeave)
+                        std::this_thread::sleep_for(1ms);
+                    found = priorityOf(0);
+                };
+                return nullptr;
+            },
+            nullptr, &attributes);
+        while (!isAtItsEnd)
+            std::this_thread::sleep_for(1ms);
+        ThreadJoin_r(start([](void*) -> void* { return nullptr; }), nullptr);  // frees the records of ended threads
+        EXPECT_EQ(21, priorityOf(id));
+        mayLeave = true;
+        if (flags == PTHREAD_CREATE_JOINABLE)
+            ThreadJoin_r(id, nullptr);
+        while (found == 0)
+            std::this_thread::sleep_for(1ms);
+        EXPECT_EQ(21, found);
+    }
+}
+
 TEST(ThreadJoin, ConsumesTheTimeoutEvenIfItIsRefused) {
     for (const int id : {gettid(), -1}) {
         armJoin(0);
@@ -398,6 +464,29 @@ TEST(ThreadDestroy, ThreadsThatStartAndJoinOthersLeaveNoLockBehind) {
     }
 }
 
+TEST(ThreadDestroy, WaitsUntilAChannelsLockIsGivenUp) {
+    NEEDS_THREADS_THAT_VANISH();
+    const int chid = ChannelCreate(0);
+    const int coid = ConnectAttach(0, 0, chid, _NTO_SIDE_CHANNEL, 0);
+    struct sigevent event = {};
+    SIGEV_PULSE_INIT(&event, coid, 10, 1, nullptr);
+    static int timer;
+    timer = TimerCreate(CLOCK_MONOTONIC, &event);
+    for (int i = 0; i < 200; ++i) {
+        const int id = start([](void*) -> void* {
+            const _itimer later = {1000000000, 0};
+            for (;;)
+                TimerSettime(timer, 0, &later, nullptr);
+        });
+        usleep(500);
+        EXPECT_EQ(0, ThreadDestroy(id, -1, nullptr));
+        EXPECT_EQ(EOK, ThreadJoin_r(id, nullptr));
+    }
+    EXPECT_EQ(0, TimerDestroy(timer));
+    EXPECT_EQ(0, ConnectDetach(coid));
+    EXPECT_EQ(0, ChannelDestroy(chid));
+}
+
 TEST(ThreadDestroy, OfAllEndsTheProcess) {
     NEEDS_THREADS_THAT_VANISH();
     const auto result = support::runInChild([] {
@@ -557,6 +646,23 @@ TEST(Thread, AForkedChildKeepsThePriorityAndForgetsTheOthers) {
     });
     EXPECT_TRUE(result.exitedWith(0)) << result;
     ASSERT_EQ(0, setPriorityOf(0, 10));
+}
+
+TEST(Thread, AForkedChildKeepsThePriorityThatAnotherThreadHadSet) {
+    std::atomic<int> id{0};
+    std::atomic<bool> isSet{false};
+    std::thread forking([&] {
+        id = gettid();
+        while (!isSet)
+            std::this_thread::yield();
+        const auto result = support::runInChild([] { EXPECT_EQ(20, priorityOf(0)); });
+        EXPECT_TRUE(result.exitedWith(0)) << result;
+    });
+    while (id == 0)
+        std::this_thread::yield();
+    EXPECT_EQ(0, setPriorityOf(id, 20));
+    isSet = true;
+    forking.join();
 }
 
 TEST(Thread, AChildForgetsTheOthersWhoseForkHadBegunBeforeTheFirst) {

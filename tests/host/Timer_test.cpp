@@ -131,6 +131,20 @@ TEST(Timer, ATimeThatHasPassedIsDueAtOnceAndOnce) {
     EXPECT_LE(left.nsec, 2000 * kMs);
 }
 
+TEST(Timer, PeriodsCountFromTheirFirstTimeAlsoIfItHasPassed) {
+    const OwnChannel channel;
+    for (const clockid_t clock : {CLOCK_MONOTONIC, CLOCK_REALTIME}) {
+        const OwnTimer timer(channel, 1, 10, clock);
+        const uint64_t first = now(clock) - 250000 * kMs;
+        timer.set(first, 1000000 * kMs, TIMER_ABSTIME);
+        EXPECT_EQ(std::vector<int>{1}, pulsesNow(channel));
+        const uint64_t before = now(clock);
+        const _itimer left = timer.set(0);
+        EXPECT_GE(first + 1000000 * kMs, before + left.nsec);
+        EXPECT_LE(first + 1000000 * kMs, now(clock) + left.nsec);
+    }
+}
+
 TEST(Timer, EachExpiryIsAPulseWhetherSomebodyReceivesOrNot) {
     const OwnChannel channel;
     const OwnTimer timer(channel);

@@ -155,6 +155,27 @@ TEST(CLogicalTimerManager, HandlersOfAThreadSafeManagerRunUnderItsLock) {
     EXPECT_EQ(1, other.calls);
 }
 
+TEST(CLogicalTimerManager, AStopByAnotherThreadReturnsAfterTheHandler) {
+    CLogicalTimerManager manager(20000, true);
+    CCountingTimer timer(manager);
+    std::atomic<bool> isRunning{false}, hasStopped{false};
+    std::thread stopper([&] {
+        while (!isRunning) {
+        }
+        timer.stop();
+        hasStopped = true;
+    });
+    timer.onCall = [&] {
+        isRunning = true;
+        sleepMs(20);
+        EXPECT_FALSE(hasStopped);
+    };
+    timer.start(1, false);
+    EXPECT_EQ(1, manager.performWork());
+    stopper.join();
+    EXPECT_EQ(1, timer.calls);
+}
+
 TEST(CLogicalTimerManager, TenThousandTimersAreStartedAndStoppedByOtherThreadsAndTheCountsAddUp) {
     constexpr std::size_t kTimers = 10000;
     constexpr unsigned kThreads = 3;

@@ -287,6 +287,37 @@ TEST_F(CLogicalTimerOrder, Kept_APeriodHas32Bits) {
     EXPECT_EQ(sKernel.now - manual::kBias + ~0u * kMs, armed());
 }
 
+TEST_F(CLogicalTimerOrder, TimesAreComparedIn64Bits) {
+    (*this)[0].start(5000, true);  // 2^32 ns and 705 ms
+    (*this)[1].start(1000, true);
+    EXPECT_EQ(1000 * kMs, armed());
+    pass(1000);
+    EXPECT_EQ(Calls{1}, round());
+    EXPECT_EQ(5000 * kMs, armed());
+    pass(4000);
+    EXPECT_EQ(Calls{0}, round());
+}
+
+TEST_F(CLogicalTimerOrder, ATimerIsDueAtItsTimeAndNotANanosecondBefore) {
+    (*this)[0].start(10, true);
+    sKernel.advance(1);
+    (*this)[1].start(10, true);
+    sKernel.advance(10 * kMs - 1);
+    EXPECT_EQ(Calls{0}, round());
+    sKernel.advance(1);
+    EXPECT_EQ(Calls{1}, round());
+}
+
+TEST_F(CLogicalTimerOrder, WhatBecomesDueWhileHandlersRunIsLeftForTheNextRound) {
+    (*this)[0].onCall = [] { pass(5); };
+    (*this)[0].start(10, true);
+    (*this)[1].start(12, true);
+    pass(10);
+    EXPECT_EQ(Calls{0}, round());
+    EXPECT_EQ(1, sKernel.pulses) << "which follows at once";
+    EXPECT_EQ(Calls{1}, round());
+}
+
 TEST_F(CLogicalTimerOrder, ARestartMovesATimerToItsNewPlace) {
     (*this)[0].start(10, true);
     (*this)[1].start(20, true);
@@ -694,6 +725,8 @@ std::vector<long long> play(ITimers& timers, int count, unsigned seed, int steps
     std::vector<long long> record;
     std::mt19937 random(seed);
     const auto pick = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
+    if (seed % 2 != 0)
+        sKernel.advance((1ull << 32) - seed * 97 % 1000 * kMs);  // times get a 33rd bit on the way
     const auto act = [&](int timer) {
         const unsigned ms = 1 + random() % maxMs;
         const bool singleShot = random() % 2 == 0;

@@ -165,6 +165,17 @@ TEST(CTimerManager, Kept_ATimeOfZeroNeverComes) {
     EXPECT_EQ(0, timer.calls);
 }
 
+TEST(CTimerManager, Kept_AStartWithATimeOfZeroIsCalledForThePulseOfTheFormerStart) {
+    CTimerManager manager(1);
+    CCountingTimer timer(manager);
+    timer.start(1, true);
+    sleepMs(3);
+    EXPECT_TRUE(timer.start(0, true));
+    EXPECT_TRUE(manager.performWork()) << "it is active, though the kernel timer is not";
+    EXPECT_EQ(1, timer.calls);
+    EXPECT_FALSE(manager.performWork());
+}
+
 TEST(CTimerManager, TimesOfMoreThanFourSecondsAreNotCut) {
     CTimerManager manager(10);
     CCountingTimer timer(manager);

@@ -221,6 +221,15 @@ TEST(TimersRefused, TheKernelTimerIsSetByEachStartAndByStopsOfActiveTimersOnly) 
     EXPECT_EQ(4, balking::sSettings);
 }
 
+TEST(TimersRefused, AStopClearsTheIntervalToo) {
+    SScene scene;
+    scene.timer.start(5, false);
+    EXPECT_EQ(5000000u, balking::sSetting.interval_nsec);
+    scene.timer.stop();
+    EXPECT_EQ(0u, balking::sSetting.nsec);
+    EXPECT_EQ(0u, balking::sSetting.interval_nsec);
+}
+
 TEST(TimersRefused, WhatTheKernelGaveIsGivenBackInTurn) {
     balking::sReleased.clear();
     SScene(1);

@@ -233,6 +233,25 @@ TEST(VQChannelAccess, ReceivesMessagesOrPulses) {
               }));
 }
 
+TEST(VQChannelAccess, ReceivesMessagesOrPulsesWithARecordOfTheSender) {
+    OwnChannel own;
+    for (const bool isInParts : {false, true}) {
+        std::thread client([&] { EXPECT_EQ(0, VQChannelAccess::send(own.coid, "hello", 6, nullptr, 0)); });
+        char bytes[64];
+        iovec part = {bytes, sizeof bytes};
+        _msg_info info = {};
+        const int id = isInParts
+                           ? VQChannelAccess::receiveMessageOrPulsev(own.chid, &part, 1, 20000, &info)
+                           : VQChannelAccess::receiveMessageOrPulse(own.chid, bytes, sizeof bytes, 20000, &info);
+        EXPECT_GT(id, 0);
+        EXPECT_EQ(6, info.msglen);
+        EXPECT_EQ(getpid(), info.pid);
+        EXPECT_EQ(own.chid, info.chid);
+        MsgReply(id, 0, nullptr, 0);
+        client.join();
+    }
+}
+
 TEST(VQChannelAccess, ReceivesPulsesPastMessages) {
     OwnChannel own;
     auto sender = sendNothingElsewhere(own.coid);
