@@ -18,6 +18,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -1096,7 +1097,7 @@ TEST(MessageProcess, CostsNothingWhenAProgramHasClosedAllDescriptors) {
         MsgSendPulse(attachTo(getppid(), own.chid), 10, 1, chid);
         receiveSoon(chid);
         for (int i = 3; i < 64; ++i)
-            close(i);
+            syscall(SYS_close, i);  // unseen by the thread sanitizer
         std::this_thread::sleep_for(1s);  // until the thread that watches has looked around
         const uint64_t before = host::nowNs(CLOCK_PROCESS_CPUTIME_ID);
         std::this_thread::sleep_for(1s);
