@@ -67,7 +67,7 @@ inline const IVQIStream& operator>>(const IVQIStream& stream, unsigned long long
     return stream;
 }
 
-/// 1 byte.
+/// 1 byte, as write(&value, 1) writes it; << of a char writes 4.
 inline const IVQIStream& operator>>(const IVQIStream& stream, char& value) {
     stream.read(&value, sizeof value);
     return stream;

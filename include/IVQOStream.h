@@ -63,7 +63,8 @@ inline IVQOStream& operator<<(IVQOStream& stream, const unsigned int& value) {
     return stream;
 }
 
-/// 4 bytes, two's complement.
+/// 4 bytes, two's complement. Also what becomes of a char, a bool or a short: write single bytes with write(). It is read
+/// as an unsigned int.
 inline IVQOStream& operator<<(IVQOStream& stream, const int& value) {
     stream.write(&value, sizeof value);
     return stream;

@@ -24,7 +24,8 @@ VQ_EXPORT bool signal(VQOSTypes::TRIGGER_HANDLE& trigger);
 
 /// Waits for the signal and takes it; caught signals of the system do not end the wait.
 VQ_EXPORT bool wait(VQOSTypes::TRIGGER_HANDLE& trigger);
-/// The same for `timeoutMs` at most; time-outs of 0 and less only take a signal that is there.
+/// Waits for `timeoutMs` at most; time-outs of 0 and less only take a signal that is there. Here a caught signal of the
+/// system ends the wait, with an assertion.
 VQ_EXPORT bool wait(VQOSTypes::TRIGGER_HANDLE& trigger, int timeoutMs);
 
 /// 1 when the signal was there and is taken, 0 when there was none, -1 for an error.

@@ -54,10 +54,11 @@ Deadline nextExpiry(const Timer* timer, uint64_t now) {
 }
 
 /// When a timer expires first. Of periods that were over before it was set it does not make up for any.
-Deadline firstExpiry(clockid_t clock, bool isAbsolute, const _itimer& set, uint64_t now) {
-    if (!isAbsolute)
-        return {add(now, set.nsec)};
-    const uint64_t reading = clock == CLOCK_MONOTONIC ? now : nowNs(clock);
+Deadline firstExpiry(clockid_t clock, bool isAbsolute, const _itimer& set) {
+    // A relative time is one of a clock that reads 0 now.
+    const uint64_t reading = isAbsolute ? nowNs(clock) : 0;
+    const uint64_t now =
+        isAbsolute && clock == CLOCK_MONOTONIC ? reading : nowNs(CLOCK_MONOTONIC);  // the later one
     if (set.nsec >= reading)
         return {add(now, set.nsec - reading)};
     const uint64_t passed = reading - set.nsec;
@@ -76,7 +77,7 @@ void set(Timer* timer, bool isAbsolute, const _itimer& wanted) {
     if (bounded.interval_nsec != 0 && bounded.interval_nsec < kLeastIntervalNs)
         bounded.interval_nsec = kLeastIntervalNs;
     timer->intervalNs = bounded.interval_nsec;
-    heap.arm(timer, firstExpiry(timer->clock, isAbsolute, bounded, nowNs(CLOCK_MONOTONIC)));
+    heap.arm(timer, firstExpiry(timer->clock, isAbsolute, bounded));
     // They sleep until a later time.
     if (heap.next().ns < before.ns && isAnyAsleep(channel))
         callAllReceivers(channel);

@@ -19,6 +19,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/neutrino.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -441,6 +442,16 @@ TEST_F(sampler, RefusesAWrongCommandLine) {
         EXPECT_THAT(r.err, testing::EndsWith("Try 'sampler --help'.\n"));
         EXPECT_EQ("", r.out);
     }
+}
+
+TEST_F(sampler, CanBeEndedWhileItWaitsForItsConfiguration) {
+    const std::string pipe = mFolder / "pipe";
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    ChildProcess child(std::vector<std::string>{SAMPLER, pipe, mFolder / "out"});
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    child.send(SIGTERM);
+    const ChildResult& r = child.finish();
+    EXPECT_TRUE(r.killedBy(SIGTERM)) << r;
 }
 
 TEST_F(sampler, TakesOptionsFromFiles) {

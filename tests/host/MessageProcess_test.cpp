@@ -1032,43 +1032,43 @@ private:
     std::vector<int> mTaken;
 };
 
-TEST(MessageProcess, WaitsForAServerThatIsShortOfDescriptors) {
-    for (const unsigned left : {0u, 1u, 2u}) {
-        SCOPED_TRACE(left);
-        const OwnChannel own;  // which the children tell the server's channel by
-        const Other server([&] {
-            const int chid = ChannelCreate(0);
-            const int coid = attachTo(getppid(), own.chid);
-            std::unique_ptr<FewDescriptors> few;
-            MsgSendPulse(coid, 10, 1, chid);
-            for (;;) {
-                char wish = 0;
-                const int id = receiveSoon(chid, &wish, 1);
-                if (wish == 't')
-                    few = std::make_unique<FewDescriptors>(left);
-                if (wish == 'g')
-                    few->giveBack();
-                MsgReply(id, 0, nullptr, 0);
-            }
-        });
-        _pulse pulse;
-        ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
-        const int chid = pulse.value.sival_int;
-        const auto wishFor = [](int coid, char wish) {
-            return outcomeOf([=] { return MsgSend(coid, &wish, 1, nullptr, 0); });
-        };
-        const int earlier = attachTo(server.pid(), chid);
-        EXPECT_EQ((Outcome{0, 0}), wishFor(earlier, 't'));
-        const int later = attachTo(server.pid(), chid);
-        ASSERT_GE(later, 0);
-        auto sent = sendNothingElsewhere(later);
-        EXPECT_EQ(std::future_status::timeout, sent.wait_for(50ms));
-        EXPECT_EQ((Outcome{0, 0}), wishFor(earlier, 'g'));
-        EXPECT_EQ((Outcome{0, 0}), sent.get());
-        EXPECT_EQ(0, ConnectDetach(later));
-        EXPECT_EQ(0, ConnectDetach(earlier));
-    }
+class MessageProcessLeft : public testing::TestWithParam<unsigned> {};
+
+TEST_P(MessageProcessLeft, WaitsForAServerThatIsShortOfDescriptors) {
+    const OwnChannel own;  // which the child tells its channel by
+    const Other server([&own] {
+        const int chid = ChannelCreate(0);
+        MsgSendPulse(attachTo(getppid(), own.chid), 10, 1, chid);
+        std::unique_ptr<FewDescriptors> few;
+        for (;;) {
+            char wish = 0;
+            const int id = receiveSoon(chid, &wish, 1);
+            if (wish == 't')
+                few = std::make_unique<FewDescriptors>(GetParam());
+            if (wish == 'g')
+                few->giveBack();
+            MsgReply(id, 0, nullptr, 0);
+        }
+    });
+    _pulse pulse;
+    ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    const int chid = pulse.value.sival_int;
+    const auto wishFor = [](int coid, char wish) {
+        return outcomeOf([=] { return MsgSend(coid, &wish, 1, nullptr, 0); });
+    };
+    const int earlier = attachTo(server.pid(), chid);
+    EXPECT_EQ((Outcome{0, 0}), wishFor(earlier, 't'));
+    const int later = attachTo(server.pid(), chid);
+    ASSERT_GE(later, 0);
+    auto sent = sendNothingElsewhere(later);
+    EXPECT_EQ(std::future_status::timeout, sent.wait_for(50ms));
+    EXPECT_EQ((Outcome{0, 0}), wishFor(earlier, 'g'));
+    EXPECT_EQ((Outcome{0, 0}), sent.get());
+    EXPECT_EQ(0, ConnectDetach(later));
+    EXPECT_EQ(0, ConnectDetach(earlier));
 }
+
+INSTANTIATE_TEST_SUITE_P(Descriptors, MessageProcessLeft, testing::Values(0, 1, 2));
 
 TEST(MessageProcess, IsRefusedForTheMomentWhileTooManyDescriptorsAreOnTheirWay) {
     EXPECT_ENDS_WELL(support::runInChild([] {
@@ -1097,7 +1097,7 @@ TEST(MessageProcess, CostsNothingWhenAProgramHasClosedAllDescriptors) {
         MsgSendPulse(attachTo(getppid(), own.chid), 10, 1, chid);
         receiveSoon(chid);
         for (int i = 3; i < 64; ++i)
-            syscall(SYS_close, i);  // unseen by the thread sanitizer
+            syscall(SYS_close, i);        // unseen by the thread sanitizer
         std::this_thread::sleep_for(1s);  // until the thread that watches has looked around
         const uint64_t before = host::nowNs(CLOCK_PROCESS_CPUTIME_ID);
         std::this_thread::sleep_for(1s);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace load {
@@ -186,7 +187,11 @@ int CReport::finish(int errors, unsigned long long lastedMs) {
     std::snprintf(prefix, sizeof(prefix), "marlix_load_%d_", mBoard.id);
     unsigned left = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
-        left += entry.path().filename().string().compare(0, std::strlen(prefix), prefix) == 0 ? 1U : 0U;
+        const std::string name = entry.path().filename().string();
+        if (name.compare(0, std::strlen(prefix), prefix) == 0) {
+            ++left;
+            shm_unlink(name.c_str());
+        }
     }
     if (left != 1 && mBoard.complaints == 0) {  // the board
         mBoard.complain("%u segments are left", left - 1);

@@ -77,6 +77,7 @@ TEST_F(shmview, SaysWhatIsWrong) {
         {__LINE__, {"--force"}, "shmview: --force goes with --remove\n"},
         {__LINE__, {"--force", "a"}, "shmview: --force goes with --remove\n"},
         {__LINE__, {"list"}, "shmview: 'list' is one word too many\n"},
+        {__LINE__, {"a", "b"}, "shmview: 'a' is one word too many\n"},
         {__LINE__, {"--remove", "a", "b\x1b"}, "shmview: 'b?' is one word too many\n"},
         {__LINE__, {"--remove", "--all", "a"}, "unrecognized option '--all'\n"},
     };

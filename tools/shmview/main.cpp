@@ -204,6 +204,6 @@ int main(int argc, char** argv) {
     if (isRemoving && count == 0)
         refuse("remove which object?");
     if (count > (isRemoving ? 1 : 0))
-        refuse("'" + printable(argv[argc - 1]) + "' is one word too many");
+        refuse("'" + printable(argv[optind + (isRemoving ? 1 : 0)]) + "' is one word too many");
     return isRemoving ? remove(argv[optind], isForced) : show();
 }

@@ -76,7 +76,6 @@ void watch(CSampler& sampler, unsigned seconds) {
 }  // namespace
 
 int main() {
-    StopSignals::block();
     const CArguments arguments(
         "sampler", kHelp,
         {{"seconds", true}, {"block", true}, {"age", true}, {"deadline", true}, {"waiting", true}, {"tell", false}},
@@ -91,6 +90,7 @@ int main() {
         const char* const reason = std::strerror(errno);
         return fail(options.folder.getString() + ": " + reason);
     }
+    StopSignals::block();  // not before: what is read above may make one wait
     CSampler sampler(config, options);
     CVQString problem;
     if (!sampler.start(problem)) {

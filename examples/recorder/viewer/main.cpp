@@ -85,8 +85,7 @@ int show(const CHistory& history, const SLook& look, const char* page) {
     }
     CVQOTextStream report(4096);
     appendReport(report, history, look);
-    std::fputs(report.c_str(), stdout);
-    if (std::fflush(stdout) != 0) {
+    if (std::fputs(report.c_str(), stdout) == EOF || std::fflush(stdout) != 0) {
         return fail("cannot write the table: ", std::strerror(errno));
     }
     return judge(history);
