@@ -200,6 +200,17 @@ void CLogicalTimerManager::resort(unsigned long long now) {
             firstFired = TimerList::iteratorTo(timer);
         }
     }
+    // Those that their own handlers started anew are in the sorted part.
+    for (TimerList::iterator cursor = mSorted; mFiredBefore != 0 && cursor != mTimers.end();) {
+        CLogicalTimer& timer = *cursor++;
+        if (timer.mState == CLogicalTimer::FIRED) {
+            erase(timer);
+            timer.mState = CLogicalTimer::REINSERTED;
+            moved.insert(moved.end(), timer);
+            --mFiredBefore;
+        }
+    }
+    mFiredBefore = 0;
     mSorted = mTimers.begin();
     while (CLogicalTimer* const timer = moved.front()) {
         moved.erase(*timer);

@@ -308,6 +308,23 @@ TEST_F(CLogicalTimerOrder, ATimerIsDueAtItsTimeAndNotANanosecondBefore) {
     EXPECT_EQ(Calls{1}, round());
 }
 
+TEST_F(CLogicalTimerOrder, WhatItsOwnHandlerStartedAnewIsUnmarkedAfterTheRound) {
+    (*this)[3].onCall = [this] { (*this)[3].start(50, true); };
+    (*this)[3].start(5, false);
+    pass(5);
+    EXPECT_EQ(Calls{3}, round());
+    (*this)[3].stop();
+    (*this)[0].start(8, false);
+    (*this)[1].start(10, false);
+    (*this)[2].start(10, true);
+    (*this)[1].onCall = [this] { (*this)[3].start(7, true); };
+    pass(10);
+    EXPECT_EQ(Calls({0, 1}), round()) << "without a mark the third ends the round";
+    EXPECT_EQ(Calls{2}, round());
+    for (const int number : {0, 1, 3})
+        (*this)[number].stop();
+}
+
 TEST_F(CLogicalTimerOrder, WhatBecomesDueWhileHandlersRunIsLeftForTheNextRound) {
     (*this)[0].onCall = [] { pass(5); };
     (*this)[0].start(10, true);
@@ -787,7 +804,7 @@ TEST(CLogicalTimerPlain, FewTimersBehaveAsInThePlainVersion) {
 }
 
 TEST(CLogicalTimerPlain, ManyTimersBehaveAsInThePlainVersion) {
-    for (unsigned seed = 0; seed < 6; ++seed)
+    for (unsigned seed = 0; seed < 10; ++seed)
         for (const unsigned maxMs : {20u, 2000u})
             ASSERT_EQ(playPlain(1000, seed, 4000, maxMs, 3), playUnderTest(1000, seed, 4000, maxMs, 3))
                 << "seed " << seed << ", " << maxMs;
