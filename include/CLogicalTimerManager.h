@@ -10,7 +10,8 @@
 //            numbers. Table: both destructors, onTimeout.
 //   Order    timers that are due at the same time fire in the order in which they were started, where each call of
 //            a periodic one is a start anew. A round calls each due timer once, however late it is; a periodic one
-//            counts on from its last expiry, not from now.
+//            counts on from its last expiry, not from now. When the round ends, all that fired are taken out first
+//            and then find their new places: the list is in the order of the expiries whatever these are.
 //   Rounds   after each call the round goes on at the second timer of the list. So when a handler stops the timer
 //            in front, its own or another, the one behind is left for the next round, which follows at once.
 //   Cost     a start finds its place by a search among signposts, of which there is one for every few dozens of

@@ -36,7 +36,8 @@ public:
     /// the pulse was stale.
     bool performWork();
 
-    // For CTimer, which is in the list from its construction to its destruction.
+    // For CTimer, which is in the list from its construction to its destruction. A timer that is in the list already
+    // ends the process, as the list says.
     void registerTimer(CTimer& timer);
     void unregisterTimer(CTimer& timer);
 
