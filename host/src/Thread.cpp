@@ -75,17 +75,25 @@ void store(T& word, T value) {
     __atomic_store_n(&word, value, __ATOMIC_RELEASE);
 }
 
+// ThreadDestroy lets the thread go on until this is 0.
+__thread volatile sig_atomic_t isGuarded __attribute__((tls_model("initial-exec"))) = 0;
+
 /// From here on the record may be freed.
 void noteEnd() {
+    isGuarded = 1;
+    __atomic_signal_fence(__ATOMIC_SEQ_CST);
     Thread* const own = ownThread;
     ownThread = nullptr;
     if (own == nullptr || isOwnForeign) {
         if (static_cast<pid_t>(threadId()) == getpid())
             noteLeaderEnded();
-        return;
-    }
-    if (__atomic_exchange_n(&own->life, unsigned(Thread::ENDED), __ATOMIC_ACQ_REL) == Thread::AWAITED)
+    } else if (__atomic_exchange_n(&own->life, unsigned(Thread::ENDED), __ATOMIC_ACQ_REL) == Thread::AWAITED) {
         futexWake(&own->life, INT_MAX, Sharing::PRIVATE);
+    }
+    __atomic_signal_fence(__ATOMIC_SEQ_CST);
+    isGuarded = 0;
+    if (mustEnd != 0)
+        endOwnThread();
 }
 
 void onEndOfThread(void* value) {
@@ -101,8 +109,6 @@ void beToldOfTheEnd() {
 }
 
 Thread* findOwn();
-
-__thread volatile sig_atomic_t isGuarded __attribute__((tls_model("initial-exec"))) = 0;
 
 class TableGuard {
 public:
@@ -375,7 +381,7 @@ bool isPolicy(int policy) {
 
 /// The caller's own record, if it has one.
 Thread* findOwn() {
-    if (ownThread == nullptr && load(anyoneForeign)) {
+    if (ownThread == nullptr && endRounds < kEndRound && load(anyoneForeign)) {
         const TableGuard guard;
         ownThread = find(static_cast<int>(threadId()));
         isOwnForeign = true;

@@ -45,24 +45,25 @@ void queuePulseOf(const Timer* timer) {
 }
 
 /// The timer's next expiry after one that has been queued.
-Deadline nextExpiry(const Timer* timer, uint64_t now) {
-    const uint64_t next = add(timer->expiry.ns, timer->intervalNs);
+Deadline nextExpiry(Timer* timer, uint64_t now) {
+    const uint64_t next = add(timer->expiry.ns, timer->intervalNs - timer->lateNs);
+    timer->lateNs = 0;
     if (next >= now)
         return {next};
     const uint64_t missed = (now - next) / timer->intervalNs + 1;
     return {missed <= kMostMissed ? next : next + (missed - kMostMissed) * timer->intervalNs};
 }
 
-/// When a timer expires first. Of periods that were over before it was set it does not make up for any.
-Deadline firstExpiry(clockid_t clock, bool isAbsolute, const _itimer& set) {
+/// Sets when a timer expires first. Of periods that were over before it was set it does not make up for any.
+void armFirst(Timer* timer, bool isAbsolute, const _itimer& set) {
     // A relative time is one of a clock that reads 0 now.
-    const uint64_t reading = isAbsolute ? nowNs(clock) : 0;
+    const uint64_t reading = isAbsolute ? nowNs(timer->clock) : 0;
     const uint64_t now =
-        isAbsolute && clock == CLOCK_MONOTONIC ? reading : nowNs(CLOCK_MONOTONIC);  // the later one
-    if (set.nsec >= reading)
-        return {add(now, set.nsec - reading)};
-    const uint64_t passed = reading - set.nsec;
-    return {set.interval_nsec == 0 ? now : now - passed % set.interval_nsec};
+        isAbsolute && timer->clock == CLOCK_MONOTONIC ? reading : nowNs(CLOCK_MONOTONIC);  // the later one
+    const uint64_t passed = set.nsec < reading ? reading - set.nsec : 0;
+    timer->intervalNs = set.interval_nsec;
+    timer->lateNs = set.interval_nsec != 0 ? passed % set.interval_nsec : 0;
+    timer->channel->timers.arm(timer, {passed != 0 ? now : add(now, set.nsec - reading)});
 }
 
 void set(Timer* timer, bool isAbsolute, const _itimer& wanted) {
@@ -76,8 +77,7 @@ void set(Timer* timer, bool isAbsolute, const _itimer& wanted) {
     _itimer bounded = wanted;
     if (bounded.interval_nsec != 0 && bounded.interval_nsec < kLeastIntervalNs)
         bounded.interval_nsec = kLeastIntervalNs;
-    timer->intervalNs = bounded.interval_nsec;
-    heap.arm(timer, firstExpiry(timer->clock, isAbsolute, bounded));
+    armFirst(timer, isAbsolute, bounded);
     // They sleep until a later time.
     if (heap.next().ns < before.ns && isAnyAsleep(channel))
         callAllReceivers(channel);

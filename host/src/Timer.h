@@ -22,8 +22,9 @@ struct Timer {
     sigval value;
     Deadline expiry;  // of the monotonic clock
     uint64_t intervalNs;
-    uint64_t turn;   // among equal expiries
-    unsigned place;  // in the channel's heap, from 1; 0: disarmed
+    uint64_t lateNs;  // of an expiry that was over when the timer was set: how much the next one comes sooner
+    uint64_t turn;    // among equal expiries
+    unsigned place;   // in the channel's heap, from 1; 0: disarmed
 };
 
 /// The armed timers of a channel; the one that expires next lies first. All zero is empty.

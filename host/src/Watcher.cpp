@@ -15,6 +15,7 @@ namespace host {
 namespace {
 
 int events = -1;
+int news = -1;  // always readable, and watched for that once the leader is gone
 bool isLeaderGone = false;
 
 // What an event speaks of, in 64 bits: kind, id, and the serial that tells an object from an earlier one.
@@ -42,10 +43,8 @@ void handle(uint64_t key) {
             acceptLinks(channel);
         return;
     }
-    if (kind == LEADER) {
-        close(id);
+    if (kind == LEADER)
         return;
-    }
     Link* const link = links.find(id);
     if (link == nullptr || link->serial != serial)
         return;
@@ -74,11 +73,13 @@ bool lookAround() {
     return isWorthIt;
 }
 
-/// True when there is no thread but the caller; the first one stays in the list when it has ended.
+/// True when there is no thread but the caller. The first one stays in the list when it has ended; it has no program then.
 bool isAlone() {
     struct stat tasks;
+    char program;
     constexpr nlink_t kOfFolder = 2;
-    return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink <= kOfFolder + 2;
+    return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink <= kOfFolder + 2 &&
+           readlink("/proc/self/exe", &program, 1) < 0 && errno == ENOENT;
 }
 
 /// As the last thread's end would, in a thread like any other.
@@ -104,7 +105,7 @@ void* run(void* argument) {
         mustLook = count > 0 || lookAround() || isLeaderGone;
         pthread_t thread;
         if (isLeaderGone && isAlone() && pthread_create(&thread, nullptr, endProcess, nullptr) == 0)
-            return nullptr;
+            isLeaderGone = false;
     }
 }
 
@@ -149,21 +150,27 @@ bool isWatching() {
 bool startWatcher() {
     if (isWatching())
         return true;
-    const int queue = aboveStandardStreams(epoll_create1(EPOLL_CLOEXEC));
-    if (queue < 0)
+    Descriptor queue(epoll_create1(EPOLL_CLOEXEC));
+    Descriptor readable(eventfd(1, EFD_CLOEXEC));
+    if (!queue.isOpen() || !readable.isOpen())
         return false;
-    events = queue;
-    if (watchAllChannels() && startThread(queue))
-        return true;
-    close(queue);
-    events = -1;
-    return false;
+    events = queue.get();
+    if (!watch(readable.get(), isLeaderGone ? EPOLLIN | EPOLLONESHOT : 0, keyOf(LEADER, 0, 0)) ||
+        !watchAllChannels() || !startThread(events)) {
+        events = -1;
+        return false;
+    }
+    queue.release();
+    news = readable.release();
+    return true;
 }
 
 bool watchChannel(const Channel* channel) {
     // Once for each new connection: one that cannot be accepted does not keep the thread busy.
+    // Nor does one whose descriptor the program has closed.
     return !isWatching() ||
-           watch(channel->listener, EPOLLIN | EPOLLET, keyOf(LISTENER, channel->id, channel->serial));
+           watch(channel->listener, EPOLLIN | EPOLLET, keyOf(LISTENER, channel->id, channel->serial)) ||
+           (errno != ENOMEM && errno != ENOSPC);
 }
 
 bool watchLink(const Link* link) {
@@ -182,18 +189,19 @@ void closeWatched(int descriptor) {
 void noteLeaderEnded() {
     const ChannelGuard guard;
     isLeaderGone = true;
-    if (!isWatching())
-        return;
-    // An event at once. Without a descriptor for it the thread sees what is new when it looks around next.
-    const int news = aboveStandardStreams(eventfd(1, EFD_CLOEXEC));
-    if (news >= 0)
-        watch(news, EPOLLIN, keyOf(LEADER, news, 0));
+    epoll_event event = {};
+    event.events = EPOLLIN | EPOLLONESHOT;
+    event.data.u64 = keyOf(LEADER, 0, 0);
+    if (isWatching())
+        epoll_ctl(events, EPOLL_CTL_MOD, news, &event);
 }
 
 void forgetWatcher() {
-    if (isWatching())
+    if (isWatching()) {
         close(events);
-    events = -1;
+        close(news);
+    }
+    events = news = -1;
     isLeaderGone = false;
 }
 

@@ -133,15 +133,27 @@ TEST(Timer, ATimeThatHasPassedIsDueAtOnceAndOnce) {
 
 TEST(Timer, PeriodsCountFromTheirFirstTimeAlsoIfItHasPassed) {
     const OwnChannel channel;
-    for (const clockid_t clock : {CLOCK_MONOTONIC, CLOCK_REALTIME}) {
-        const OwnTimer timer(channel, 1, 10, clock);
-        const uint64_t first = now(clock) - 250000 * kMs;
-        timer.set(first, 1000000 * kMs, TIMER_ABSTIME);
+    const uint64_t running = now();
+    const struct {
+        int line;
+        clockid_t clock;
+        uint64_t passed, period;
+    } kRows[] = {
+        {__LINE__, CLOCK_MONOTONIC, running / 4, running},
+        {__LINE__, CLOCK_REALTIME, running / 4, running},
+        {__LINE__, CLOCK_REALTIME, running + 3600000 * kMs, running + 7200000 * kMs},  // before the system started
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.line);
+        const OwnTimer timer(channel, 1, 10, row.clock);
+        const uint64_t second = now(row.clock) - row.passed + row.period;
+        timer.set(second - row.period, row.period, TIMER_ABSTIME);
         EXPECT_EQ(std::vector<int>{1}, pulsesNow(channel));
-        const uint64_t before = now(clock);
+        const uint64_t before = now(row.clock);
         const _itimer left = timer.set(0);
-        EXPECT_GE(first + 1001000 * kMs, before + left.nsec) << "late by what it took to read two clocks";
-        EXPECT_LE(first + 1000000 * kMs, now(clock) + left.nsec);
+        EXPECT_EQ(row.period, left.interval_nsec);
+        EXPECT_GE(second + 1000 * kMs, before + left.nsec) << "late by what it took to read two clocks";
+        EXPECT_LE(second, now(row.clock) + left.nsec);
     }
 }
 
