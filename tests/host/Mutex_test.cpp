@@ -568,6 +568,9 @@ bool survivesWithoutSystemCalls(Body body) {
 class MutexSystemCalls : public testing::Test {
 protected:
     void SetUp() override {
+#if defined(__SANITIZE_THREAD__)
+        GTEST_SKIP() << "the thread sanitizer asks for memory now and then";
+#endif
         if (support::isEmulated())
             GTEST_SKIP() << "the emulator itself makes system calls";
     }
