@@ -1,9 +1,9 @@
 // CVQIODevice: a handle on a device: the platform's, or an object of this process that serves the same path.
 //   Units    sizes in bytes; time-outs in milliseconds, -1 without limit, 0 a single attempt that does not wait.
 //   Shape    last state, descriptor (-1: none), server (its id in VQIODeviceServerRegistry, -1: none).
-//   Errors   -1 or false, 0 after a time-out, and the state says why: STATE_TIMEOUT, STATE_FAILED; the platform's reason is the last
-//            error (VQOperatingSystem::getLastError). Nothing is logged; only a null path is an assertion. A call
-//            that was interrupted is made again.
+//   Errors   -1 or false, 0 after a time-out, and the state says why: STATE_TIMEOUT, STATE_FAILED; the platform's
+//            reason is the last error (VQOperatingSystem::getLastError). Nothing is logged; only a null path is an
+//            assertion. A call that was interrupted is made again.
 //   Exec     what is opened is closed on exec, and so are its copies; what ACCESS_DEFAULT opens is inherited.
 //   Servers  a device that a server opened talks to it alone; results and states are the server's own. When the
 //            server is gone the device is as one that is not open.

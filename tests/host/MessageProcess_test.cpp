@@ -1,5 +1,6 @@
 // Concerns: messages and pulses between processes: bytes and lengths, order, time-outs and giving up, many clients and
 // threads, the end of either side at any moment, children, descriptors and memory left behind.
+#include "LinkSocket.h"
 #include "MessageTesting.h"
 
 #include "support/ChildProcess.h"
@@ -127,23 +128,6 @@ std::function<void()> clientOf(pid_t server, int chid, const std::function<void(
 /// Of a channel of this process.
 std::function<void()> client(int chid, const std::function<void(int)>& body) {
     return clientOf(getpid(), chid, body);
-}
-
-bool sendDescriptor(int socket, int descriptor) {
-    char byte = 1;
-    iovec part = {&byte, 1};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-    msghdr message = {};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    cmsghdr* const header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof(int));
-    std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
-    return sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT) == 1;
 }
 
 #define EXPECT_ENDS_WELL(child)                                                                                    \
@@ -574,7 +558,7 @@ TEST(MessageProcessTimeout, EndsASendWhoseReplyIsBeingWritten) {
     ASSERT_GT(id, 0);
     const auto end = std::chrono::steady_clock::now() + 5s;
     bool isWanted = true;
-    for (int i = 1; isWanted && std::chrono::steady_clock::now() < end; ++i) {
+    while (isWanted && std::chrono::steady_clock::now() < end) {
         isWanted = MsgWrite(id, piece.data(), kRoom, 0) == kRoom;
         // Without a break until long after the deadline: the sender finds its reply claimed then, and cannot leave.
         if (std::chrono::steady_clock::now() > end - 4700ms)
@@ -1077,10 +1061,10 @@ TEST(MessageProcess, IsRefusedForTheMomentWhileTooManyDescriptorsAreOnTheirWay) 
         ASSERT_EQ(0, prctl(PR_SET_DUMPABLE, 1));
         const EchoServer server;
         int ends[2];
-        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
+        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends));
         const rlimit few{32, 32};
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
-        while (sendDescriptor(ends[0], ends[0])) {
+        while (host::sendFile(ends[0], ends[0])) {
         }
         ASSERT_EQ(ETOOMANYREFS, errno);
         EXPECT_EQ((Outcome{-1, EAGAIN}), outcomeOf([&] { return attachTo(server.pid(), server.chid); }));
