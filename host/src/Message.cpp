@@ -72,8 +72,9 @@ void waitForReply(LocalSender& sender, ArmedTimeout timeout, ProcessorHint recei
             mayLeave = false;
             continue;
         }
-        // The message may have been received meanwhile, and that state may have no limit.
-        if (error == ETIMEDOUT && !hasPassed(limitOf(sender.word, timeout)))
+        // The message may have been received meanwhile, and that state may have no limit. A receiver that gives back what
+        // was lent changes the word without the lock.
+        if (error == ETIMEDOUT && !hasPassed(limitOf(load(sender.word), timeout)))
             continue;
         if (leave(sender, error))
             return;

@@ -279,7 +279,8 @@ void CLife::driveTimers(Number& steps) {
         mTimers.live(steps, [this] { return isStopped(); });
         mBoard.serverHeap = VQMemory::getHeapInfo().allocatedBytes;
         if (mBoard.fault == GROW && mBoard.serverLives == 2) {
-            [[maybe_unused]] void* volatile lost = std::memset(VQMemory::alloc(1 << 20), 1, 1 << 20);
+            constexpr std::size_t kLost = 4 << 20;  // twice a second, less often on a busy machine
+            [[maybe_unused]] void* volatile lost = std::memset(VQMemory::alloc(kLost), 1, kLost);
         }
         if (mBoard.takeFault(LEAK_THREAD)) {
             static class CIdle : public CVQThreadCtrl::IRunnable {
