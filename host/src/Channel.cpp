@@ -134,10 +134,9 @@ bool isStillLent(LocalSender* lender) {
     }
 }
 
+/// A thread that must end does so in here.
 [[gnu::noinline]] void unlockChannelsLong() {
     SyncMutexUnlock_r(&shared.lock);
-    if (mustEnd != 0)
-        endOwnThread();
 }
 
 }  // namespace
@@ -162,12 +161,12 @@ void unlockChannels() {
         unlockChannelsLong();
 }
 
-bool endsWithChannels() {
-    return makeUnlockLong(&shared.lock);
+bool holdsChannels() {
+    return isOwn(&shared.lock);
 }
 
-void wakeForChannels() {
-    wakeNextOwner(&shared.lock);
+bool endsWithChannels() {
+    return makeUnlockLong(&shared.lock);
 }
 
 void forgetChannels() {

@@ -10,6 +10,7 @@
 //   Fork      a child begins with nothing of this.
 #pragma once
 
+#include "Ending.h"
 #include "Futex.h"
 #include "IdTable.h"
 #include "Parts.h"
@@ -29,10 +30,10 @@ void unlockChannels();
 /// In the child, where the lock need not be held.
 void forgetChannels();
 
-/// For threads that are ended wherever they are, as in Mutex.h. True when the caller holds the lock: it then looks at
-/// `mustEnd` when it unlocks.
+/// Whether the caller holds the lock.
+bool holdsChannels();
+/// For a thread that must end. True when it holds the lock: it then ends when it gives that up.
 bool endsWithChannels();
-void wakeForChannels();
 
 /// Holds the lock, and gives it up for a while where told.
 class ChannelGuard {
@@ -233,7 +234,17 @@ struct ReceiverCall {
     unsigned* inside;
     Doorbell* outside;
 
-    /// True when a receiver waits.
+    /// Gives up the lock first. True when a receiver waits.
+    bool makeWithout(ChannelGuard& guard) const {
+        if (inside == nullptr && outside == nullptr) {
+            guard.unlock();
+            return isAwaited;
+        }
+        const EndsLater untilMade;
+        guard.unlock();
+        return make();
+    }
+    /// As above, with the lock or in an EndsLater.
     bool make() const {
         if (inside != nullptr)
             futexWake(inside, 1, Sharing::PRIVATE);

@@ -1,5 +1,6 @@
 #include <pthread.h>
 
+#include "Ending.h"
 #include "Look.h"
 #include "Spin.h"
 #include "ThreadState.h"
@@ -72,12 +73,30 @@ bool isLast(_sync* condition, unsigned signal) {
     return __atomic_load_n(signalsOf(condition), __ATOMIC_ACQUIRE) == signal;
 }
 
+struct Waiter {
+    _sync* condition;
+    unsigned mine;  // in the count word: 1, and kLooks while it looks for the signal
+};
+
+void countOut(const Waiter& self) {
+    __atomic_fetch_sub(&self.condition->__count, self.mine, __ATOMIC_RELEASE);
+}
+
+/// For a waiter that ends: another one gets a signal that may have been its own.
+void leaveToOthers(void* waiter) {
+    const Waiter& self = *static_cast<Waiter*>(waiter);
+    unsigned* const signals = signalsOf(self.condition);
+    const Sharing sharing = sharingOf(loadState(self.condition));
+    countOut(self);
+    futexWake(signals, 1, sharing);
+}
+
 /// Sleeps until there is a signal after `last`. 0 or ETIMEDOUT.
-int sleepUntilSignal(_sync* condition, unsigned last, Deadline deadline) {
+int sleepUntilSignal(_sync* condition, unsigned last, Deadline deadline, Unfinished& waiting) {
     const Sharing sharing = sharingOf(loadState(condition));
     for (;;) {
         const Deadline wakeUp = nextLook(deadline, sharing);
-        switch (futexWait(signalsOf(condition), last, sharing, wakeUp)) {
+        switch (waiting.during([&] { return futexWait(signalsOf(condition), last, sharing, wakeUp); })) {
         case EINTR:
             continue;  // a caught signal; whether the condition has one, too, the next sleep finds out
         case ETIMEDOUT:
@@ -103,24 +122,33 @@ unsigned enter(_sync* condition) {
 
 /// True when the signal after `last` came while the caller looked for it. Who looked in vain is about to sleep, and
 /// others look again when the condition has been used elsewhere.
-bool looksAndSees(_sync* condition, unsigned& mine, unsigned last, Deadline deadline) {
-    if ((mine & kLooks) == 0)
+bool looksAndSees(Waiter& self, unsigned last, Deadline deadline, Unfinished& waiting) {
+    if ((self.mine & kLooks) == 0)
         return false;
-    if (spinner.look(deadline, [&] { return !isLast(condition, last); }))
+    if (waiting.during([&] { return spinner.look(deadline, [&] { return !isLast(self.condition, last); }); }))
         return true;
-    __atomic_fetch_and(&condition->__count, ~(kLooks | kUserBefore), __ATOMIC_SEQ_CST);
-    mine = 1;
+    __atomic_fetch_and(&self.condition->__count, ~(kLooks | kUserBefore), __ATOMIC_SEQ_CST);
+    self.mine = 1;
     return false;
 }
 
-int wait(_sync* condition, _sync* mutex, Deadline deadline) {
+/// The wait itself, without the mutex; `refused` when it could not be given up.
+int waitWithout(_sync* mutex, _sync* condition, Deadline deadline, int& refused) {
     const unsigned last = __atomic_load_n(signalsOf(condition), __ATOMIC_ACQUIRE);
-    unsigned mine = enter(condition);
-    const int refused = pthread_mutex_unlock(mutex);
+    Waiter self = {condition, 0};
+    Unfinished waiting(leaveToOthers, &self);
+    self.mine = enter(condition);
+    refused = pthread_mutex_unlock(mutex);
     int result = refused;
-    if (refused == 0 && !looksAndSees(condition, mine, last, deadline))
-        result = sleepUntilSignal(condition, last, deadline);
-    __atomic_fetch_sub(&condition->__count, mine, __ATOMIC_RELEASE);
+    if (refused == 0 && !looksAndSees(self, last, deadline, waiting))
+        result = sleepUntilSignal(condition, last, deadline, waiting);
+    countOut(self);
+    return result;
+}
+
+int wait(_sync* condition, _sync* mutex, Deadline deadline) {
+    int refused;
+    const int result = waitWithout(mutex, condition, deadline, refused);
     // The time-out was for the condition. Only one that a signal handler armed meanwhile can refuse the mutex.
     while (refused == 0 && pthread_mutex_lock(mutex) == ETIMEDOUT) {
     }

@@ -19,16 +19,22 @@ constexpr unsigned kFlags =
 
 // Locking consumes the time-out that the forking thread has armed; its parent keeps it.
 ArmedTimeout armedAtFork = {0, {0}};
+// By the handler of a signal that interrupted the lock's holder.
+bool isForkedWithin = false;
 
 void lockBeforeFork() {
     const ArmedTimeout armed = takeTimeouts();
-    lockChannels();
+    const bool isWithin = holdsChannels();
+    if (!isWithin)
+        lockChannels();
+    isForkedWithin = isWithin;
     armedAtFork = armed;
 }
 
 void unlockInParent() {
     const ArmedTimeout armed = armedAtFork;
-    unlockChannels();
+    if (!isForkedWithin)
+        unlockChannels();
     if (armed.states != 0)
         armTimeout(armed.states, armed.deadline);
 }
@@ -159,6 +165,7 @@ int ConnectAttach(uint32_t nd, pid_t pid, int chid, unsigned, int) {
     if (nd != 0)
         return fail(EINVAL);
     ErrnoKeeper keeper;
+    const EndsLater untilAttached;
     prepareForFork();
     const int id = pid == 0 || pid == getpid() ? attachHere(chid) : attachElsewhere(pid, chid);
     if (id >= 0)

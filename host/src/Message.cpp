@@ -48,23 +48,40 @@ bool leave(LocalSender& sender, int error) {
     return isDone(sender);
 }
 
+/// EAGAIN when the word is not `state`, else as futexWait().
+int sleepIn(unsigned state, LocalSender& sender, Deadline limit) {
+    const unsigned asleep = state | LocalSender::ASLEEP;
+    if (!__atomic_compare_exchange_n(&sender.word, &state, asleep, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
+        return EAGAIN;
+    return futexWait(&sender.word, asleep, Sharing::PRIVATE, limit);
+}
+
+/// For a sender whose thread ends. Where it may not leave yet, that takes as long as the receiver does.
+void leaveForGood(void* ended) {
+    LocalSender& sender = *static_cast<LocalSender*>(ended);
+    {
+        const ChannelGuard guard;
+        if (!sender.isReleased)
+            leave(sender, EINTR);
+    }
+    while (!isDone(sender))
+        sleepIn(load(sender.word) & ~unsigned(LocalSender::DONE), sender, Deadline::never());
+}
+
 /// Waits until the sender's word says that it is done. `receiver` is where the last message was taken.
-void waitForReply(LocalSender& sender, ArmedTimeout timeout, ProcessorHint receiver) {
+void waitForReply(LocalSender& sender, ArmedTimeout timeout, ProcessorHint receiver, Unfinished& sending) {
     if (isElsewhere(receiver) && sendersSpinner.isPromising())
-        sendersSpinner.look(timeout.in(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY), [&] { return isDone(sender); });
+        sending.during([&] {
+            return sendersSpinner.look(timeout.in(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY),
+                                       [&] { return isDone(sender); });
+        });
     for (bool mayLeave = true;;) {
-        unsigned state = __atomic_load_n(&sender.word, __ATOMIC_ACQUIRE);
+        const unsigned state = load(sender.word);
         if ((state & LocalSender::DONE) != 0)
             return;
         const Deadline limit = mayLeave ? limitOf(state, timeout) : Deadline::never();
-        int error = ETIMEDOUT;
-        if (!limit.isImmediate()) {
-            const unsigned asleep = state | LocalSender::ASLEEP;
-            if (!__atomic_compare_exchange_n(&sender.word, &state, asleep, false, __ATOMIC_ACQ_REL,
-                                             __ATOMIC_RELAXED))
-                continue;
-            error = futexWait(&sender.word, asleep, Sharing::PRIVATE, limit);
-        }
+        const int error =
+            limit.isImmediate() ? ETIMEDOUT : sending.during([&] { return sleepIn(state, sender, limit); });
         if (!mayLeave || (error != EINTR && error != ETIMEDOUT))
             continue;
         const ChannelGuard guard;
@@ -126,6 +143,7 @@ SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& re
     const bool isReplyAloneTimed = isOnly(timeout, _NTO_TIMEOUT_REPLY);
     LocalSender sender = {LocalSender::QUEUED, isReplyAloneTimed, false, 0, 0, request, {}, message};
     sender.reply.set(reply);
+    Unfinished sending(leaveForGood, &sender);
     message->sender = &sender;
     message->link = nullptr;
     message->priority = callerPriority();
@@ -144,12 +162,10 @@ SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& re
         guard.unlock();
     } else {
         queueArrival(channel, message);
-        const ReceiverCall call = callReceiver(channel);
-        guard.unlock();
-        if (call.make())
+        if (callReceiver(channel).makeWithout(guard))
             allowForWaking(timeout);
     }
-    waitForReply(sender, timeout, lastReceiver);
+    waitForReply(sender, timeout, lastReceiver, sending);
     return {sender.status, sender.error};
 }
 
@@ -166,9 +182,7 @@ int pulseHere(ChannelGuard& guard, const Connection* connection, int priority, i
         return EAGAIN;
     if (channel->waiting == 1)  // of several the first one tells
         channel->sender = thisProcessor();
-    const ReceiverCall call = callReceiver(channel);
-    guard.unlock();
-    call.make();
+    callReceiver(channel).makeWithout(guard);
     return 0;
 }
 
@@ -219,6 +233,7 @@ size_t copyAside(ChannelGuard& guard, size_t length, Copy copy) {
     constexpr size_t kShort = 1024;
     if (length <= kShort)
         return copy();
+    const EndsLater untilCopied;
     guard.unlock();
     const size_t copied = copy();
     guard.lock();
@@ -299,22 +314,65 @@ bool isInside(const Channel* channel) {
     return channel->links == nullptr;
 }
 
-/// The caller has copied what was lent, and holds no lock. False when the message is over: the caller ends the loan.
+/// The caller has copied what was lent. False when the message is over: the caller ends the loan.
 bool giveBack(LocalSender* lender) {
     const unsigned before = __atomic_fetch_and(&lender->word, ~unsigned(LocalSender::LENT), __ATOMIC_ACQ_REL);
     return (before & LocalSender::OVER) == 0;
 }
 
+/// Of a message that was over before its receiver gave it back.
+void endLoan(Channel* channel, LocalSender* lender) {
+    ++channel->references;  // the receiver's again, as long as the message still has its own
+    ++lender->message->users;
+    endUse(lender->message).wake();
+}
+
+/// For a receiver that ends while it is counted among the channel's: others take what it may have been called for.
+void leaveToOthers(Channel* channel) {
+    if (channel->waiting != 0)
+        callAllReceivers(channel);
+    releaseChannel(channel);
+}
+
+struct Looking {
+    Channel* channel;
+    LookingReceiver receiver;
+};
+
+/// For a receiver that ends.
+void stopLookingInside(void* what) {
+    Looking& look = *static_cast<Looking*>(what);
+    LookingReceiver& self = look.receiver;
+    const ChannelGuard guard;
+    if (self.state != LookingReceiver::HANDED) {
+        if (self.state == LookingReceiver::LOOKS)
+            look.channel->looking = nullptr;
+        leaveToOthers(look.channel);
+        return;
+    }
+    if (self.lender != nullptr && !giveBack(self.lender)) {
+        endLoan(look.channel, self.lender);
+        releaseChannel(look.channel);
+    } else if (Message* const message = findReceived(self.id)) {
+        finishMessage(message, -1, ESRCH).wake();
+    }
+}
+
 /// Looks inside. A message that was handed over gives its receive id, without the lock; else 0.
 int lookInside(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_info* info, bool pulsesOnly,
                Deadline deadline) {
-    LookingReceiver self;
+    Looking what;
+    what.channel = channel;
+    LookingReceiver& self = what.receiver;
+    Unfinished looking(stopLookingInside, &what);
     self.state = LookingReceiver::LOOKS;
     self.takesMessages = !pulsesOnly;
     self.processor = thisProcessor();
     channel->looking = &self;
     guard.unlock();
-    receiversSpinner.look(deadline, [&] { return load(self.state) != LookingReceiver::LOOKS; });
+    looking.during([&] {
+        return receiversSpinner.look(deadline, [&] { return load(self.state) != LookingReceiver::LOOKS; });
+    });
     if (load(self.state) != LookingReceiver::HANDED) {
         guard.lock();
         if (self.state == LookingReceiver::LOOKS)
@@ -328,9 +386,7 @@ int lookInside(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_in
     self.info.msglen = static_cast<int32_t>(copyParts(into, 0, sent, 0));
     if (self.lender != nullptr && !giveBack(self.lender)) {
         guard.lock();
-        ++channel->references;  // the receiver's again, as long as the message still has its own
-        ++self.lender->message->users;
-        endUse(self.lender->message).wake();
+        endLoan(channel, self.lender);
         return 0;
     }
     if (info != nullptr)
@@ -338,8 +394,22 @@ int lookInside(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_in
     return self.id;
 }
 
+void endLookOutside(Channel* channel) {
+    channel->isSpunAt = false;
+    __atomic_fetch_and(&channel->doorbell->word, ~kSpinning, __ATOMIC_SEQ_CST);
+}
+
+/// For a receiver that ends.
+void stopLookingOutside(void* what) {
+    Channel* const channel = static_cast<Channel*>(what);
+    const ChannelGuard guard;
+    endLookOutside(channel);
+    leaveToOthers(channel);
+}
+
 /// Looks at the word that other processes change, too.
 void lookOutside(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadline) {
+    Unfinished looking(stopLookingOutside, channel);
     channel->isSpunAt = true;
     uint32_t& word = channel->doorbell->word;
     const uint32_t seen = __atomic_or_fetch(&word, kSpinning, __ATOMIC_SEQ_CST);
@@ -347,11 +417,10 @@ void lookOutside(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadlin
     collect(channel);
     if (!isWorthWaking(channel, pulsesOnly)) {
         guard.unlock();
-        receiversSpinner.look(deadline, [&] { return load(word) != seen; });
+        looking.during([&] { return receiversSpinner.look(deadline, [&] { return load(word) != seen; }); });
         guard.lock();
     }
-    channel->isSpunAt = false;
-    __atomic_fetch_and(&word, ~kSpinning, __ATOMIC_SEQ_CST);
+    endLookOutside(channel);
 }
 
 /// Promising, and nobody else does.
@@ -386,17 +455,34 @@ Deadline sleepUntil(Channel* channel, bool inside, Deadline deadline) {
     return hasTimers ? earlier(wakingTime(channel->timers, now), limit) : limit;
 }
 
+struct Asleep {
+    Channel* channel;
+    bool isInside;
+    bool pulsesOnly;
+};
+
+/// For a receiver that ends.
+void endSleepForGood(void* what) {
+    const Asleep& self = *static_cast<Asleep*>(what);
+    const ChannelGuard guard;
+    endSleep(self.channel, self.isInside, self.pulsesOnly);
+    leaveToOthers(self.channel);
+}
+
 /// Until something arrives: 0 or an error number. `mayStayInside` ends with a sleep inside that was long enough.
 int sleep(ChannelGuard& guard, Channel* channel, bool pulsesOnly, Deadline deadline, bool& mayStayInside) {
     const bool inside = isInside(channel) && (mayStayInside || isWatching());
     unsigned* const word = inside ? &channel->insideWord : &channel->doorbell->word;
+    Asleep self = {channel, inside, pulsesOnly};
+    Unfinished sleeping(endSleepForGood, &self);
     const unsigned seen = beginSleep(channel, inside, pulsesOnly);
     collect(channel);  // after the word was seen, as above
     int result = 0;
     if (!isWorthWaking(channel, pulsesOnly)) {
         const Deadline limit = sleepUntil(channel, inside, deadline);
         guard.unlock();
-        result = futexWait(word, seen, inside ? Sharing::PRIVATE : Sharing::SHARED, limit);
+        const Sharing sharing = inside ? Sharing::PRIVATE : Sharing::SHARED;
+        result = sleeping.during([&] { return futexWait(word, seen, sharing, limit); });
         guard.lock();
         if (result == ETIMEDOUT && limit.ns < deadline.ns) {
             mayStayInside = false;
@@ -552,8 +638,11 @@ int reply(int rcvid, int status, int error, Buffers given) {
     }
     const bool isGone = message->sender == nullptr && message->link->isDead;
     const Waker sender = finishMessage(message, status, error);
-    guard.unlock();
-    sender.wake();
+    {
+        const EndsLater untilWoken;
+        guard.unlock();
+        sender.wake();
+    }
     if (!isGone)
         return 0;
     keeper.report(ESRCH);

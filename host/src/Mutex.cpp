@@ -1,5 +1,6 @@
 #include "Mutex.h"
 
+#include "Ending.h"
 #include "Look.h"
 #include "Spin.h"
 #include "ThreadState.h"
@@ -92,10 +93,12 @@ bool pollAndTake(_sync* mutex, unsigned mine, unsigned& owner) {
     }
 }
 
+void wakeOne(_sync* mutex, Sharing sharing) {
+    futexWake(&mutex->__owner, 1, sharing);
+}
+
 /// 0 or ETIMEDOUT.
-int waitAndTake(_sync* mutex, unsigned self, Deadline deadline) {
-    if (deadline.isImmediate())
-        return ETIMEDOUT;
+int wait(_sync* mutex, unsigned self, Deadline deadline) {
     const Sharing sharing = sharingOf(loadCount(mutex));
     unsigned mine = self;
     for (;;) {
@@ -110,6 +113,20 @@ int waitAndTake(_sync* mutex, unsigned self, Deadline deadline) {
         // Others may still sleep. Whoever slept itself takes the mutex with the flag, and its unlock wakes the next.
         mine = self | kWaiters;
     }
+}
+
+/// For a waiter that ends: it may have been woken to take the mutex.
+void wakeNext(void* mutex) {
+    _sync* const left = static_cast<_sync*>(mutex);
+    wakeOne(left, sharingOf(loadCount(left)));
+}
+
+/// 0 or ETIMEDOUT.
+int waitAndTake(_sync* mutex, unsigned self, Deadline deadline) {
+    if (deadline.isImmediate())
+        return ETIMEDOUT;
+    Unfinished waiting(wakeNext, mutex);
+    return waiting.during([&] { return wait(mutex, self, deadline); });
 }
 
 int lock(_sync* mutex, Deadline deadline) {
@@ -129,9 +146,10 @@ int unlock(_sync* mutex) {
             __atomic_fetch_and(&mutex->__owner, ~kNested, __ATOMIC_RELAXED);
         return 0;
     }
+    const EndsLater untilWoken;
     // From here on the mutex may be gone: another thread may lock it, unlock it and free its memory.
     if ((__atomic_exchange_n(&mutex->__owner, 0u, __ATOMIC_RELEASE) & kWaiters) != 0)
-        futexWake(&mutex->__owner, 1, sharingOf(count));
+        wakeOne(mutex, sharingOf(count));
     return 0;
 }
 
@@ -155,15 +173,15 @@ int attributesOf(const pthread_mutexattr_t* attributes, unsigned& count) {
 
 }  // namespace
 
+bool isOwn(const _sync* mutex) {
+    return (loadOwner(mutex) & kId) == threadId();
+}
+
 bool makeUnlockLong(_sync* mutex) {
-    if ((loadOwner(mutex) & kId) != threadId())
+    if (!isOwn(mutex))
         return false;
     __atomic_fetch_or(&mutex->__owner, kWaiters, __ATOMIC_RELAXED);
     return true;
-}
-
-void wakeNextOwner(_sync* mutex) {
-    futexWake(&mutex->__owner, 1, Sharing::PRIVATE);
 }
 
 }  // namespace host

@@ -8,8 +8,7 @@ namespace host {
 /// Has the caller take the long way when it unlocks the mutex, there to do what came up meanwhile. False when it does not
 /// hold it. Also from a signal handler.
 bool makeUnlockLong(_sync* mutex);
-/// For a thread that ends wherever it is and does not hold the mutex: it may have been about to wake the next one who
-/// waits, or to be that.
-void wakeNextOwner(_sync* mutex);
+/// Whether the caller holds it.
+bool isOwn(const _sync* mutex);
 
 }  // namespace host

@@ -1,6 +1,7 @@
 #include "Link.h"
 
 #include "Descriptor.h"
+#include "Ending.h"
 #include "LinkSocket.h"
 #include "Watcher.h"
 
@@ -23,6 +24,14 @@ unsigned limitedBy(uint32_t state) {
     return state == LANE_SENT ? _NTO_TIMEOUT_SEND : _NTO_TIMEOUT_REPLY;
 }
 
+/// For a sender that ends while it waits for a lane.
+void stopWaiting(void* what) {
+    OutLink* const link = static_cast<OutLink*>(what);
+    const ChannelGuard guard;
+    --link->laneWaiters;
+    releaseLink(link);
+}
+
 /// A free lane with enough room, or -1 and why not. Waits for one with the lock given up.
 int takeLane(ChannelGuard& guard, OutLink* link, size_t room, Deadline deadline, int& error) {
     const uint64_t roomy = room <= kMaxShort ? ~uint64_t(0) : (uint64_t(1) << kLongLanes) - 1;
@@ -39,9 +48,11 @@ int takeLane(ChannelGuard& guard, OutLink* link, size_t room, Deadline deadline,
         if (error != 0)
             return -1;
         const unsigned seen = link->lanesFreed;
+        Unfinished waiting(stopWaiting, link);
         ++link->laneWaiters;
         guard.unlock();
-        error = deadline.isImmediate() ? ETIMEDOUT : futexWait(&link->lanesFreed, seen, Sharing::PRIVATE, deadline);
+        const auto wait = [&] { return futexWait(&link->lanesFreed, seen, Sharing::PRIVATE, deadline); };
+        error = deadline.isImmediate() ? ETIMEDOUT : waiting.during(wait);
         guard.lock();
         --link->laneWaiters;
         if (error == EAGAIN)
@@ -62,13 +73,25 @@ void freeLane(OutLink* link, unsigned lane) {
         futexWake(&link->lanesFreed, INT_MAX, Sharing::PRIVATE);  // not every one can use every lane
 }
 
-/// Until the reply is there: 0 or an error number.
-int waitForReply(OutLink* link, unsigned lane, uint32_t turn, const ArmedTimeout& timeout) {
-    Lane& shared = link->page->lanes[lane];
-    bool isInterrupted = false;
-    if (isElsewhere(load(link->receiver)) && spinner.isPromising())
-        spinner.look(timeout.in(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY),
-                     [&] { return (load(shared.word) & kLaneState) >= LANE_REPLIED || load(link->isDead); });
+struct Sending {
+    OutLink* link;
+    unsigned lane;
+    uint32_t turn;
+    Unfinished* unfinished;
+};
+
+void lookForReply(const Sending& self, Deadline deadline) {
+    const uint32_t& word = self.link->page->lanes[self.lane].word;
+    spinner.look(deadline, [&] { return (load(word) & kLaneState) >= LANE_REPLIED || load(self.link->isDead); });
+}
+
+/// Until the reply is there: 0 or an error number. Who is interrupted wants to leave.
+int waitForReply(const Sending& self, const ArmedTimeout& timeout, bool isInterrupted) {
+    OutLink* const link = self.link;
+    const uint32_t turn = self.turn;
+    Lane& shared = link->page->lanes[self.lane];
+    if (!isInterrupted && isElsewhere(load(link->receiver)) && spinner.isPromising())
+        self.unfinished->during([&] { lookForReply(self, timeout.in(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY)); });
     for (bool isReleaseAsked = false;;) {
         uint32_t word = __atomic_load_n(&shared.word, __ATOMIC_SEQ_CST);
         const uint32_t state = word & kLaneState;
@@ -91,14 +114,14 @@ int waitForReply(OutLink* link, unsigned lane, uint32_t turn, const ArmedTimeout
                                                                __ATOMIC_RELAXED))
                 continue;
             word = asleep;
-            error = futexWait(&shared.word, word, Sharing::SHARED, limit);
+            error = self.unfinished->during([&] { return futexWait(&shared.word, word, Sharing::SHARED, limit); });
         }
         isInterrupted |= error == EINTR;
         if (!mayLeave || (error != EINTR && error != ETIMEDOUT))
             continue;
         if (state == LANE_RECEIVED && link->hasUnblock) {
             __atomic_store_n(&shared.releaseWanted, turn, __ATOMIC_RELEASE);
-            announceLane(link, lane);
+            announceLane(link, self.lane);
             isReleaseAsked = true;
         } else if (__atomic_compare_exchange_n(&shared.word, &word, turn | LANE_WITHDRAWN, false, __ATOMIC_ACQ_REL,
                                                __ATOMIC_RELAXED)) {
@@ -121,7 +144,23 @@ uint32_t beginOf(const Parts& run, size_t length, unsigned lane) {
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(run.parts->iov_base) % kBeginBelow);
 }
 
-SendResult exchange(OutLink* link, unsigned lane, const Parts& request, const Parts& reply, ArmedTimeout timeout) {
+void endSending(const Sending& self) {
+    freeLane(self.link, self.lane);
+    releaseLink(self.link);
+}
+
+/// For a sender that ends while it waits for its reply. Where it may not leave yet, that takes as long as the receiver
+/// does.
+void leaveForGood(void* what) {
+    const Sending& self = *static_cast<Sending*>(what);
+    waitForReply(self, ArmedTimeout{0, Deadline::never()}, /*isInterrupted*/ true);
+    const ChannelGuard guard;
+    endSending(self);
+}
+
+SendResult exchange(Sending& self, const Parts& request, const Parts& reply, ArmedTimeout timeout) {
+    OutLink* const link = self.link;
+    const unsigned lane = self.lane;
     const size_t room = replyRoom(reply);
     Window& requests = link->requests[lane];
     Window& replies = link->replies[lane];
@@ -132,7 +171,7 @@ SendResult exchange(OutLink* link, unsigned lane, const Parts& request, const Pa
     fillFromEnd({requests.at + requestBegin, request.length}, request);
 
     Lane& shared = link->page->lanes[lane];
-    const uint32_t turn = link->turns[lane] += kLaneTurn;
+    const uint32_t turn = self.turn = link->turns[lane] += kLaneTurn;
     shared.sender = thisProcessor();
     shared.priority = callerPriority();
     shared.tid = static_cast<int32_t>(threadId());
@@ -146,7 +185,7 @@ SendResult exchange(OutLink* link, unsigned lane, const Parts& request, const Pa
     if (announceLane(link, lane))
         allowForWaking(timeout);
 
-    if (const int error = waitForReply(link, lane, turn, timeout); error != 0)
+    if (const int error = waitForReply(self, timeout, /*isInterrupted*/ false); error != 0)
         return {-1, error};
     __atomic_store_n(&link->receiver, load(shared.receiver), __ATOMIC_RELAXED);
     const size_t replied = load(shared.replyLength);
@@ -254,13 +293,17 @@ SendResult sendOver(ChannelGuard& guard, OutLink* link, const Parts& request, co
     SendResult result = {-1, 0};
     const size_t longest = request.length > replyRoom(reply) ? request.length : replyRoom(reply);
     const int lane = takeLane(guard, link, longest, timeout.in(_NTO_TIMEOUT_SEND), result.error);
-    if (lane >= 0) {
-        guard.unlock();
-        result = exchange(link, static_cast<unsigned>(lane), request, reply, timeout);
-        guard.lock();
-        freeLane(link, static_cast<unsigned>(lane));
+    if (lane < 0) {
+        releaseLink(link);
+        return result;
     }
-    releaseLink(link);
+    Sending self = {link, static_cast<unsigned>(lane), 0, nullptr};
+    Unfinished sending(leaveForGood, &self);
+    self.unfinished = &sending;
+    guard.unlock();
+    result = exchange(self, request, reply, timeout);
+    guard.lock();
+    endSending(self);
     return result;
 }
 
@@ -277,6 +320,7 @@ int pulseOver(ChannelGuard& guard, OutLink* link, int priority, int code, int va
     pulse.time = nowNs(CLOCK_MONOTONIC);
     __atomic_store_n(&link->page->pulsesWritten, ++link->pulsesWritten, __ATOMIC_SEQ_CST);
     ++link->references;
+    const EndsLater untilRung;
     guard.unlock();
     ring(*link->doorbell);
     guard.lock();

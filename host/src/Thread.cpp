@@ -1,6 +1,8 @@
 #include "Thread.h"
 
+#include "Channel.h"
 #include "Descriptor.h"
+#include "Ending.h"
 #include "ErrnoKeeper.h"
 #include "Futex.h"
 #include "Interrupter.h"
@@ -75,13 +77,9 @@ void store(T& word, T value) {
     __atomic_store_n(&word, value, __ATOMIC_RELEASE);
 }
 
-// ThreadDestroy lets the thread go on until this is 0.
-__thread volatile sig_atomic_t isGuarded __attribute__((tls_model("initial-exec"))) = 0;
-
 /// From here on the record may be freed.
 void noteEnd() {
-    isGuarded = 1;
-    __atomic_signal_fence(__ATOMIC_SEQ_CST);
+    const EndsLater untilNoted;
     Thread* const own = ownThread;
     ownThread = nullptr;
     if (own == nullptr || isOwnForeign) {
@@ -90,10 +88,6 @@ void noteEnd() {
     } else if (__atomic_exchange_n(&own->life, unsigned(Thread::ENDED), __ATOMIC_ACQ_REL) == Thread::AWAITED) {
         futexWake(&own->life, INT_MAX, Sharing::PRIVATE);
     }
-    __atomic_signal_fence(__ATOMIC_SEQ_CST);
-    isGuarded = 0;
-    if (mustEnd != 0)
-        endOwnThread();
 }
 
 void onEndOfThread(void* value) {
@@ -110,10 +104,13 @@ void beToldOfTheEnd() {
 
 Thread* findOwn();
 
+// A handler that forks must not wait for the lock that its own thread holds.
+__thread volatile sig_atomic_t isAtTable __attribute__((tls_model("initial-exec"))) = 0;
+
 class TableGuard {
 public:
-    TableGuard() {
-        isGuarded = 1;
+    TableGuard() : mWasAtTable(isAtTable) {
+        isAtTable = 1;
         __atomic_signal_fence(__ATOMIC_SEQ_CST);
         unsigned state = 0;
         if (__atomic_compare_exchange_n(&tableLock, &state, 1u, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED))
@@ -125,12 +122,14 @@ public:
         if (__atomic_exchange_n(&tableLock, 0u, __ATOMIC_RELEASE) == 2)
             futexWake(&tableLock, 1, Sharing::PRIVATE);
         __atomic_signal_fence(__ATOMIC_SEQ_CST);
-        isGuarded = 0;
-        if (mustEnd != 0 && !endsWithChannels())
-            endOwnThread();
+        isAtTable = mWasAtTable;
     }
     TableGuard(const TableGuard&) = delete;
     TableGuard& operator=(const TableGuard&) = delete;
+
+private:
+    const EndsLater mUntilReleased;
+    const sig_atomic_t mWasAtTable;
 };
 
 // The signal that ends another thread. It is among those that an emulator passes on.
@@ -140,8 +139,7 @@ int endingSignal() {
 
 void onEndingSignal(int) {
     mustEnd = 1;
-    if (isGuarded == 0 && !endsWithChannels())
-        endOwnThread();
+    endIfDue();
 }
 
 bool sendSignal(int id, int signal) {
@@ -151,12 +149,12 @@ bool sendSignal(int id, int signal) {
 
 /// Another thread may have made the forking one's record.
 void findOwnBeforeFork() {
-    findOwn();
+    if (isAtTable == 0)
+        findOwn();
 }
 
 /// A forked child has one thread, which keeps its priority, and no other to join.
 void forgetOthersInChild() {
-    isGuarded = 0;
     mustEnd = 0;
     beToldOfTheEnd();
     tableLock = 0;
@@ -341,14 +339,16 @@ int start(Thread* thread, size_t stackSize) {
     return 0;
 }
 
-bool waitForEnd(Thread* thread, Deadline deadline) {
+bool waitForEnd(Thread* thread, Deadline deadline, Unfinished& join) {
     for (unsigned life; (life = load(thread->life)) != Thread::ENDED;) {
         if (deadline.isImmediate())
             return false;
         if (life == Thread::RUNS && !__atomic_compare_exchange_n(&thread->life, &life, unsigned(Thread::AWAITED),
                                                                  false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
             continue;
-        if (futexWait(&thread->life, Thread::AWAITED, Sharing::PRIVATE, deadline) == ETIMEDOUT)
+        const int result =
+            join.during([&] { return futexWait(&thread->life, Thread::AWAITED, Sharing::PRIVATE, deadline); });
+        if (result == ETIMEDOUT)
             return load(thread->life) == Thread::ENDED;
     }
     return true;
@@ -389,6 +389,27 @@ Thread* findOwn() {
     return ownThread;
 }
 
+/// Of the C library's keys: it may give the stack to another thread, with the values that are still there.
+void forgetOwnValues() {
+    for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; ++key)
+        if (pthread_getspecific(key) != nullptr)
+            pthread_setspecific(key, nullptr);
+}
+
+struct Joining {
+    Thread* thread;
+    Deadline deadline;
+};
+
+/// For a joiner that ends. What the C library has begun without a limit it does not take back.
+void stopJoining(void* what) {
+    const Joining& self = *static_cast<Joining*>(what);
+    if (self.deadline.isNever())
+        return;
+    const TableGuard guard;
+    self.thread->isJoined = false;
+}
+
 int result(int error) {
     if (error == EOK)
         return 0;
@@ -399,11 +420,30 @@ int result(int error) {
 }  // namespace
 
 __thread volatile sig_atomic_t mustEnd __attribute__((tls_model("initial-exec"))) = 0;
+__thread volatile sig_atomic_t endsLater __attribute__((tls_model("initial-exec"))) = 0;
+__thread Unfinished* Unfinished::innermost __attribute__((tls_model("initial-exec"))) = nullptr;
+
+void Unfinished::takeAllBack() {
+    while (Unfinished* const one = innermost) {
+        innermost = one->mOuter;
+        one->mTakeBack(one->mWhat);
+    }
+}
+
+void endIfDue() {
+    if (endsLater == 0 && !endsWithChannels())
+        endOwnThread();
+}
 
 void endOwnThread() {
+    const EndsLater forGood;
     mustEnd = 0;
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    Unfinished::takeAllBack();
+    forgetOwnValues();
     deleteOwnTimer();
-    wakeForChannels();
     noteEnd();
     for (;;)
         syscall(SYS_exit, 0);
@@ -428,6 +468,7 @@ int ThreadCreate(pid_t pid, void* (*function)(void*), void* argument, const stru
     if (pid != 0 && pid != getpid())
         return result(ESRCH);
     ErrnoKeeper keeper;
+    const EndsLater untilStarted;
     prepare();
     Thread* const thread = hasEndKey ? newRecord(0) : nullptr;
     if (thread == nullptr) {
@@ -462,7 +503,9 @@ int ThreadJoin_r(int tid, void** status) {
     const Deadline deadline = takeTimeout(_NTO_TIMEOUT_JOIN);
     if (tid == static_cast<int>(threadId()))
         return EDEADLK;
-    Thread* thread;
+    Joining self = {nullptr, deadline};
+    Unfinished joining(stopJoining, &self);
+    Thread*& thread = self.thread;
     {
         const TableGuard guard;
         thread = tid > 0 ? find(tid) : nullptr;
@@ -474,13 +517,17 @@ int ThreadJoin_r(int tid, void** status) {
             return EBUSY;
         thread->isJoined = true;
     }
-    if (!deadline.isNever() && !waitForEnd(thread, deadline)) {
+    if (!deadline.isNever() && !waitForEnd(thread, deadline, joining)) {
         const TableGuard guard;
         thread->isJoined = false;
         return ETIMEDOUT;
     }
     void* value = nullptr;
-    pthread_join(load(thread->handle), &value);
+    const auto join = [&] { return pthread_join(load(thread->handle), &value); };
+    if (deadline.isNever())
+        joining.during(join);
+    else
+        join();  // of a thread that has ended
     const TableGuard guard;
     if (status != nullptr)
         *status = thread->isDestroyed ? thread->status : value;
@@ -508,8 +555,11 @@ int ThreadDestroy(int tid, int, void* status) {
                 return 0;  // it looks when it is ready
         }
     }
-    if (tid == static_cast<int>(threadId()))
-        endOwnThread();
+    if (tid == static_cast<int>(threadId())) {
+        mustEnd = 1;
+        endIfDue();
+        return 0;  // to a handler, and the call that it interrupted ends the thread
+    }
     const ErrnoKeeper keeper;
     pthread_once(&endingSignalOnce, installEndingSignal);
     sendSignal(tid, endingSignal());  // a thread that has ended by itself meanwhile is as good

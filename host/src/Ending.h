@@ -1,0 +1,83 @@
+// Ending: threads that ThreadDestroy ends, wherever they are.
+//   A signal ends a thread on the spot, except
+//     where it holds the channels' lock     it ends when it gives that up;
+//     where it EndsLater                    having begun what others see, it ends when that is done;
+//     where something is Unfinished         in the wait within, it takes back first what it had begun.
+//   So whatever waits without limit is an Unfinished one's wait, and the rest of an EndsLater takes no time to speak of.
+#pragma once
+
+#include <signal.h>
+
+namespace host {
+
+/// The signal has come, and the thread goes on nevertheless.
+extern __thread volatile sig_atomic_t mustEnd __attribute__((tls_model("initial-exec")));
+/// How many EndsLater the thread is in, without those whose wait may be ended.
+extern __thread volatile sig_atomic_t endsLater __attribute__((tls_model("initial-exec")));
+
+/// Takes back what is unfinished, and ends without unwinding and without the C library's part of it.
+[[noreturn]] void endOwnThread();
+/// For a thread that must end: does so if it may here.
+void endIfDue();
+
+class EndsLater {
+public:
+    EndsLater() { enter(); }
+    ~EndsLater() { leave(); }
+    EndsLater(const EndsLater&) = delete;
+    EndsLater& operator=(const EndsLater&) = delete;
+
+protected:
+    static void enter() {
+        endsLater = endsLater + 1;
+        __atomic_signal_fence(__ATOMIC_SEQ_CST);
+    }
+    static void leave() {
+        __atomic_signal_fence(__ATOMIC_SEQ_CST);
+        endsLater = endsLater - 1;
+        if (mustEnd != 0)
+            endIfDue();
+    }
+};
+
+class Unfinished : EndsLater {
+public:
+    /// Called in the thread that ends, with all signals blocked. It may wait, and take locks.
+    using TakeBack = void (*)(void* what);
+
+    Unfinished(TakeBack takeBack, void* what) : mTakeBack(takeBack), mWhat(what) {}
+
+    /// Calls `wait`, within which the thread may be ended.
+    template <class Wait>
+    auto during(Wait wait) {
+        const Window open(this);
+        return wait();
+    }
+
+    /// Of all that the calling thread is in the waits of, the innermost first.
+    static void takeAllBack();
+
+private:
+    class Window {
+    public:
+        explicit Window(Unfinished* own) {
+            own->mOuter = innermost;
+            innermost = own;
+            leave();
+        }
+        ~Window() {
+            enter();
+            innermost = innermost->mOuter;
+        }
+        Window(const Window&) = delete;
+        Window& operator=(const Window&) = delete;
+    };
+
+    static __thread Unfinished* innermost __attribute__((tls_model("initial-exec")));
+
+    const TakeBack mTakeBack;
+    void* const mWhat;
+    Unfinished* mOuter = nullptr;
+};
+
+}  // namespace host
