@@ -42,6 +42,17 @@ const sockaddr* plain(const Address& address) {
     return reinterpret_cast<const sockaddr*>(&address.name);
 }
 
+/// What a received message brought, or -1.
+int descriptorIn(const msghdr& message) {
+    const cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    if (header == nullptr || header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS ||
+        header->cmsg_len != CMSG_LEN(sizeof(int)))
+        return -1;
+    int descriptor;
+    memcpy(&descriptor, CMSG_DATA(header), sizeof(descriptor));
+    return descriptor;
+}
+
 }  // namespace
 
 void doorbellName(char (&name)[48], pid_t pid, int chid, unsigned serial) {
@@ -136,16 +147,13 @@ int receiveFile(int socket) {
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     message.msg_control = control;
-    message.msg_controllen = sizeof(control);
-    if (recvmsg(socket, &message, MSG_CMSG_CLOEXEC) != 1)
+    message.msg_controllen = CMSG_LEN(sizeof(int));  // CMSG_SPACE may have room for two, and both would be opened
+    const ssize_t length = recvmsg(socket, &message, MSG_CMSG_CLOEXEC);
+    if (length < 0)
         return -1;
-    const cmsghdr* const header = CMSG_FIRSTHDR(&message);
-    if (header == nullptr || header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS ||
-        header->cmsg_len != CMSG_LEN(sizeof(int)))
-        return -1;
-    int file;
-    memcpy(&file, CMSG_DATA(header), sizeof(file));
-    return aboveStandardStreams(file);
+    // A record that is refused may have brought a descriptor all the same, even one of no bytes.
+    Descriptor file(descriptorIn(message));
+    return length == 1 && (message.msg_flags & MSG_CTRUNC) == 0 ? file.release() : -1;
 }
 
 }  // namespace host

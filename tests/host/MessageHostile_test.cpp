@@ -36,6 +36,26 @@ struct Hostile {
         EXPECT_TRUE(sendFile(socket, file));
         ring();
     }
+    /// Its file several times, beside one byte or none.
+    void sendFiles(size_t count, size_t bytes) const {
+        constexpr size_t kMost = 4;
+        char byte = 1;
+        iovec part = {&byte, bytes};
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * kMost)] = {};
+        msghdr message = {};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = CMSG_SPACE(sizeof(int) * count);
+        cmsghdr* const header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(sizeof(int) * count);
+        const std::vector<int> files(count, file);
+        std::memcpy(CMSG_DATA(header), files.data(), sizeof(int) * count);
+        EXPECT_EQ(static_cast<ssize_t>(bytes), sendmsg(socket, &message, MSG_NOSIGNAL));
+        ring();
+    }
     void ring() const {
         __atomic_store_n(&doorbell->knock, 1u, __ATOMIC_SEQ_CST);
         __atomic_fetch_add(&doorbell->word, kArrival, __ATOMIC_SEQ_CST);
@@ -143,6 +163,25 @@ TEST_F(MessageHostile, IsCutOffWhenItsFileIsNone) {
         EXPECT_EQ(3, send(withoutFile.socket, "abc", 3, 0));
         EXPECT_TRUE(withoutFile.isCutOff());
     });
+}
+
+TEST_F(MessageHostile, LeavesNoDescriptorsBehindThatItHadNoBusinessToSend) {
+    constexpr int kConnections = 20;  // far more than the descriptors of an honest one, which may not be closed yet
+    serveHonest();
+    const int before = openDescriptors(getpid());
+    for (const auto& [count, bytes] : {std::pair<size_t, size_t>{2, 1}, {4, 1}, {1, 0}, {2, 0}}) {
+        meet([count = count, bytes = bytes](int chid) {
+            for (int i = 0; i < kConnections; ++i) {
+                const Hostile sender(chid);
+                sender.sendFiles(count, bytes);
+                EXPECT_TRUE(sender.isCutOff());
+            }
+        });
+        const auto end = std::chrono::steady_clock::now() + 20s;
+        while (openDescriptors(getpid()) > before && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(5ms);
+        ASSERT_LE(openDescriptors(getpid()), before) << count << " beside " << bytes << " bytes";
+    }
 }
 
 TEST_F(MessageHostile, IsCutOffWhenItGoesOnTalking) {

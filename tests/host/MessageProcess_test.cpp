@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -106,15 +105,6 @@ private:
     Pipe mReady;
     Other mServer;
 };
-
-int openDescriptors(pid_t pid) {
-    int count = 0;
-    DIR* const folder = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
-    while (readdir(folder) != nullptr)
-        ++count;
-    closedir(folder);
-    return count;
-}
 
 std::function<void()> clientOf(pid_t server, int chid, const std::function<void(int)>& body) {
     return [=] {

@@ -7,6 +7,7 @@
 #include "support/ChildProcess.h"
 
 #include <cerrno>
+#include <dirent.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -41,6 +42,15 @@ inline void waitUntilOthersSleep() {
                 looks = 0;
         }
     }
+}
+
+inline int openDescriptors(pid_t pid) {
+    int count = 0;
+    DIR* const folder = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
+    while (readdir(folder) != nullptr)
+        ++count;
+    closedir(folder);
+    return count;
 }
 
 /// A channel of this process and a connection to it, for a scope.
