@@ -1,6 +1,7 @@
 #include "Watcher.h"
 
 #include "Descriptor.h"
+#include "Look.h"
 
 #include <errno.h>
 #include <limits.h>
@@ -90,19 +91,32 @@ void* endProcess(void*) {
     exit(0);
 }
 
-constexpr int kLookEveryMs = 1000;
+constexpr uint64_t kNsPerMs = 1000000;
+
+/// For epoll_wait: until `time`, and not shorter.
+int msUntil(uint64_t time) {
+    const uint64_t now = nowNs(CLOCK_MONOTONIC);
+    return time <= now ? 0 : static_cast<int>((time - now + kNsPerMs - 1) / kNsPerMs);
+}
 
 void* run(void* argument) {
     const int queue = static_cast<int>(reinterpret_cast<intptr_t>(argument));
+    uint64_t nextLook = nowNs(CLOCK_MONOTONIC) + kLookAfterNs;
     for (bool mustLook = true;;) {
         epoll_event found[16];
-        const int count = epoll_wait(queue, found, 16, mustLook ? kLookEveryMs : -1);
+        const int count = epoll_wait(queue, found, 16, mustLook ? msUntil(nextLook) : -1);
         if (count < 0 && errno != EINTR)
-            usleep(kLookEveryMs * 1000);  // the program has closed what it had not opened
+            usleep(kLookAfterNs / 1000);  // the program has closed what it had not opened
         const ChannelGuard guard;
         for (int i = 0; i < count; ++i)
             handle(found[i].data.u64);
-        mustLook = count > 0 || lookAround() || isLeaderGone;
+        // However much happens meanwhile, what waits for a look gets one a second.
+        const uint64_t now = nowNs(CLOCK_MONOTONIC);
+        mustLook = true;
+        if (now >= nextLook) {
+            mustLook = lookAround() || isLeaderGone;
+            nextLook = now + kLookAfterNs;
+        }
         pthread_t thread;
         if (isLeaderGone && isAlone() && pthread_create(&thread, nullptr, endProcess, nullptr) == 0)
             isLeaderGone = false;

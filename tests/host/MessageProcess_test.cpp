@@ -1006,43 +1006,86 @@ private:
     std::vector<int> mTaken;
 };
 
-class MessageProcessLeft : public testing::TestWithParam<unsigned> {};
+/// A server that is short of descriptors when it is told. It has a second channel, from which it never receives.
+class ShortServer {
+public:
+    explicit ShortServer(unsigned left) : mServer([this, left] { run(left); }) {
+        for (int* const chid : {&mChid, &quiet}) {
+            _pulse pulse;
+            EXPECT_EQ(0, receiveSoon(mOwn.chid, &pulse, sizeof pulse));
+            *chid = pulse.value.sival_int;
+        }
+        mFirst = attach(mChid);
+    }
+    ~ShortServer() { EXPECT_EQ(0, ConnectDetach(mFirst)); }
 
-TEST_P(MessageProcessLeft, WaitsForAServerThatIsShortOfDescriptors) {
-    const OwnChannel own;  // which the child tells its channel by
-    const Other server([&own] {
+    int attach(int chid) const {
+        const int coid = attachTo(mServer.pid(), chid);
+        EXPECT_GE(coid, _NTO_SIDE_CHANNEL) << std::strerror(errno);
+        return coid;
+    }
+    int attach() const { return attach(mChid); }
+    void beShort() const { wishFor('s'); }
+    void haveEnough() const { wishFor('e'); }
+
+    int quiet = -1;
+
+private:
+    void run(unsigned left) const {
         const int chid = ChannelCreate(0);
-        MsgSendPulse(attachTo(getppid(), own.chid), 10, 1, chid);
+        const int toParent = attachTo(getppid(), mOwn.chid);
+        MsgSendPulse(toParent, 10, 1, chid);
+        MsgSendPulse(toParent, 10, 1, ChannelCreate(0));
         std::unique_ptr<FewDescriptors> few;
         for (;;) {
             char wish = 0;
             const int id = receiveSoon(chid, &wish, 1);
-            if (wish == 't')
-                few = std::make_unique<FewDescriptors>(GetParam());
-            if (wish == 'g')
+            if (wish == 's')
+                few = std::make_unique<FewDescriptors>(left);
+            if (wish == 'e')
                 few->giveBack();
             MsgReply(id, 0, nullptr, 0);
         }
-    });
-    _pulse pulse;
-    ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
-    const int chid = pulse.value.sival_int;
-    const auto wishFor = [](int coid, char wish) {
-        return outcomeOf([=] { return MsgSend(coid, &wish, 1, nullptr, 0); });
-    };
-    const int earlier = attachTo(server.pid(), chid);
-    EXPECT_EQ((Outcome{0, 0}), wishFor(earlier, 't'));
-    const int later = attachTo(server.pid(), chid);
-    ASSERT_GE(later, 0);
+    }
+    void wishFor(char wish) const {
+        EXPECT_EQ((Outcome{0, 0}), outcomeOf([=] { return MsgSend(mFirst, &wish, 1, nullptr, 0); }));
+    }
+
+    const OwnChannel mOwn;  // which the server tells its channels by
+    Other mServer;
+    int mChid = -1;
+    int mFirst = -1;
+};
+
+class MessageProcessLeft : public testing::TestWithParam<unsigned> {};
+
+TEST_P(MessageProcessLeft, WaitsForAServerThatIsShortOfDescriptors) {
+    const ShortServer server(GetParam());
+    server.beShort();
+    const int later = server.attach();
     auto sent = sendNothingElsewhere(later);
     EXPECT_EQ(std::future_status::timeout, sent.wait_for(50ms));
-    EXPECT_EQ((Outcome{0, 0}), wishFor(earlier, 'g'));
+    server.haveEnough();
     EXPECT_EQ((Outcome{0, 0}), sent.get());
     EXPECT_EQ(0, ConnectDetach(later));
-    EXPECT_EQ(0, ConnectDetach(earlier));
 }
 
 INSTANTIATE_TEST_SUITE_P(Descriptors, MessageProcessLeft, testing::Values(0, 1, 2));
+
+TEST(MessageProcess, WaitsNoLongerForAServerThatOthersConnectToAllTheTime) {
+    const ShortServer server(0);
+    server.beShort();
+    const int later = server.attach();
+    auto sent = sendNothingElsewhere(later);
+    EXPECT_EQ(std::future_status::timeout, sent.wait_for(50ms));
+    server.haveEnough();
+    const auto end = std::chrono::steady_clock::now() + 15s;  // the server's patience is 20 s
+    while (sent.wait_for(100ms) == std::future_status::timeout && std::chrono::steady_clock::now() < end)
+        EXPECT_EQ(0, ConnectDetach(server.attach(server.quiet)));
+    EXPECT_EQ(std::future_status::ready, sent.wait_for(0s));
+    EXPECT_EQ((Outcome{0, 0}), sent.get());
+    EXPECT_EQ(0, ConnectDetach(later));
+}
 
 TEST(MessageProcess, IsRefusedForTheMomentWhileTooManyDescriptorsAreOnTheirWay) {
     EXPECT_ENDS_WELL(support::runInChild([] {
