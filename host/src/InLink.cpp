@@ -21,8 +21,9 @@ unsigned serials = 0;
 
 /// What one look has found, earliest first.
 struct Batch {
-    QueueEntry* first;
-    QueueEntry* last;
+    QueueEntry* first = nullptr;
+    QueueEntry* last = nullptr;
+    uint64_t latest = UINT64_MAX;  // what was sent later stays where it is
 
     /// Mostly called in the order of time. `arrival` is the time until the batch is queued.
     void insert(QueueEntry* entry, uint64_t time) {
@@ -58,6 +59,11 @@ bool changeState(Lane& lane, uint32_t& before, LaneState state) {
     return true;
 }
 
+/// Has the next look find the lane again.
+void leaveLane(InLink* link, unsigned lane) {
+    __atomic_fetch_or(&link->page->ready[lane / 32], 1u << lane % 32, __ATOMIC_SEQ_CST);
+}
+
 /// A lane's message, unless it is there already. False for what no honest sender writes.
 bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
     const Lane& shared = link->page->lanes[lane];
@@ -73,6 +79,13 @@ bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
     }
     if ((word & kLaneState) != LANE_SENT)
         return true;
+    const uint64_t time = load(shared.time);
+    // A message that was withdrawn since it was put into this batch must leave that before it can end.
+    const bool isOtherInBatch = known != nullptr && known->state == Message::State::ARRIVING;
+    if (time > batch.latest || isOtherInBatch) {
+        leaveLane(link, lane);
+        return true;
+    }
     if (known != nullptr && !known->isOver)
         finishMessage(known, -1, ESRCH);  // its sender has withdrawn it
     if (Message* const stays = link->messages[lane]) {
@@ -86,7 +99,7 @@ bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
         return false;
     Message* const message = newMessage(link->channel);
     if (message == nullptr) {
-        __atomic_fetch_or(&link->page->ready[lane / 32], 1u << lane % 32, __ATOMIC_SEQ_CST);  // until there is room
+        leaveLane(link, lane);  // until there is room
         return true;
     }
     message->sender = nullptr;
@@ -112,7 +125,7 @@ bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
     link->channel->sender = load(shared.sender);
     ++link->references;
     link->messages[lane] = message;
-    batch.insert(message, load(shared.time));
+    batch.insert(message, time);
     return true;
 }
 
@@ -124,6 +137,9 @@ bool collectPulses(InLink* link, Batch& batch) {
         link->channel->sender = load(link->page->pulseSender);
     for (; link->pulsesRead != written; ++link->pulsesRead) {
         const SharedPulse& shared = link->page->pulses[link->pulsesRead % kSharedPulses];
+        const uint64_t time = load(shared.time);
+        if (time > batch.latest)
+            break;
         sigval value;
         value.sival_ptr = nullptr;
         value.sival_int = static_cast<int>(load(shared.value));
@@ -131,7 +147,7 @@ bool collectPulses(InLink* link, Batch& batch) {
             newPulse(link->channel, boundedPriority(load(shared.priority)), load(shared.code), value, link->id);
         if (pulse == nullptr)
             break;  // they stay where they are
-        batch.insert(pulse, load(shared.time));
+        batch.insert(pulse, time);
         __atomic_store_n(&link->page->pulsesRead, link->pulsesRead + 1, __ATOMIC_RELEASE);
     }
     return true;
@@ -149,12 +165,33 @@ bool collectFrom(InLink* link, Batch& batch) {
     return collectPulses(link, batch);
 }
 
-void queueBatch(Channel* channel, const Batch& batch) {
+/// From all links but those that are broken, or turn out to be. True when there are such.
+bool collectFromAll(Channel* channel, Batch& batch) {
+    bool isAnyBroken = false;
+    for (InLink* link = channel->links; link != nullptr; link = link->next) {
+        if (link->page != nullptr && !link->isBroken)
+            link->isBroken = !collectFrom(link, batch);
+        isAnyBroken |= link->isBroken;
+    }
+    return isAnyBroken;
+}
+
+/// Queues what has arrived, in the order in which it was sent. The result is as above.
+bool queueArrived(Channel* channel) {
+    Batch batch;
+    bool isAnyBroken = collectFromAll(channel, batch);
+    if (batch.first != nullptr && channel->links->next != nullptr) {
+        // Before something that was found, its sender may have sent over another link, after that had been looked at.
+        // It is there by now. What is sent from now on stays: of that, too, only the later part may be found.
+        batch.latest = nowNs(CLOCK_MONOTONIC);
+        isAnyBroken = collectFromAll(channel, batch);
+    }
     for (QueueEntry* entry = batch.first; entry != nullptr;) {
         QueueEntry* const next = entry->next;
         queueArrival(channel, entry);
         entry = next;
     }
+    return isAnyBroken;
 }
 
 bool isWelcome(const ucred& peer) {
@@ -201,12 +238,10 @@ void callIfAnythingWaits(Channel* channel) {
 
 void dropInLink(InLink* link) {
     Channel* const channel = link->channel;
-    if (link->page != nullptr) {
-        // What was sent before the end still counts for pulses, which nobody waits for.
-        Batch batch = {nullptr, nullptr};
-        collectFrom(link, batch);
-        queueBatch(channel, batch);
-    }
+    // What was sent before the end still counts for pulses, which nobody waits for; and what others sent before them
+    // comes first.
+    if (link->page != nullptr && !channel->isDestroyed)
+        queueArrived(channel);
     link->isDead = true;
     for (Message* const message : link->messages)
         if (message != nullptr && message->state != Message::State::FREE && message->link == link)
@@ -287,14 +322,7 @@ void collectFromOthers(Channel* channel) {
         if (!startWatcher())
             __atomic_store_n(&channel->doorbell->knock, 1u, __ATOMIC_SEQ_CST);
     }
-    Batch batch = {nullptr, nullptr};
-    bool isAnyBroken = false;
-    for (InLink* link = channel->links; link != nullptr; link = link->next) {
-        link->isBroken = link->page != nullptr && !collectFrom(link, batch);
-        isAnyBroken |= link->isBroken;
-    }
-    queueBatch(channel, batch);
-    if (isAnyBroken)
+    if (queueArrived(channel))
         dropBroken(channel);
 }
 

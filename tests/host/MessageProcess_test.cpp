@@ -381,6 +381,94 @@ TEST(MessageProcess, KeepsTheOrderOfPriorityThenTimeAcrossProcesses) {
     EXPECT_THAT(std::vector<int>(codes.end() - 2, codes.end()), ElementsAre(20, 22));
 }
 
+/// Two connections to one channel, whose receiver knows both. It looks at one of them first.
+struct TwoConnections {
+    TwoConnections(pid_t server, int chid) : coids{attachTo(server, chid), attachTo(server, chid)} {
+        for (const int coid : coids)
+            EXPECT_EQ((Outcome{0, 0}), sendNothing(coid));
+    }
+    const int coids[2];
+};
+
+void answerNothing(int chid) {
+    const int id = receiveSoon(chid);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(0, MsgReply(id, 0, nullptr, 0));
+}
+
+TEST(MessageProcess, KeepsTheOrderInWhichOneThreadSendsOverTwoConnections) {
+    constexpr int kEnd = -1;
+    const OwnChannel own;
+    support::ChildProcess other([server = getpid(), chid = own.chid] {
+        const TwoConnections two(server, chid);
+        const auto sendPulse = [&two](int i, int value) {
+            while (MsgSendPulse(two.coids[i / 5 % 2], 10, 1, value) != 0) {
+                ASSERT_EQ(EAGAIN, errno);
+                usleep(10);
+            }
+        };
+        int i = 0;
+        // Enough, also of a slow machine.
+        for (const uint64_t end = monotonicNs() + 5000 * kMs; i < 150000 && monotonicNs() < end; ++i) {
+            if (i % 10000 != 0)
+                sendPulse(i, i);
+            else
+                ASSERT_EQ(0, MsgSend(two.coids[i % 2], &i, sizeof i, nullptr, 0));
+        }
+        sendPulse(i, kEnd);
+        EXPECT_EQ((Outcome{0, 0}), sendNothing(two.coids[0]));
+    });
+    answerNothing(own.chid);
+    answerNothing(own.chid);
+    for (int i = 0, sent = 0; sent != kEnd; ++i) {
+        union {
+            _pulse pulse;
+            int message;
+        } bytes;
+        const int id = receiveSoon(own.chid, &bytes, sizeof bytes);
+        ASSERT_GE(id, 0);
+        sent = id == 0 ? bytes.pulse.value.sival_int : bytes.message;
+        ASSERT_TRUE(sent == i || sent == kEnd) << sent << " instead of " << i;
+        if (id != 0) {
+            EXPECT_EQ(0, MsgReply(id, 0, nullptr, 0));
+        }
+    }
+    answerNothing(own.chid);
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcess, KeepsTheOrderOfPulsesWhenTheLaterOnesConnectionHasEnded) {
+    const OwnChannel own;
+    int ended[2];
+    ASSERT_EQ(0, pipe(ended));
+    support::ChildProcess other([&, server = getpid()] {
+        for (const int last : {0, 1}) {
+            const TwoConnections two(server, own.chid);
+            EXPECT_EQ(0, MsgSendPulse(two.coids[1 - last], 10, 1, 1));
+            EXPECT_EQ(0, MsgSendPulse(two.coids[last], 10, 1, 2));
+            const int before = openDescriptors(server);
+            EXPECT_EQ(0, ConnectDetach(two.coids[last]));
+            while (openDescriptors(server) == before)
+                usleep(1000);
+            EXPECT_EQ(1, write(ended[1], "e", 1));
+        }
+    });
+    for (int round = 0; round < 2; ++round) {
+        answerNothing(own.chid);
+        answerNothing(own.chid);
+        char byte;
+        EXPECT_EQ(1, read(ended[0], &byte, 1));
+        for (const int expected : {1, 2}) {
+            _pulse pulse;
+            ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+            EXPECT_EQ(expected, pulse.value.sival_int);
+        }
+    }
+    EXPECT_ENDS_WELL(other.finish());
+    close(ended[0]);
+    close(ended[1]);
+}
+
 TEST(MessageProcess, SendsPulsesUntilTooManyWait) {
     OwnChannel own;
     support::ChildProcess other(client(own.chid, [](int coid) {
