@@ -231,6 +231,11 @@ void addLink(Channel* channel, Descriptor& accepted, Descriptor& forFile) {
         dropLink(link, ESRCH);
 }
 
+/// The place of its file went to another one.
+bool isLate(const InLink* link) {
+    return link->page == nullptr && link->file < 0;
+}
+
 void callIfAnythingWaits(Channel* channel) {
     if (channel->messages.occupied != 0 || channel->pulses.occupied != 0)
         callAllReceivers(channel);
@@ -341,31 +346,51 @@ bool acceptLinks(Channel* channel) {
     }
 }
 
-void readLink(InLink* link) {
+bool readLink(InLink* link) {
     if (link->page != nullptr) {
         dropLink(link, ESRCH);  // after its set-up a sender says nothing any more but its end
-        return;
+        return true;
     }
-    close(link->file);  // that kept its place
+    const bool wasLate = isLate(link);
+    if (!wasLate)
+        close(link->file);  // that kept its place
     link->file = -1;
     Descriptor file(receiveFile(link->socket));
+    if (!file.isOpen() && errno == EMFILE) {  // another thread was faster
+        if (!wasLate)
+            restSocket(link);
+        return false;
+    }
     void* page = nullptr;
-    if (file.isOpen() && isSegment(file.get(), kLinkSize))
+    if (file.isOpen() && (!wasLate || watchSocket(link)) && isSegment(file.get(), kLinkSize))
         page = mapSegment(file.get(), 0, kLinkPageSize);
     if (page == nullptr) {
         dropLink(link, ESRCH);
-        return;
+        return true;
     }
     link->file = file.release();
     link->page = static_cast<LinkPage*>(page);
     link->coid = load(link->page->coid);
     if (load(link->page->version) != kSegmentVersion) {
         dropLink(link, ESRCH);
-        return;
+        return true;
     }
     Channel* const channel = link->channel;
     collect(channel);
     callIfAnythingWaits(channel);
+    return true;
+}
+
+void readLateLinks(Channel* channel) {
+    for (InLink* link = channel->links; link != nullptr;) {
+        if (!isLate(link)) {
+            link = link->next;
+            continue;
+        }
+        if (!readLink(link))
+            return;
+        link = channel->links;  // any of them may have been dropped
+    }
 }
 
 void dropLink(Link* link, int error) {

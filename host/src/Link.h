@@ -61,9 +61,11 @@ inline void collect(Channel* channel) {
         collectFromOthers(channel);
 }
 
-/// For the watcher. New connections: false when one still waits, for want of descriptors. Data or the end of one.
+/// For the watcher. New connections: false when one still waits, for want of descriptors.
 bool acceptLinks(Channel* channel);
-void readLink(InLink* link);
+/// Data or the end of one: false when its file still waits, for the same reason.
+bool readLink(InLink* link);
+void readLateLinks(Channel* channel);
 void dropBroken(Channel* channel);
 /// Takes a link from everyone who uses it. Its senders here fail with `error`.
 void dropLink(Link* link, int error);

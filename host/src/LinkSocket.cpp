@@ -148,12 +148,25 @@ int receiveFile(int socket) {
     message.msg_iovlen = 1;
     message.msg_control = control;
     message.msg_controllen = CMSG_LEN(sizeof(int));  // CMSG_SPACE may have room for two, and both would be opened
-    const ssize_t length = recvmsg(socket, &message, MSG_CMSG_CLOEXEC);
+    const ssize_t length = recvmsg(socket, &message, MSG_CMSG_CLOEXEC | MSG_PEEK);
     if (length < 0)
         return -1;
     // A record that is refused may have brought a descriptor all the same, even one of no bytes.
-    Descriptor file(descriptorIn(message));
-    return length == 1 && (message.msg_flags & MSG_CTRUNC) == 0 ? file.release() : -1;
+    const int arrived = descriptorIn(message);
+    Descriptor file(arrived);
+    const bool isCut = (message.msg_flags & MSG_CTRUNC) != 0;
+    if (!file.isOpen() && (isCut || arrived >= 0)) {
+        errno = EMFILE;
+        return -1;
+    }
+    // So far it was only looked at. What it brings again, the kernel closes.
+    message.msg_control = nullptr;
+    message.msg_controllen = 0;
+    if (!file.isOpen() || isCut || recvmsg(socket, &message, 0) != 1) {
+        errno = EBADMSG;
+        return -1;
+    }
+    return file.release();
 }
 
 }  // namespace host

@@ -23,7 +23,7 @@ bool peerOf(int socket, ucred& peer);
 int processBehind(int socket, pid_t pid);
 
 bool sendFile(int socket, int file);
-/// EAGAIN: not sent yet.
+/// EMFILE: it stays where it is, until there is a descriptor for it.
 int receiveFile(int socket);
 
 }  // namespace host

@@ -63,6 +63,7 @@ bool lookAround() {
         Channel* const channel = channels.find(id);
         if (channel == nullptr)
             continue;
+        readLateLinks(channel);
         isWorthIt |= !acceptLinks(channel);
         if (channel->links == nullptr)
             continue;
@@ -187,8 +188,16 @@ bool watchChannel(const Channel* channel) {
            (errno != ENOMEM && errno != ENOSPC);
 }
 
+bool watchSocket(const Link* link) {
+    return watch(link->socket, EPOLLIN | EPOLLRDHUP, keyOf(SOCKET, link->id, link->serial));
+}
+
+void restSocket(const Link* link) {
+    epoll_ctl(events, EPOLL_CTL_DEL, link->socket, nullptr);
+}
+
 bool watchLink(const Link* link) {
-    return watch(link->socket, EPOLLIN | EPOLLRDHUP, keyOf(SOCKET, link->id, link->serial)) &&
+    return watchSocket(link) &&
            (link->peer < 0 || watch(link->peer, EPOLLIN, keyOf(PROCESS, link->id, link->serial)));
 }
 

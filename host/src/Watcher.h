@@ -14,6 +14,9 @@ bool isWatching();
 /// False without memory in the kernel; here and below.
 bool watchChannel(const Channel* channel);
 bool watchLink(const Link* link);
+/// Between these only the other process's end is noticed.
+void restSocket(const Link* link);
+bool watchSocket(const Link* link);
 /// Closes a descriptor; a copy of it in a forked child does not keep it watched or connected.
 void closeWatched(int descriptor);
 

@@ -308,6 +308,48 @@ TEST_F(MessageHostile, CannotShrinkItsFile) {
     });
 }
 
+/// True from the acceptance of a connection of this process on until its end: the server can tell whether this one ends.
+bool isConnectedTo(pid_t server) {
+    const std::string wanted = "Pid:\t" + std::to_string(getpid());
+    for (const auto& descriptor :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(server) + "/fdinfo")) {
+        std::ifstream info(descriptor.path());
+        for (std::string line; std::getline(info, line);)
+            if (line == wanted)
+                return true;
+    }
+    return false;
+}
+
+// The server keeps a place for the file of a connection. Another thread may take it when it is given up for the file.
+TEST_F(MessageHostile, WaitsWhenTheLastDescriptorIsTakenFromItsFile) {
+    meet([](int chid) {
+        const pid_t server = getppid();
+        Hostile sender(chid);
+        sender.ring();
+        while (!isConnectedTo(server))
+            std::this_thread::sleep_for(1ms);
+        rlimit before;
+        ASSERT_EQ(0, prlimit(server, RLIMIT_NOFILE, nullptr, &before));
+        const rlimit none{3, before.rlim_max};
+        ASSERT_EQ(0, prlimit(server, RLIMIT_NOFILE, &none, nullptr));
+        std::this_thread::sleep_for(10ms);  // until it has looked for others that connect
+        const int withPlace = openDescriptors(server);
+        sender.connect();
+        const Lane& lane = sender.page->lanes[0];
+        sender.sendLane(0, kLaneTurn);
+        while (openDescriptors(server) == withPlace)
+            std::this_thread::sleep_for(1ms);
+        EXPECT_EQ(0, prlimit(server, RLIMIT_NOFILE, &before, nullptr));
+        for (int i = 0; i < 15000 && (load(lane.word) & kLaneState) != LANE_REPLIED; ++i)
+            std::this_thread::sleep_for(1ms);
+        EXPECT_EQ(kLaneTurn | LANE_REPLIED, lane.word);
+        close(sender.socket);
+        while (isConnectedTo(server))
+            std::this_thread::sleep_for(1ms);
+    });
+}
+
 // The doorbell is shared by all who send. Whatever is in it, the others' messages arrive.
 TEST_F(MessageHostile, CannotSilenceOthersByTheDoorbell) {
     int ready[2];
