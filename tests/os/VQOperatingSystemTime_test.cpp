@@ -270,19 +270,18 @@ TEST(SVQKernelTimer, LimitsASendAndItsReply) {
     EXPECT_TRUE(unreceived.start());
     EXPECT_EQ(-1, MsgSend(coid, &message, 1, nullptr, 0));
     EXPECT_EQ(ETIMEDOUT, getLastError());
-    std::atomic<bool> isReady{false};
+    std::atomic<bool> isReceived{false};
     std::thread receiver([&] {
         char received;
-        isReady = true;
         EXPECT_GT(MsgReceive(chid, &received, 1, nullptr), 0);
+        isReceived = true;
     });
-    while (!isReady) {
-        std::this_thread::yield();
-    }
-    SVQKernelTimer unreplied(500);  // time enough for the receiver
-    EXPECT_TRUE(unreplied.start());
-    EXPECT_EQ(-1, MsgSend(coid, &message, 1, nullptr, 0));
-    EXPECT_EQ(ETIMEDOUT, getLastError());
+    do {  // until the receiver was in time
+        SVQKernelTimer unreplied(50);
+        EXPECT_TRUE(unreplied.start());
+        EXPECT_EQ(-1, MsgSend(coid, &message, 1, nullptr, 0));
+        EXPECT_EQ(ETIMEDOUT, getLastError());
+    } while (!isReceived);
     receiver.join();
     ConnectDetach(coid);
     ChannelDestroy(chid);
