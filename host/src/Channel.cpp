@@ -213,6 +213,7 @@ Channel* newChannel(unsigned flags) {
     channel->references = 1;
     channel->messages.ends = channel->messageEnds;
     channel->pulses.ends = channel->pulseEnds;
+    channel->listener = channel->doorbellFile = -1;  // for a child that is forked before they are there
     channel->id = channels.add(channel);
     if (channel->id < 0) {
         putBack(channel);

@@ -74,21 +74,23 @@ bool isLast(_sync* condition, unsigned signal) {
 }
 
 struct Waiter {
-    _sync* condition;
-    unsigned mine;  // in the count word: 1, and kLooks while it looks for the signal
+    _sync* condition;  // may be gone once the waiter is counted out
+    Sharing sharing;
+    unsigned mine;  // in the count word: 1, and kLooks while it looks for the signal; 0 when it is counted out
 };
 
-void countOut(const Waiter& self) {
-    __atomic_fetch_sub(&self.condition->__count, self.mine, __ATOMIC_RELEASE);
+void countOut(Waiter& self) {
+    const unsigned mine = self.mine;
+    self.mine = 0;
+    __atomic_fetch_sub(&self.condition->__count, mine, __ATOMIC_RELEASE);
 }
 
-/// For a waiter that ends: another one gets a signal that may have been its own.
+/// For a waiter that ends, on its way back to the mutex, too: another one gets a signal that may have been its own.
 void leaveToOthers(void* waiter) {
-    const Waiter& self = *static_cast<Waiter*>(waiter);
-    unsigned* const signals = signalsOf(self.condition);
-    const Sharing sharing = sharingOf(loadState(self.condition));
-    countOut(self);
-    futexWake(signals, 1, sharing);
+    Waiter& self = *static_cast<Waiter*>(waiter);
+    if (self.mine != 0)
+        countOut(self);
+    futexWake(signalsOf(self.condition), 1, self.sharing);
 }
 
 /// Sleeps until there is a signal after `last`. 0 or ETIMEDOUT.
@@ -133,10 +135,9 @@ bool looksAndSees(Waiter& self, unsigned last, Deadline deadline, Unfinished& wa
 }
 
 /// The wait itself, without the mutex; `refused` when it could not be given up.
-int waitWithout(_sync* mutex, _sync* condition, Deadline deadline, int& refused) {
+int waitWithout(_sync* mutex, Waiter& self, Deadline deadline, int& refused, Unfinished& waiting) {
+    _sync* const condition = self.condition;
     const unsigned last = __atomic_load_n(signalsOf(condition), __ATOMIC_ACQUIRE);
-    Waiter self = {condition, 0};
-    Unfinished waiting(leaveToOthers, &self);
     self.mine = enter(condition);
     refused = pthread_mutex_unlock(mutex);
     int result = refused;
@@ -148,9 +149,11 @@ int waitWithout(_sync* mutex, _sync* condition, Deadline deadline, int& refused)
 
 int wait(_sync* condition, _sync* mutex, Deadline deadline) {
     int refused;
-    const int result = waitWithout(mutex, condition, deadline, refused);
+    Waiter self = {condition, sharingOf(loadState(condition)), 0};
+    Unfinished waiting(leaveToOthers, &self);
+    const int result = waitWithout(mutex, self, deadline, refused, waiting);
     // The time-out was for the condition. Only one that a signal handler armed meanwhile can refuse the mutex.
-    while (refused == 0 && pthread_mutex_lock(mutex) == ETIMEDOUT) {
+    while (refused == 0 && waiting.during([&] { return pthread_mutex_lock(mutex); }) == ETIMEDOUT) {
     }
     return result;
 }

@@ -19,27 +19,32 @@ constexpr unsigned kFlags =
 
 // Locking consumes the time-out that the forking thread has armed; its parent keeps it.
 ArmedTimeout armedAtFork = {0, {0}};
-// By the handler of a signal that interrupted the lock's holder.
-bool isForkedWithin = false;
+// By handlers of signals that interrupted the lock's holder, which a fork is, too.
+unsigned forksWithin = 0;
 
 void lockBeforeFork() {
+    if (holdsChannels()) {
+        ++forksWithin;
+        return;
+    }
     const ArmedTimeout armed = takeTimeouts();
-    const bool isWithin = holdsChannels();
-    if (!isWithin)
-        lockChannels();
-    isForkedWithin = isWithin;
+    lockChannels();
     armedAtFork = armed;
 }
 
 void unlockInParent() {
+    if (forksWithin != 0) {
+        --forksWithin;
+        return;
+    }
     const ArmedTimeout armed = armedAtFork;
-    if (!isForkedWithin)
-        unlockChannels();
+    unlockChannels();
     if (armed.states != 0)
         armTimeout(armed.states, armed.deadline);
 }
 
 void forgetInChild() {
+    forksWithin = 0;
     forgetWatcher();
     for (int id = 0; id < connections.capacity; ++id)
         if (Connection* const connection = connections.find(id)) {
@@ -183,15 +188,17 @@ int ConnectDetach(int coid) {
         keeper.report(EINVAL);
         return -1;
     }
-    if (connection->link != nullptr) {
-        dropLink(connection->link, EBADF);
-        releaseLink(connection->link);
+    Link* const link = connection->link;
+    if (link != nullptr) {
+        dropLink(link, EBADF);
     } else {
         queueExpiries(connection->channel);
         finishMessages(connection->channel, coid, EBADF);
         sayDisconnected(connection->channel, coid);
         releaseChannel(connection->channel);
     }
-    removeConnection(connection);
+    removeConnection(connection);  // before its link, which a forked child would look for
+    if (link != nullptr)
+        releaseLink(link);
     return 0;
 }

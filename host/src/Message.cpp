@@ -327,11 +327,20 @@ void endLoan(Channel* channel, LocalSender* lender) {
     endUse(lender->message).wake();
 }
 
-/// For a receiver that ends while it is counted among the channel's: others take what it may have been called for.
+/// For a receiver that ends while it is counted among the channel's: others take what it may have been called for, of
+/// which what other processes sent is in no queue yet.
 void leaveToOthers(Channel* channel) {
-    if (channel->waiting != 0)
-        callAllReceivers(channel);
+    callAllReceivers(channel);
     releaseChannel(channel);
+}
+
+/// A message that nobody has got after all. Its sender wakes, if it sleeps: another time-out may be its limit now.
+void queueAgain(Message* message) {
+    unsigned* const word = &message->sender->word;
+    __atomic_fetch_and(word, ~unsigned(LocalSender::RECEIVED | LocalSender::ASLEEP), __ATOMIC_ACQ_REL);
+    futexWake(word, 1, Sharing::PRIVATE);
+    queueArrival(message->channel, message);
+    callReceiver(message->channel).make();
 }
 
 struct Looking {
@@ -354,7 +363,7 @@ void stopLookingInside(void* what) {
         endLoan(look.channel, self.lender);
         releaseChannel(look.channel);
     } else if (Message* const message = findReceived(self.id)) {
-        finishMessage(message, -1, ESRCH).wake();
+        queueAgain(message);
     }
 }
 

@@ -1,6 +1,7 @@
 #include <sys/slog.h>
 
 #include "Descriptor.h"
+#include "Ending.h"
 #include "Hex.h"
 #include "ThreadState.h"
 
@@ -33,7 +34,7 @@ struct Message {
 };
 
 /// Waits while the logger's queue is full: the kernel lets only about ten datagrams wait in it.
-bool sendPatiently(int socket, const msghdr& message, Deadline armed) {
+bool sendPatiently(int socket, const msghdr& message, Deadline armed, Unfinished& sending) {
     const Deadline patience = {nowNs(CLOCK_MONOTONIC) + kPatienceNs};
     const uint64_t endNs = armed.ns < patience.ns ? armed.ns : patience.ns;
     do {
@@ -45,7 +46,7 @@ bool sendPatiently(int socket, const msghdr& message, Deadline armed) {
         const uint64_t micros = (endNs - now + 999) / 1000;  // up: never early, and 0 would be without limit
         const timeval rest = {static_cast<time_t>(micros / 1000000), static_cast<suseconds_t>(micros % 1000000)};
         setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &rest, sizeof(rest));
-        if (sendmsg(socket, &message, MSG_NOSIGNAL) >= 0)
+        if (sending.during([&] { return sendmsg(socket, &message, MSG_NOSIGNAL); }) >= 0)
             return true;
     } while (errno == EINTR || errno == EAGAIN);
     return false;
@@ -68,9 +69,11 @@ int sendTo(const char* path, iovec* parts, size_t partCount, Deadline armed) {
 
     // A socket a message: nothing to lose to a fork, to a program that closes all descriptors or to a new logger.
     const ErrnoKeeper keeper;
-    const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    int opened = -1;
+    Unfinished sending([](void* descriptor) { close(*static_cast<int*>(descriptor)); }, &opened);
+    const Descriptor socket(opened = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (socket.isOpen() && (sendmsg(socket.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0 ||
-                            (errno == EAGAIN && sendPatiently(socket.get(), message, armed))))
+                            (errno == EAGAIN && sendPatiently(socket.get(), message, armed, sending))))
         return 0;
     return errno == ECONNREFUSED ? ENOENT : errno;  // the socket of a logger that has gone
 }

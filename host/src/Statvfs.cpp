@@ -2,6 +2,7 @@
 #undef statvfs  // here the C library's own is meant
 
 #include "Descriptor.h"
+#include "Ending.h"
 #include "ErrnoKeeper.h"
 #include "ThreadState.h"
 #include "Unsupported.h"
@@ -118,6 +119,7 @@ int nto_statvfs(const char* path, struct nto_statvfs* status) {
     bool isKnown;
     {
         const host::ErrnoKeeper keeper;
+        const host::EndsLater untilClosed;
         isKnown = host::findInMountTable(file.st_dev, type) || host::findByMagic(path, type);
     }
     if (!isKnown) {

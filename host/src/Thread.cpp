@@ -410,6 +410,16 @@ void stopJoining(void* what) {
     self.thread->isJoined = false;
 }
 
+/// The calling thread. Without the lock, which a handler that calls this may have interrupted its thread in.
+void endAsTold(void* status) {
+    if (ownThread != nullptr && !isOwnForeign) {
+        ownThread->status = status;
+        __atomic_store_n(&ownThread->isDestroyed, true, __ATOMIC_SEQ_CST);
+    }
+    mustEnd = 1;
+    endIfDue();
+}
+
 int result(int error) {
     if (error == EOK)
         return 0;
@@ -543,6 +553,10 @@ int ThreadDestroy(int tid, int, void* status) {
     dropTimeout();
     if (tid == -1)
         _exit(0);
+    if (tid == 0 || tid == static_cast<int>(threadId())) {
+        endAsTold(status);
+        return 0;  // to a handler, and the call that it interrupted ends the thread
+    }
     {
         const TableGuard guard;
         Thread* record;
@@ -554,11 +568,6 @@ int ThreadDestroy(int tid, int, void* status) {
             if (!__atomic_load_n(&record->isReady, __ATOMIC_SEQ_CST))
                 return 0;  // it looks when it is ready
         }
-    }
-    if (tid == static_cast<int>(threadId())) {
-        mustEnd = 1;
-        endIfDue();
-        return 0;  // to a handler, and the call that it interrupted ends the thread
     }
     const ErrnoKeeper keeper;
     pthread_once(&endingSignalOnce, installEndingSignal);
@@ -610,6 +619,7 @@ int pthread_setname_np(int tid, const char* name) noexcept {
     if (length > kMaxName)
         return E2BIG;
     const ErrnoKeeper keeper;
+    const EndsLater untilClosed;
     char path[48];
     snprintf(path, sizeof(path), "/proc/self/task/%d/comm", tid == 0 ? static_cast<int>(threadId()) : tid);
     const Descriptor file(open(path, O_WRONLY | O_CLOEXEC));

@@ -1,6 +1,7 @@
 #include <sys/trace.h>
 
 #include "Descriptor.h"
+#include "Ending.h"
 #include "Hex.h"
 #include "ThreadState.h"
 
@@ -59,6 +60,7 @@ int format(int command, va_list& arguments, char (&line)[kLineSize], size_t& len
 
 /// One write is one event. The tracer may be mounted at either place, and may refuse what it is given.
 bool write(const char* line, size_t length) {
+    const EndsLater untilClosed;
     for (const char* const path : kMarkers) {
         const Descriptor marker(open(path, O_WRONLY | O_CLOEXEC));
         if (marker.isOpen())

@@ -1,13 +1,21 @@
 // Concerns: threads that ThreadDestroy ends in a call, at any moment: what they leave to others.
+#include "Descriptor.h"
 #include "MessageTesting.h"
 #include "OnProcessor.h"
 
 #include "support/Sanitizers.h"
+#include "support/TemporaryFolder.h"
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
 #include <pthread.h>
 #include <random>
+#include <sys/resource.h>
+#include <sys/slog.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 
 namespace {
@@ -36,7 +44,10 @@ public:
     Doomed& operator=(const Doomed&) = delete;
 
     int id() const { return mId; }
-    void destroy() const { EXPECT_EQ(0, ThreadDestroy(mId, -1, nullptr)); }
+    void destroy() {
+        EXPECT_EQ(0, ThreadDestroy(mId, -1, nullptr));
+        mIsDestroyed = true;
+    }
     /// EOK, unless it does not end.
     int join() {
         mIsJoined = true;
@@ -44,13 +55,15 @@ public:
         return ThreadJoin_r(mId, nullptr);
     }
     void end() {
-        destroy();
+        if (!mIsDestroyed)
+            destroy();
         EXPECT_EQ(EOK, join());
     }
 
 private:
     const std::function<void()> mWork;
     int mId;
+    bool mIsDestroyed = false;
     bool mIsJoined = false;
 };
 
@@ -107,6 +120,60 @@ private:
         _exit(2);
     }
 
+    pid_t mPid;
+};
+
+/// A process, on the first processor, that sends to a channel of this one.
+class ClientElsewhere {
+public:
+    ClientElsewhere() {
+        EXPECT_EQ(0, pipe(mDown));
+        EXPECT_EQ(0, pipe(mUp));
+        mPid = fork();
+        if (mPid == 0)
+            serve();
+    }
+    ~ClientElsewhere() {
+        kill(mPid, SIGKILL);
+        waitpid(mPid, nullptr, 0);
+        for (const int end : {mDown[0], mDown[1], mUp[0], mUp[1]})
+            close(end);
+    }
+    ClientElsewhere(const ClientElsewhere&) = delete;
+    ClientElsewhere& operator=(const ClientElsewhere&) = delete;
+
+    void connect(int chid) { call({CONNECT, chid}); }
+    void send(int messages) { call({SEND, messages}); }
+    void sendPulse() { call({PULSE, 0}); }
+
+private:
+    enum EOrder { CONNECT, SEND, PULSE };
+    struct SOrder {
+        EOrder order;
+        int value;
+    };
+
+    void call(SOrder order) {
+        ASSERT_EQ(static_cast<ssize_t>(sizeof order), write(mDown[1], &order, sizeof order));
+        ASSERT_EQ(static_cast<ssize_t>(sizeof order), read(mUp[0], &order, sizeof order));
+    }
+    [[noreturn]] void serve() const {
+        const OnProcessor here(0);
+        int coid = -1;
+        for (SOrder order; read(mDown[0], &order, sizeof order) == sizeof order;) {
+            if (order.order == CONNECT)
+                coid = ConnectAttach(0, getppid(), order.value, _NTO_SIDE_CHANNEL, 0);
+            else if (order.order == PULSE)
+                MsgSendPulse(coid, 10, 1, 0);
+            for (int i = 0; order.order == SEND && i < order.value; ++i)
+                MsgSend(coid, nullptr, 0, nullptr, 0);
+            if (write(mUp[1], &order, sizeof order) != sizeof order)
+                break;
+        }
+        _exit(0);
+    }
+
+    int mDown[2], mUp[2];
     pid_t mPid;
 };
 
@@ -168,29 +235,9 @@ TEST_P(EndingServer, LeavesTheChannelToItsSuccessor) {
 // The same with a sender of another process, whose receivers look at a word that it sees.
 TEST(EndingServer, LeavesTheChannelOfAnotherProcessToItsSuccessor) {
     NEEDS_THREADS_THAT_VANISH();
-    int down[2], up[2];
-    ASSERT_EQ(0, pipe(down));
-    ASSERT_EQ(0, pipe(up));
-    const pid_t client = fork();
-    if (client == 0) {
-        const OnProcessor here(0);
-        int chid = 0, coid = -1;
-        for (int count; read(down[0], &count, sizeof count) == sizeof count;) {
-            if (chid == 0)
-                coid = ConnectAttach(0, getppid(), chid = count, _NTO_SIDE_CHANNEL, 0);
-            for (int i = 0; chid != count && i < count; ++i)
-                MsgSend(coid, nullptr, 0, nullptr, 0);
-            if (write(up[1], &count, sizeof count) != sizeof count)
-                break;
-        }
-        _exit(0);
-    }
-    const auto have = [&](int count) {
-        ASSERT_EQ(static_cast<ssize_t>(sizeof count), write(down[1], &count, sizeof count));
-        ASSERT_EQ(static_cast<ssize_t>(sizeof count), read(up[0], &count, sizeof count));
-    };
+    ClientElsewhere client;
     const int chid = ChannelCreate(0);
-    have(chid);
+    client.connect(chid);
     const auto serve = [&] {
         const OnProcessor here(1);
         forEver([&] {
@@ -201,18 +248,16 @@ TEST(EndingServer, LeavesTheChannelOfAnotherProcessToItsSuccessor) {
     };
     for (int round = 0; round < 6; ++round) {
         Doomed server(serve);
-        have(300);  // so that it looks
+        client.send(300);  // so that it looks
         server.end();
         Doomed successor(serve);
         const uint64_t begin = host::nowNs(CLOCK_MONOTONIC);
-        have(10);
+        client.send(10);
         // Of receivers that look none is woken: then each of them would have to wait for a second.
         EXPECT_LT(host::nowNs(CLOCK_MONOTONIC) - begin, 7 * host::kNsPerSecond);
         successor.end();
     }
     EXPECT_EQ(0, ChannelDestroy(chid));
-    kill(client, SIGKILL);
-    waitpid(client, nullptr, 0);
 }
 
 TEST(EndingReceiver, LeavesAnArrivalToTheNext) {
@@ -239,12 +284,73 @@ TEST(EndingReceiver, LeavesAnArrivalToTheNext) {
     }
 }
 
+// Nor is an arrival lost on it that it was only to collect from another process.
+TEST(EndingReceiver, LeavesAnArrivalFromAnotherProcessToTheNext) {
+    NEEDS_THREADS_THAT_VANISH();
+    ClientElsewhere client;
+    const OnProcessor other(1);
+    const int chid = ChannelCreate(0);
+    client.connect(chid);
+    client.sendPulse();
+    _pulse pulse;
+    ASSERT_EQ(0, receiveSoon(chid, &pulse, sizeof pulse));
+    uint64_t waitedNs = 0;
+    constexpr int kRounds = 10;
+    for (int round = 0; round < kRounds; ++round) {
+        std::atomic<int> taken{0};
+        const auto receive = [&] {
+            setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 19);  // the one that ends it runs before it does
+            _pulse own;
+            forEver([&] { taken += MsgReceivePulse(chid, &own, sizeof own, nullptr) == 0 ? 1 : 0; });
+        };
+        Doomed first(receive);
+        waitUntilOthersSleep();
+        Doomed second(receive);
+        waitUntilOthersSleep();
+        client.sendPulse();
+        first.destroy();
+        const uint64_t begin = host::nowNs(CLOCK_MONOTONIC);
+        while (taken == 0 && host::nowNs(CLOCK_MONOTONIC) - begin < 2 * host::kNsPerSecond)
+            std::this_thread::sleep_for(100us);
+        waitedNs += host::nowNs(CLOCK_MONOTONIC) - begin;
+    }
+    // A receiver that nobody calls looks once a second.
+    EXPECT_LT(waitedNs, kRounds * 300 * kMs);
+    EXPECT_EQ(0, ChannelDestroy(chid));
+}
+
+TEST(EndingReceiver, LeavesAMessageThatItWasHandedToTheNext) {
+    NEEDS_THREADS_THAT_VANISH();
+    OwnChannel own;
+    for (int round = 0; round < 300; ++round) {
+        const auto serve = [&] {
+            const OnProcessor there(0);
+            forEver([&] {
+                const int id = MsgReceive(own.chid, nullptr, 0, nullptr);
+                if (id > 0)
+                    MsgReply(id, 0, nullptr, 0);
+            });
+        };
+        Doomed first(serve), second(serve);
+        const OnProcessor here(1);
+        for (int i = 0; i < 40; ++i)
+            sendNothing(own.coid);
+        (round % 2 == 0 ? first : second).destroy();
+        // What it has received it may not have replied to; but nothing says that there is no receiver.
+        for (int i = 0; i < 3; ++i) {
+            armFor(_NTO_TIMEOUT_REPLY, 10 * kMs);
+            const int result = MsgSend(own.coid, nullptr, 0, nullptr, 0);  // at once, while it still looks
+            ASSERT_TRUE(result == 0 || errno == ETIMEDOUT) << errno;
+        }
+    }
+}
+
 TEST(EndingSender, OfPulsesHasCalledTheReceiver) {
     NEEDS_THREADS_THAT_VANISH();
     const Elsewhere elsewhere;
     OwnChannel own;
     std::atomic<int> marks{0};
-    const Doomed receiver([&] {
+    Doomed receiver([&] {
         _pulse pulse;
         forEver([&] {
             const int result = MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr);
@@ -252,7 +358,7 @@ TEST(EndingSender, OfPulsesHasCalledTheReceiver) {
         });
     });
     std::mt19937 random(2);
-    for (int round = 0; round < 3000 && !HasFailure(); ++round) {
+    for (int round = 0; round < 1500 && !HasFailure(); ++round) {
         Doomed sender([&] {
             std::minstd_rand pauses(static_cast<unsigned>(round) + 1);
             forEver([&] {
@@ -339,6 +445,7 @@ TEST(EndingThread, LeavesAMutexToTheNext) {
     }
 }
 
+// On its way back to the mutex, too.
 TEST(EndingThread, LeavesASignalOfAConditionToTheNext) {
     NEEDS_THREADS_THAT_VANISH();
     const OnProcessor one(0);
@@ -357,8 +464,17 @@ TEST(EndingThread, LeavesASignalOfAConditionToTheNext) {
         waitUntilOthersSleep();
         Doomed second(wait);
         waitUntilOthersSleep();
+        const bool isMutexHeld = round % 2 == 1;
+        if (isMutexHeld)
+            pthread_mutex_lock(&mutex);
         pthread_cond_signal(&condition);
+        if (isMutexHeld)
+            waitUntilOthersSleep();
         ThreadDestroy(first.id(), -1, nullptr);
+        if (isMutexHeld) {
+            waitUntilOthersSleep();
+            pthread_mutex_unlock(&mutex);
+        }
         EXPECT_EQ(EOK, first.join());
         if (isFirstAwake || mutex.__owner != 0)
             break;  // as above
@@ -387,6 +503,32 @@ TEST(EndingThread, LeavesAThreadThatItJoinsWithinATimeToOthers) {
     EXPECT_EQ(EOK, target.join());
 }
 
+TEST(EndingThread, LeavesNoDescriptorsOfLogCalls) {
+    NEEDS_THREADS_THAT_VANISH();
+    const support::TemporaryFolder folder;
+    const std::string logger = folder.path() + "/logger";
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(logger.size(), sizeof address.sun_path);
+    logger.copy(address.sun_path, logger.size());
+    const host::Descriptor queue(
+        socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));  // nobody reads, and it is full soon
+    ASSERT_EQ(0, bind(queue.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    setenv("NTO_SLOG", logger.c_str(), 1);
+    const auto countDescriptors = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    const auto before = countDescriptors();
+    std::mt19937 random(4);
+    for (int round = 0; round < 100; ++round) {
+        Doomed thread([] { forEver([] { slogb(1, _SLOG_INFO, nullptr, 0); }); });
+        waitForAnyMoment(random);
+        thread.end();
+    }
+    EXPECT_EQ(before, countDescriptors());
+}
+
 pthread_key_t valueKey;
 std::atomic<int> destroyedValues{0};
 
@@ -410,12 +552,12 @@ TEST(EndingThread, LeavesNoValuesOfItsKeysToTheNextOne) {
     pthread_key_delete(valueKey);
 }
 
-class EndingItself : public testing::TestWithParam<const char*> {};
-INSTANTIATE_TEST_SUITE_P(In, EndingItself, testing::Values("AReceive", "ASend", "AMutex", "ACondition"),
+class EndingInAHandler : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(Of, EndingInAHandler, testing::Values("AReceive", "ASend", "AMutex", "ACondition"),
                          [](const auto& call) { return std::string(call.param); });
 
 // In the handler of a signal that interrupts a wait.
-TEST_P(EndingItself, LeavesNothingBehind) {
+TEST_P(EndingInAHandler, LeavesNothingBehind) {
     NEEDS_THREADS_THAT_VANISH();
     struct sigaction action = {};
     action.sa_handler = [](int) { ThreadDestroy(0, -1, nullptr); };
@@ -447,54 +589,92 @@ TEST_P(EndingItself, LeavesNothingBehind) {
     EXPECT_EQ(0, receivePulseNow(own.chid, pulse).result);
 }
 
-class ForkInAHandler : public testing::TestWithParam<bool> {};
-INSTANTIATE_TEST_SUITE_P(Within, ForkInAHandler, testing::Bool(), [](const auto& isOfThreads) {
-    return std::string(isOfThreads.param ? "CallsOfThreads" : "CallsOfChannels");
-});
-
-// Of a call that holds a lock of the host's, too.
-TEST_P(ForkInAHandler, DoesNotWaitForItsOwnThread) {
+TEST(EndingItself, MayInterruptACallOfThreads) {
     NEEDS_THREADS_THAT_VANISH();
-    static std::atomic<int> forks;
-    forks = 0;
+    struct sigaction action = {};
+    action.sa_handler = [](int) { ThreadDestroy(0, -1, nullptr); };
+    sigaction(SIGUSR1, &action, nullptr);
+    for (int round = 0; round < 300; ++round) {
+        std::atomic<bool> isRunning{false};
+        Doomed thread([&] {
+            forEver([&] {
+                sched_param parameters;
+                SchedGet(0, 0, &parameters);
+                isRunning = true;
+            });
+        });
+        while (!isRunning)
+            std::this_thread::yield();
+        ASSERT_EQ(0, tgkill(getpid(), thread.id(), SIGUSR1));
+        ASSERT_EQ(EOK, thread.join()) << round;
+    }
+}
+
+std::atomic<int> forksOfHandlers{0}, childrenWithoutInput{0};
+
+/// In the thread that gets the signal.
+void forkOnSignal(int signal) {
+    forksOfHandlers = childrenWithoutInput = 0;
     struct sigaction action = {};
     action.sa_handler = [](int) {
         const pid_t child = fork();
         if (child == 0)
-            _exit(0);
-        forks += waitpid(child, nullptr, 0) == child ? 1 : 0;
+            _exit(fcntl(STDIN_FILENO, F_GETFD) == -1 ? 1 : 0);
+        int status = 0;
+        forksOfHandlers += waitpid(child, &status, 0) == child ? 1 : 0;
+        childrenWithoutInput += status != 0 ? 1 : 0;
     };
-    sigaction(SIGUSR1, &action, nullptr);
+    action.sa_flags = SA_RESTART;
+    sigaction(signal, &action, nullptr);
+}
+
+class ForkInAHandlerOf : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(Within, ForkInAHandlerOf, testing::Values("Messages", "Threads", "Channels"),
+                         [](const auto& calls) { return std::string(calls.param); });
+
+// Of a call that holds a lock of the host's, too: it does not wait for its own thread, and the child may exec.
+TEST_P(ForkInAHandlerOf, ComesBack) {
+    NEEDS_THREADS_THAT_VANISH();
+    forkOnSignal(SIGUSR1);
     OwnChannel own;
-    const auto callChannels = [&] {
+    const auto sendPulse = [&] {
         _pulse pulse;
         MsgSendPulse(own.coid, 10, 1, 0);
         MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr);
     };
-    callChannels();  // takes memory; the C library's own fork waits for its heap
-    const bool isOfThreads = GetParam();
+    const std::string calls = GetParam();
+    const std::function<void()> call = [&] {
+        if (calls == "Messages") {
+            sendPulse();
+        } else if (calls == "Threads") {
+            sched_param priority = {};
+            SchedGet(0, getpid(), &priority);
+        } else {
+            ChannelDestroy(ChannelCreate(0));
+        }
+    };
+    call();  // takes memory; the C library's own fork waits for its heap
+    sendPulse();
     std::atomic<bool> mayEnd{false};
     std::thread caller([&] {
-        sched_param priority = {};
-        while (!mayEnd) {
-            if (isOfThreads)
-                SchedGet(0, getpid(), &priority);
-            else
-                callChannels();
-        }
+        while (!mayEnd)
+            call();
     });
-    if (isOfThreads) {
+    if (calls == "Threads") {
         sched_param priority = {};
         priority.sched_priority = 12;
         SchedSet(0, getpid(), SCHED_NOCHANGE, &priority);  // from here on others may have records, too
     }
+    std::mt19937 random(5);
     for (int i = 1; i <= 300; ++i) {
         ASSERT_EQ(0, pthread_kill(caller.native_handle(), SIGUSR1));
-        while (forks < i)
+        while (forksOfHandlers < i)
             std::this_thread::sleep_for(100us);
+        waitForAnyMoment(random);
     }
     mayEnd = true;
     caller.join();
+    EXPECT_EQ(0, childrenWithoutInput);
 }
 
 }  // namespace
