@@ -447,7 +447,7 @@ TEST_F(sampler, RefusesAWrongCommandLine) {
 TEST_F(sampler, CanBeEndedWhileItWaitsForItsConfiguration) {
     const std::string pipe = mFolder / "pipe";
     ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
-    ChildProcess child(std::vector<std::string>{SAMPLER, pipe, mFolder / "out"});
+    ChildProcess child(commandFor(SAMPLER, {pipe, mFolder / "out"}));
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     child.send(SIGTERM);
     const ChildResult& r = child.finish();

@@ -410,8 +410,10 @@ TEST_F(viewer, CountsTheSamplers) {
 TEST_F(viewer, SaysThatTheTableCannotBeWritten) {
     mFolder.write("00000001.rec", blocks(100));
     for (const char* const width : {"60", "400"}) {  // less and more than is written at once
-        const ChildResult r = runProgram(
-            "/bin/sh", {"-c", std::string(VIEWER) + " --width=" + width + " '" + mFolder.path() + "' > /dev/full"});
+        std::string line = "exec >/dev/full";
+        for (const std::string& word : commandFor(VIEWER, {std::string("--width=") + width, mFolder.path()}))
+            line += " '" + word + "'";
+        const ChildResult r = ChildProcess({"/bin/sh", "-c", line}).finish();
         EXPECT_TRUE(r.exitedWith(1)) << r;
         EXPECT_EQ("viewer: cannot write the table: No space left on device\n", r.err);
     }
