@@ -94,16 +94,16 @@ void leaveToOthers(void* waiter) {
 }
 
 /// Sleeps until there is a signal after `last`. 0 or ETIMEDOUT.
-int sleepUntilSignal(_sync* condition, unsigned last, Deadline deadline, Unfinished& waiting) {
-    const Sharing sharing = sharingOf(loadState(condition));
+int sleepUntilSignal(const Waiter& self, unsigned last, Deadline deadline, Unfinished& waiting) {
+    unsigned* const signals = signalsOf(self.condition);
     for (;;) {
-        const Deadline wakeUp = nextLook(deadline, sharing);
-        switch (waiting.during([&] { return futexWait(signalsOf(condition), last, sharing, wakeUp); })) {
+        const Deadline wakeUp = nextLook(deadline, self.sharing);
+        switch (waiting.during([&] { return futexWait(signals, last, self.sharing, wakeUp); })) {
         case EINTR:
             continue;  // a caught signal; whether the condition has one, too, the next sleep finds out
         case ETIMEDOUT:
             // A signal that came with the expiry counts. A look ends the wait as well: the caller sees for itself.
-            return wakeUp.ns == deadline.ns && isLast(condition, last) ? ETIMEDOUT : 0;
+            return wakeUp.ns == deadline.ns && isLast(self.condition, last) ? ETIMEDOUT : 0;
         default:
             return 0;
         }
@@ -136,13 +136,12 @@ bool looksAndSees(Waiter& self, unsigned last, Deadline deadline, Unfinished& wa
 
 /// The wait itself, without the mutex; `refused` when it could not be given up.
 int waitWithout(_sync* mutex, Waiter& self, Deadline deadline, int& refused, Unfinished& waiting) {
-    _sync* const condition = self.condition;
-    const unsigned last = __atomic_load_n(signalsOf(condition), __ATOMIC_ACQUIRE);
-    self.mine = enter(condition);
+    const unsigned last = __atomic_load_n(signalsOf(self.condition), __ATOMIC_ACQUIRE);
+    self.mine = enter(self.condition);
     refused = pthread_mutex_unlock(mutex);
     int result = refused;
     if (refused == 0 && !looksAndSees(self, last, deadline, waiting))
-        result = sleepUntilSignal(condition, last, deadline, waiting);
+        result = sleepUntilSignal(self, last, deadline, waiting);
     countOut(self);
     return result;
 }

@@ -15,8 +15,6 @@ extern __thread volatile sig_atomic_t mustEnd __attribute__((tls_model("initial-
 /// How many EndsLater the thread is in, without those whose wait may be ended.
 extern __thread volatile sig_atomic_t endsLater __attribute__((tls_model("initial-exec")));
 
-/// Takes back what is unfinished, and ends without unwinding and without the C library's part of it.
-[[noreturn]] void endOwnThread();
 /// For a thread that must end: does so if it may here.
 void endIfDue();
 

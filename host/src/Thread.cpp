@@ -103,6 +103,7 @@ void beToldOfTheEnd() {
 }
 
 Thread* findOwn();
+[[noreturn]] void endOwnThread();
 
 // A handler that forks must not wait for the lock that its own thread holds.
 __thread volatile sig_atomic_t isAtTable __attribute__((tls_model("initial-exec"))) = 0;
@@ -396,6 +397,21 @@ void forgetOwnValues() {
             pthread_setspecific(key, nullptr);
 }
 
+/// Takes back what is unfinished, and ends without unwinding and without the C library's part of it.
+void endOwnThread() {
+    const EndsLater forGood;
+    mustEnd = 0;
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    Unfinished::takeAllBack();
+    forgetOwnValues();
+    deleteOwnTimer();
+    noteEnd();
+    for (;;)
+        syscall(SYS_exit, 0);
+}
+
 struct Joining {
     Thread* thread;
     Deadline deadline;
@@ -443,20 +459,6 @@ void Unfinished::takeAllBack() {
 void endIfDue() {
     if (endsLater == 0 && !endsWithChannels())
         endOwnThread();
-}
-
-void endOwnThread() {
-    const EndsLater forGood;
-    mustEnd = 0;
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
-    Unfinished::takeAllBack();
-    forgetOwnValues();
-    deleteOwnTimer();
-    noteEnd();
-    for (;;)
-        syscall(SYS_exit, 0);
 }
 
 int callerPriority() {
