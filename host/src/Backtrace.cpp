@@ -1,5 +1,7 @@
 #include <backtrace.h>
 
+#include "FutexLock.h"
+#include "SignalsBlocked.h"
 #include "ThreadState.h"
 #include "Unsupported.h"
 
@@ -44,24 +46,48 @@ _Unwind_Reason_Code store(_Unwind_Context* frame, void* argument) {
 
 // The linker's lock over its list of objects, which older unwinders take as well, stays locked in a child that is
 // forked during another thread's walk, and nothing can unlock it there. So a fork waits for the walk.
-pthread_mutex_t sWalk = PTHREAD_MUTEX_INITIALIZER;
+FutexLock sWalk;
 
-// And signals wait for it: a handler that walks as well would wait for its own thread, here or in the linker.
-sigset_t sMaskBefore;  // of the thread that holds sWalk
+/// Around a walk. Signals wait for its end: a handler that walks as well would wait for its own thread, here or in the
+/// linker. The walk waits for a fork, but not for ever: that may wait for what the caller was interrupted in, the heap
+/// for one.
+class WalkGuard {
+public:
+    WalkGuard() : mHasLock(sWalk.lock({nowNs(CLOCK_MONOTONIC) + kNsPerSecond})) {}
+    ~WalkGuard() {
+        if (mHasLock)
+            sWalk.unlock();
+    }
+    WalkGuard(const WalkGuard&) = delete;
+    WalkGuard& operator=(const WalkGuard&) = delete;
 
-void enterWalk() {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    pthread_mutex_lock(&sWalk);
+private:
+    const SignalsBlocked mSignals;
+    const bool mHasLock;
+};
+
+sigset_t sMaskBefore;  // of the thread that forks
+
+void lockBeforeFork() {
+    const sigset_t before = blockSignals();
+    sWalk.lock();
     sMaskBefore = before;
 }
 
-void leaveWalk() {
+void unlockAfterFork() {
     const sigset_t before = sMaskBefore;
-    pthread_mutex_unlock(&sWalk);
+    sWalk.unlock();
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+// Before the others of the host register theirs: a fork waits for their locks first and has this one for a moment only.
+__attribute__((constructor(101))) void prepareForFork() {
+    pthread_atfork(lockBeforeFork, unlockAfterFork, nullptr);
+}
+
+// And after them: in a child, the first handler of a signal finds all of the host in order.
+__attribute__((constructor(103))) void prepareForChild() {
+    pthread_atfork(nullptr, nullptr, unlockAfterFork);
 }
 
 bool isRefused(const bt_accessor_t* accessor) {
@@ -114,9 +140,8 @@ __attribute__((noinline)) int bt_get_backtrace(bt_accessor_t* accessor, bt_addr_
     if (isRefused(accessor) || addresses == nullptr || length < 0)
         return failed(EINVAL);
     Walk walk = {addresses, length, 0};
-    enterWalk();
+    const WalkGuard guard;
     _Unwind_Backtrace(store, &walk);
-    leaveWalk();
     return walk.seen > 0 ? walk.seen - 1 : 0;
 }
 
@@ -125,9 +150,8 @@ int bt_load_memmap(bt_accessor_t* accessor, bt_memmap_t* map) {
     if (isRefused(accessor) || map == nullptr)
         return failed(EINVAL);
     map->count = 0;
-    enterWalk();
+    const WalkGuard guard;
     dl_iterate_phdr(addObject, map);
-    leaveWalk();
     return 0;
 }
 
@@ -167,7 +191,6 @@ namespace {
 
 // The first walk of a process is the one that may load and allocate. Later ones come from where neither is possible.
 __attribute__((constructor)) void walkOnce() {
-    pthread_atfork(enterWalk, leaveWalk, leaveWalk);
     bt_addr_t address;
     bt_get_backtrace(&bt_acc_self, &address, 1);
 }

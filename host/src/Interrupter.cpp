@@ -1,5 +1,7 @@
 #include "Interrupter.h"
 
+#include "SignalsBlocked.h"
+
 #include <limits.h>
 #include <pthread.h>
 #include <signal.h>
@@ -35,10 +37,7 @@ __attribute__((constructor(101))) void prepare() {
 }
 
 bool makeOwnTimer() {
-    // A handler that needs the timer meanwhile would make another.
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const SignalsBlocked whileMade;  // a handler that needs the timer meanwhile would make another
     struct sigaction action = {};
     action.sa_handler = [](int) {};
     sigaction(signalNumber(), &action, nullptr);
@@ -49,7 +48,6 @@ bool makeOwnTimer() {
     own.isThere = timer_create(CLOCK_MONOTONIC, &event, &own.id) == 0;
     if (own.isThere)
         pthread_setspecific(endOfThread, &own);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return own.isThere;
 }
 
@@ -98,6 +96,7 @@ Interrupter::~Interrupter() {
 void deleteOwnTimer() {
     if (!own.isThere)
         return;
+    const SignalsBlocked untilDeleted;  // a thread that ends in between would leave it
     const timer_t timer = own.id;
     forgetOwnTimer();
     timer_delete(timer);

@@ -40,6 +40,7 @@ bool leave(LocalSender& sender, int error) {
     if (message->state == Message::State::REPLIED)
         return false;
     if (isReceived && (message->channel->flags & _NTO_CHF_UNBLOCK) != 0) {
+        message->error = error;  // for the case that nobody receives it after all
         if (!message->isUnblockAsked)
             askForRelease(message);
         return false;
@@ -336,6 +337,10 @@ void leaveToOthers(Channel* channel) {
 
 /// A message that nobody has got after all. Its sender wakes, if it sleeps: another time-out may be its limit now.
 void queueAgain(Message* message) {
+    if (message->isUnblockAsked) {  // it waits for nothing but its release
+        finishMessage(message, -1, message->error).wake();
+        return;
+    }
     unsigned* const word = &message->sender->word;
     __atomic_fetch_and(word, ~unsigned(LocalSender::RECEIVED | LocalSender::ASLEEP), __ATOMIC_ACQ_REL);
     futexWake(word, 1, Sharing::PRIVATE);
@@ -390,6 +395,8 @@ int lookInside(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_in
             return 0;
         guard.unlock();
     }
+    if (mustEnd != 0)
+        looking.during([] {});  // ends, and leaves to others what it was handed
     const iovec bytes = {self.bytes, static_cast<size_t>(self.info.srcmsglen)};
     const Parts sent = self.lender != nullptr ? self.lent.get() : Parts{&bytes, 1, bytes.iov_len};
     self.info.msglen = static_cast<int32_t>(copyParts(into, 0, sent, 0));
@@ -518,6 +525,10 @@ int receiveFrom(ChannelGuard& guard, Channel* channel, const Parts& into, _msg_i
     for (int ended = 0;;) {
         if (channel->isDestroyed)
             return -ESRCH;
+        if (hasWaited && mustEnd != 0) {  // what it took would end with it
+            callAllReceivers(channel);
+            return -EINTR;
+        }
         update(channel);
         QueueEntry* const entry = nextFor(channel, pulsesOnly);
         if (hasWaited)

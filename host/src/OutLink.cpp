@@ -55,6 +55,10 @@ int takeLane(ChannelGuard& guard, OutLink* link, size_t room, Deadline deadline,
         error = deadline.isImmediate() ? ETIMEDOUT : waiting.during(wait);
         guard.lock();
         --link->laneWaiters;
+        if (mustEnd != 0) {  // what it sent would be carried out for nobody
+            error = EINTR;
+            return -1;
+        }
         if (error == EAGAIN)
             error = 0;
     }

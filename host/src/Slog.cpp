@@ -71,7 +71,8 @@ int sendTo(const char* path, iovec* parts, size_t partCount, Deadline armed) {
     const ErrnoKeeper keeper;
     int opened = -1;
     Unfinished sending([](void* descriptor) { close(*static_cast<int*>(descriptor)); }, &opened);
-    const Descriptor socket(opened = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    opened = socket.get();
     if (socket.isOpen() && (sendmsg(socket.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0 ||
                             (errno == EAGAIN && sendPatiently(socket.get(), message, armed, sending))))
         return 0;

@@ -4,8 +4,9 @@
 #include "Descriptor.h"
 #include "Ending.h"
 #include "ErrnoKeeper.h"
-#include "Futex.h"
+#include "FutexLock.h"
 #include "Interrupter.h"
+#include "SignalsBlocked.h"
 #include "ThreadState.h"
 #include "Watcher.h"
 
@@ -42,7 +43,8 @@ struct Thread {
     pthread_t handle;
     void* (*function)(void*);
     void* argument;
-    void* status;  // what ThreadDestroy left, valid when `isDestroyed`
+    sigset_t signalMask;  // for its function
+    void* status;         // what ThreadDestroy left, valid when `isDestroyed`
     bool isDestroyed;
     bool isReady;    // runs, and can take the signal that ends it
     bool isForeign;  // not started by ThreadCreate
@@ -56,7 +58,7 @@ struct Thread {
 };
 
 Thread* firstThread = nullptr;  // guarded by the lock below
-unsigned tableLock = 0;         // 0 free, 1 held, 2 held and waited for
+FutexLock tableLock;
 
 bool anyoneForeign = false;  // a record was made for a thread that ThreadCreate did not start
 
@@ -113,15 +115,10 @@ public:
     TableGuard() : mWasAtTable(isAtTable) {
         isAtTable = 1;
         __atomic_signal_fence(__ATOMIC_SEQ_CST);
-        unsigned state = 0;
-        if (__atomic_compare_exchange_n(&tableLock, &state, 1u, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED))
-            return;
-        while (__atomic_exchange_n(&tableLock, 2u, __ATOMIC_ACQUIRE) != 0)
-            futexWait(&tableLock, 2, Sharing::PRIVATE, Deadline::never());
+        tableLock.lock();
     }
     ~TableGuard() {
-        if (__atomic_exchange_n(&tableLock, 0u, __ATOMIC_RELEASE) == 2)
-            futexWake(&tableLock, 1, Sharing::PRIVATE);
+        tableLock.unlock();
         __atomic_signal_fence(__ATOMIC_SEQ_CST);
         isAtTable = mWasAtTable;
     }
@@ -158,7 +155,7 @@ void findOwnBeforeFork() {
 void forgetOthersInChild() {
     mustEnd = 0;
     beToldOfTheEnd();
-    tableLock = 0;
+    tableLock.forget();
     firstThread = ownThread;
     if (ownThread == nullptr)
         return;
@@ -192,13 +189,6 @@ void prepare() {
 __attribute__((constructor(102))) void prepareAtLoad() {
     prepare();
     beToldOfTheEnd();
-}
-
-void unblockEndingSignal() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, endingSignal());
-    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 // The following need the lock.
@@ -308,8 +298,8 @@ void* runThread(void* argument) {
     store(self->handle, handle);
     learnThreadId(static_cast<unsigned>(idOf(*self, handle)));
     store(self->id, static_cast<int>(threadId()));
-    unblockEndingSignal();
     beToldOfTheEnd();
+    pthread_sigmask(SIG_SETMASK, &self->signalMask, nullptr);
     __atomic_store_n(&self->isReady, true, __ATOMIC_SEQ_CST);
     if (__atomic_load_n(&self->isDestroyed, __ATOMIC_SEQ_CST))
         endOwnThread();
@@ -327,6 +317,13 @@ int start(Thread* thread, size_t stackSize) {
     const size_t wanted = stackSize < kSmallestStack ? kSmallestStack : stackSize;
     result = wanted > SIZE_MAX - kStackOverhead ? EAGAIN
                                                 : pthread_attr_setstacksize(&attributes, wanted + kStackOverhead);
+    // A handler that runs in the thread, and may end it, is to find that the thread knows its record.
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, nullptr, &thread->signalMask);
+    sigdelset(&thread->signalMask, endingSignal());
+    if (result == 0)
+        result = pthread_attr_setsigmask_np(&attributes, &all);
     pthread_t handle;
     if (result == 0)
         result = pthread_create(&handle, &attributes, runThread, thread);
@@ -401,9 +398,7 @@ void forgetOwnValues() {
 void endOwnThread() {
     const EndsLater forGood;
     mustEnd = 0;
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    blockSignals();
     Unfinished::takeAllBack();
     forgetOwnValues();
     deleteOwnTimer();
@@ -429,7 +424,7 @@ void stopJoining(void* what) {
 /// The calling thread. Without the lock, which a handler that calls this may have interrupted its thread in.
 void endAsTold(void* status) {
     if (ownThread != nullptr && !isOwnForeign) {
-        ownThread->status = status;
+        store(ownThread->status, status);
         __atomic_store_n(&ownThread->isDestroyed, true, __ATOMIC_SEQ_CST);
     }
     mustEnd = 1;
@@ -565,13 +560,14 @@ int ThreadDestroy(int tid, int, void* status) {
         if (const int error = findRunning(0, tid, record); error != EOK)
             return result(error);
         if (record != nullptr && !record->isForeign) {
-            record->status = status;
+            store(record->status, status);
             __atomic_store_n(&record->isDestroyed, true, __ATOMIC_SEQ_CST);
             if (!__atomic_load_n(&record->isReady, __ATOMIC_SEQ_CST))
                 return 0;  // it looks when it is ready
         }
     }
     const ErrnoKeeper keeper;
+    const EndsLater untilInstalled;  // else nobody would ever get past it
     pthread_once(&endingSignalOnce, installEndingSignal);
     sendSignal(tid, endingSignal());  // a thread that has ended by itself meanwhile is as good
     return 0;

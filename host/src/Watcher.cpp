@@ -2,6 +2,7 @@
 
 #include "Descriptor.h"
 #include "Look.h"
+#include "SignalsBlocked.h"
 
 #include <errno.h>
 #include <limits.h>
@@ -135,14 +136,11 @@ bool startThread(int queue) {
     if (pthread_attr_init(&small) != 0)
         return false;
     pthread_attr_setstacksize(&small, kStack);
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
     pthread_t thread;
     void* const argument = reinterpret_cast<void*>(intptr_t(queue));
+    const SignalsBlocked inTheThread;
     const bool isThere =
         pthread_create(&thread, &small, run, argument) == 0 || pthread_create(&thread, nullptr, run, argument) == 0;
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     pthread_attr_destroy(&small);
     if (isThere)
         pthread_detach(thread);

@@ -2,10 +2,11 @@
 // without heap and descriptors.
 #include <backtrace.h>
 
-#include "Hostile.h"
+#include "MessageTesting.h"
 #include "SignalStorm.h"
 
 #include "support/ChildProcess.h"
+#include "support/Forker.h"
 
 #include <algorithm>
 #include <atomic>
@@ -328,6 +329,47 @@ TEST_F(MemoryMap, PrintsAForgedCountWithoutReadingOn) {
     mMap.count = -1;
     EXPECT_EQ(0, bt_sprn_memmap(&mMap, text.data(), text.size()));
     EXPECT_STREQ("", text.c_str());
+}
+
+// A thread that forks waits with its locks for what this handler has interrupted.
+TEST(Backtrace, InAHandlerComesBackWhileAnotherThreadForks) {
+    if (kIsSanitized)
+        GTEST_SKIP() << "a sanitizer's own locks wait for each other";
+    static std::atomic<int> walks;
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        bt_addr_t addresses[20];
+        bt_get_backtrace(&bt_acc_self, addresses, 20);
+        ++walks;
+    };
+    sigaction(SIGUSR1, &action, nullptr);
+    OwnChannel own;
+    const std::function<void()> calls[] = {[&] {
+                                               _pulse pulse;
+                                               MsgSendPulse(own.coid, 10, 1, 0);
+                                               MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr);
+                                           },
+                                           [] {
+                                               void* const volatile memory = std::malloc(3000);
+                                               std::free(memory);
+                                           }};
+    const support::Forker forker;
+    for (const auto& call : calls) {
+        walks = 0;
+        std::atomic<bool> isOver{false};
+        std::thread caller([&] {
+            while (!isOver)
+                call();
+        });
+        const int times = &call == calls ? 200 : 5;  // the heap's lock lets it wait for a second
+        for (int i = 1; i <= times; ++i) {
+            ASSERT_EQ(0, pthread_kill(caller.native_handle(), SIGUSR1));
+            while (walks < i)
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+        isOver = true;
+        caller.join();
+    }
 }
 
 TEST(Backtrace, NeedsNeitherHeapNorDescriptors) {

@@ -3,6 +3,7 @@
 #include "MessageTesting.h"
 #include "OnProcessor.h"
 
+#include "support/Forker.h"
 #include "support/Sanitizers.h"
 #include "support/TemporaryFolder.h"
 
@@ -12,6 +13,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <random>
+#include <semaphore.h>
 #include <sys/resource.h>
 #include <sys/slog.h>
 #include <sys/socket.h>
@@ -345,6 +347,121 @@ TEST(EndingReceiver, LeavesAMessageThatItWasHandedToTheNext) {
     }
 }
 
+// A request for nobody: ThreadDestroy has come back before it is sent.
+TEST(EndingReceiver, TakesNothingThatIsSentAfterIt) {
+    NEEDS_THREADS_THAT_VANISH();
+    static std::atomic<bool> isHeld, mayGoOn;
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        isHeld = true;
+        while (!mayGoOn)
+            usleep(50);
+        isHeld = false;
+    };
+    sigaction(SIGUSR1, &action, nullptr);  // holds up one that maybe holds the lock of the channels
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR2, &action, nullptr);
+    OwnChannel own, other;
+    std::atomic<bool> isOver{false};
+    std::thread busy([&] {
+        const OnProcessor there(1);
+        for (_pulse pulse; !isOver;) {
+            MsgSendPulse(other.coid, 10, 1, 0);
+            MsgReceivePulse(other.chid, &pulse, sizeof pulse, nullptr);
+        }
+    });
+    const auto serve = [&] {
+        const OnProcessor here(0);
+        forEver([&] {
+            const int id = MsgReceive(own.chid, nullptr, 0, nullptr);
+            if (id > 0)
+                MsgReply(id, 0, nullptr, 0);
+        });
+    };
+    int rounds = 0;
+    for (int tries = 0; tries < 500 && rounds < 20; ++tries) {
+        isHeld = mayGoOn = false;
+        Doomed server(serve);
+        std::this_thread::sleep_for(1ms);
+        ASSERT_EQ(0, pthread_kill(busy.native_handle(), SIGUSR1));
+        while (!isHeld)
+            std::this_thread::sleep_for(20us);
+        tgkill(getpid(), server.id(), SIGUSR2);  // its wait is over, and it takes the lock, if that is free
+        std::this_thread::sleep_for(2ms);
+        server.destroy();
+        std::this_thread::sleep_for(2ms);
+        const bool waitsForTheLock = tgkill(getpid(), server.id(), 0) == 0;
+        mayGoOn = true;
+        if (waitsForTheLock) {
+            ++rounds;
+            auto sent = std::async(std::launch::async, [&] {
+                armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, 20 * host::kNsPerSecond);
+                return sendNothing(own.coid);
+            });
+            std::this_thread::sleep_for(5ms);
+            Doomed successor(serve);
+            EXPECT_EQ((Outcome{0, 0}), sent.get()) << "a successor receives";
+        }
+        ASSERT_EQ(EOK, server.join());
+        while (isHeld)
+            std::this_thread::sleep_for(20us);
+    }
+    isOver = true;
+    busy.join();
+    EXPECT_GT(rounds, 0);
+}
+
+// Of a message that was handed over, and not received, a sender that has asked for its release gets that.
+TEST(EndingReceiver, ReleasesASenderThatHasAskedForIt) {
+    NEEDS_THREADS_THAT_VANISH();
+    static std::atomic<bool> isHeld, mayGoOn;
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        isHeld = true;
+        while (!mayGoOn)
+            usleep(50);
+        isHeld = false;
+    };
+    sigaction(SIGUSR1, &action, nullptr);
+    OwnChannel own(_NTO_CHF_UNBLOCK);
+    for (int round = 0; round < 10; ++round) {
+        isHeld = mayGoOn = false;
+        Doomed server([&] {
+            const OnProcessor there(0);
+            forEver([&] {
+                const int id = MsgReceive(own.chid, nullptr, 0, nullptr);
+                if (id > 0)
+                    MsgReply(id, 0, nullptr, 0);
+            });
+        });
+        const OnProcessor here(1);
+        for (int i = 0; i < 40; ++i)
+            sendNothing(own.coid);  // so that it looks
+        ASSERT_EQ(0, tgkill(getpid(), server.id(), SIGUSR1));
+        while (!isHeld) {
+        }
+        std::atomic<bool> isBack{false};
+        std::thread client([&] {
+            armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, 20 * kMs);
+            const Outcome outcome = sendNothing(own.coid);
+            EXPECT_TRUE(outcome == kTimedOut || outcome == (Outcome{0, 0})) << outcome;
+            isBack = true;
+        });
+        std::this_thread::sleep_for(60ms);
+        server.destroy();
+        mayGoOn = true;
+        EXPECT_EQ(EOK, server.join());
+        for (int i = 0; i < 2000 && !isBack; ++i)
+            std::this_thread::sleep_for(1ms);
+        EXPECT_TRUE(isBack) << "it has a time-out, and nobody has received its message";
+        while (!isBack)
+            receiveNow(own.chid);
+        client.join();
+        for (_pulse pulse; receivePulseNow(own.chid, pulse).result == 0;) {
+        }
+    }
+}
+
 TEST(EndingSender, OfPulsesHasCalledTheReceiver) {
     NEEDS_THREADS_THAT_VANISH();
     const Elsewhere elsewhere;
@@ -483,6 +600,35 @@ TEST(EndingThread, LeavesASignalOfAConditionToTheNext) {
     }
 }
 
+TEST(EndingThread, LeavesAPostOfASemaphoreToTheNext) {
+    NEEDS_THREADS_THAT_VANISH();
+    const OnProcessor one(0);
+    for (int round = 0; round < 20; ++round) {
+        sem_t semaphore;
+        sem_init(&semaphore, 0, 0);
+        std::atomic<bool> hasFirst{false};
+        const auto wait = [&] {
+            timespec deadline;
+            clock_gettime(CLOCK_MONOTONIC, &deadline);
+            deadline.tv_sec += 3600;
+            EXPECT_EQ(0, sem_timedwait_monotonic(&semaphore, &deadline));
+        };
+        Doomed first([&] {
+            wait();
+            hasFirst = true;
+        });
+        waitUntilOthersSleep();
+        Doomed second(wait);
+        waitUntilOthersSleep();
+        sem_post(&semaphore);
+        ThreadDestroy(first.id(), -1, nullptr);
+        EXPECT_EQ(EOK, first.join());
+        if (hasFirst)
+            break;  // as above
+        ASSERT_EQ(EOK, second.join()) << round;
+    }
+}
+
 TEST(EndingThread, LeavesAThreadThatItJoinsWithinATimeToOthers) {
     NEEDS_THREADS_THAT_VANISH();
     std::atomic<bool> mayEnd{false};
@@ -503,22 +649,32 @@ TEST(EndingThread, LeavesAThreadThatItJoinsWithinATimeToOthers) {
     EXPECT_EQ(EOK, target.join());
 }
 
+/// The log's other end, which nobody reads: it is full soon.
+class FullLogger {
+public:
+    FullLogger() {
+        const std::string path = mFolder.path() + "/logger";
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        EXPECT_LT(path.size(), sizeof address.sun_path);
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(0, bind(mQueue.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
+        setenv("NTO_SLOG", path.c_str(), 1);
+    }
+
+private:
+    const support::TemporaryFolder mFolder;
+    const host::Descriptor mQueue{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+};
+
+std::ptrdiff_t countDescriptors() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+}
+
 TEST(EndingThread, LeavesNoDescriptorsOfLogCalls) {
     NEEDS_THREADS_THAT_VANISH();
-    const support::TemporaryFolder folder;
-    const std::string logger = folder.path() + "/logger";
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    ASSERT_LT(logger.size(), sizeof address.sun_path);
-    logger.copy(address.sun_path, logger.size());
-    const host::Descriptor queue(
-        socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));  // nobody reads, and it is full soon
-    ASSERT_EQ(0, bind(queue.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
-    setenv("NTO_SLOG", logger.c_str(), 1);
-    const auto countDescriptors = [] {
-        const std::filesystem::directory_iterator all("/proc/self/fd");
-        return std::distance(begin(all), end(all));
-    };
+    const FullLogger logger;
     const auto before = countDescriptors();
     std::mt19937 random(4);
     for (int round = 0; round < 100; ++round) {
@@ -527,6 +683,27 @@ TEST(EndingThread, LeavesNoDescriptorsOfLogCalls) {
         thread.end();
     }
     EXPECT_EQ(before, countDescriptors());
+}
+
+// Nor takes it one of another thread's, where the C library gave it a number below 3.
+TEST(EndingThread, ClosesItsOwnDescriptorInALogCall) {
+    NEEDS_THREADS_THAT_VANISH();
+    const FullLogger logger;
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    const auto before = countDescriptors();
+    for (int round = 0; round < 3; ++round) {
+        Doomed thread([] { forEver([] { slogb(1, _SLOG_INFO, nullptr, 0); }); });
+        waitUntilOthersSleep();
+        const int mine = open("/dev/null", O_RDONLY);
+        EXPECT_EQ(STDIN_FILENO, mine);
+        thread.end();
+        EXPECT_NE(-1, fcntl(mine, F_GETFD));
+        close(mine);
+    }
+    EXPECT_EQ(before, countDescriptors());
+    dup2(input, STDIN_FILENO);
+    close(input);
 }
 
 pthread_key_t valueKey;
@@ -610,6 +787,31 @@ TEST(EndingItself, MayInterruptACallOfThreads) {
     }
 }
 
+// Before its function begins, too, where the signal was there before.
+TEST(EndingItself, LeavesItsStatusToItsJoiner) {
+    NEEDS_THREADS_THAT_VANISH();
+    static char status;
+    struct sigaction action = {};
+    action.sa_handler = [](int) { ThreadDestroy(0, -1, &status); };
+    sigaction(SIGUSR1, &action, nullptr);
+    const OnProcessor one(0);
+    for (int round = 0; round < 20; ++round) {
+        const int id = ThreadCreate(
+            0,
+            [](void*) -> void* {
+                for (;;)
+                    pause();
+            },
+            nullptr, nullptr);
+        ASSERT_EQ(0, tgkill(getpid(), id, SIGUSR1));
+        std::this_thread::sleep_for(1ms);
+        void* found = nullptr;
+        armFor(_NTO_TIMEOUT_JOIN, 60 * host::kNsPerSecond);
+        ASSERT_EQ(EOK, ThreadJoin_r(id, &found)) << round;
+        EXPECT_EQ(&status, found);
+    }
+}
+
 std::atomic<int> forksOfHandlers{0}, childrenWithoutInput{0};
 
 /// In the thread that gets the signal.
@@ -632,9 +834,7 @@ class ForkInAHandlerOf : public testing::TestWithParam<const char*> {};
 INSTANTIATE_TEST_SUITE_P(Within, ForkInAHandlerOf, testing::Values("Messages", "Threads", "Channels"),
                          [](const auto& calls) { return std::string(calls.param); });
 
-// Of a call that holds a lock of the host's, too: it does not wait for its own thread, and the child may exec.
-TEST_P(ForkInAHandlerOf, ComesBack) {
-    NEEDS_THREADS_THAT_VANISH();
+void forkInHandlersOf(const std::string& calls, int times) {
     forkOnSignal(SIGUSR1);
     OwnChannel own;
     const auto sendPulse = [&] {
@@ -642,7 +842,6 @@ TEST_P(ForkInAHandlerOf, ComesBack) {
         MsgSendPulse(own.coid, 10, 1, 0);
         MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr);
     };
-    const std::string calls = GetParam();
     const std::function<void()> call = [&] {
         if (calls == "Messages") {
             sendPulse();
@@ -666,7 +865,7 @@ TEST_P(ForkInAHandlerOf, ComesBack) {
         SchedSet(0, getpid(), SCHED_NOCHANGE, &priority);  // from here on others may have records, too
     }
     std::mt19937 random(5);
-    for (int i = 1; i <= 300; ++i) {
+    for (int i = 1; i <= times; ++i) {
         ASSERT_EQ(0, pthread_kill(caller.native_handle(), SIGUSR1));
         while (forksOfHandlers < i)
             std::this_thread::sleep_for(100us);
@@ -675,6 +874,18 @@ TEST_P(ForkInAHandlerOf, ComesBack) {
     mayEnd = true;
     caller.join();
     EXPECT_EQ(0, childrenWithoutInput);
+}
+
+// Of a call that holds a lock of the host's, too: it does not wait for its own thread, and the child may exec.
+TEST_P(ForkInAHandlerOf, ComesBack) {
+    NEEDS_THREADS_THAT_VANISH();
+    forkInHandlersOf(GetParam(), 300);
+}
+
+TEST_P(ForkInAHandlerOf, ComesBackWhileAnotherThreadForks) {
+    NEEDS_THREADS_THAT_VANISH();
+    const support::Forker forker;
+    forkInHandlersOf(GetParam(), 100);
 }
 
 }  // namespace
