@@ -11,8 +11,10 @@ if(MARLIX_COVERAGE)
     link_libraries($<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,OBJECT_LIBRARY>>:$<TARGET_OBJECTS:marlix_coverage_flush>>)
 endif()
 
-# marlix_count(<source>...): counts what these sources of a test compile of the library, too.
-function(marlix_count)
+# marlix_parts(<source>...): these sources of a test compile parts of the library. They do so alone, and what of it runs
+# is counted.
+function(marlix_parts)
+    set_property(SOURCE ${ARGN} PROPERTY SKIP_UNITY_BUILD_INCLUSION ON)
     if(MARLIX_COVERAGE)
         set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_OPTIONS ${MARLIX_COUNT_OPTIONS})
         set_property(SOURCE ${ARGN} PROPERTY SKIP_PRECOMPILE_HEADERS ON)

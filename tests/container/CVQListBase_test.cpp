@@ -29,8 +29,8 @@ struct Node : CVQListNodeBase {
 };
 
 /// A list of nodes numbered from `first` on.
-struct List {
-    List(int first, int count) {
+struct NodeList {
+    NodeList(int first, int count) {
         for (int i = 0; i < count; ++i) {
             mNodes.push_back(std::make_unique<Node>(first + i));
             mNodes.back()->hook(&mEnd);
@@ -77,7 +77,7 @@ TEST(CVQListBase, HookBeforeTheEndAppendsAndBeforeTheFirstPrepends) {
 }
 
 TEST(CVQListBase, UnhookJoinsTheNeighboursAndLeavesItsOwnLinks) {
-    List list(1, 3);
+    NodeList list(1, 3);
     list[1]->unhook();
     EXPECT_THAT(numbersOf(list.mEnd), ElementsAre(1, 3));
     EXPECT_EQ(list[0], list[1]->mPrevious);
@@ -108,7 +108,7 @@ TEST(CVQListBase, DestroyingAListLeavesNullInItsLinks) {
 }
 
 TEST(CVQListBase, TransferMovesARangeFromAnotherList) {
-    List from(1, 5), to(11, 2);
+    NodeList from(1, 5), to(11, 2);
     to[1]->transfer(from[1], from[3]);
     EXPECT_THAT(numbersOf(to.mEnd), ElementsAre(11, 2, 3, 12));
     EXPECT_THAT(numbersOf(from.mEnd), ElementsAre(1, 4, 5));
@@ -118,7 +118,7 @@ TEST(CVQListBase, TransferMovesARangeFromAnotherList) {
 }
 
 TEST(CVQListBase, TransferMovesARangeWithinAList) {
-    List list(1, 5);
+    NodeList list(1, 5);
     list[0]->transfer(list[2], list[4]);
     EXPECT_THAT(numbersOf(list.mEnd), ElementsAre(3, 4, 1, 2, 5));
     list.mEnd.transfer(list[2], list[0]);
@@ -126,7 +126,7 @@ TEST(CVQListBase, TransferMovesARangeWithinAList) {
 }
 
 TEST(CVQListBase, TransferOfAnEmptyRangeChangesNothing) {
-    List from(1, 2), to(11, 2);
+    NodeList from(1, 2), to(11, 2);
     for (CVQListNodeBase* at : {static_cast<CVQListNodeBase*>(from[0]), static_cast<CVQListNodeBase*>(from[1]),
                                 static_cast<CVQListNodeBase*>(&from.mEnd)}) {
         to[0]->transfer(at, at);
@@ -138,7 +138,7 @@ TEST(CVQListBase, TransferOfAnEmptyRangeChangesNothing) {
 }
 
 TEST(CVQListBase, TransferToWhereTheRangeIsChangesNothing) {
-    List list(1, 4);
+    NodeList list(1, 4);
     list[3]->transfer(list[1], list[3]);  // before its own end
     EXPECT_THAT(numbersOf(list.mEnd), ElementsAre(1, 2, 3, 4));
     list[1]->transfer(list[1], list[3]);  // before its own first
@@ -147,7 +147,7 @@ TEST(CVQListBase, TransferToWhereTheRangeIsChangesNothing) {
 
 TEST(CVQListBase, ReverseTurnsTheListRound) {
     for (const int count : {0, 1, 2, 5}) {
-        List list(1, count);
+        NodeList list(1, count);
         std::vector<int> expected = numbersOf(list.mEnd);
         list.mEnd.reverse();
         EXPECT_EQ(std::vector<int>(expected.rbegin(), expected.rend()), numbersOf(list.mEnd));
@@ -159,7 +159,7 @@ TEST(CVQListBase, SwapExchangesTheElementsOfAnyTwoLists) {
     for (const int countA : {0, 1, 3}) {
         for (const int countB : {0, 1, 3}) {
             SCOPED_TRACE(testing::Message() << countA << ", " << countB);
-            List a(1, countA), b(11, countB);
+            NodeList a(1, countA), b(11, countB);
             const std::vector<int> ofA = numbersOf(a.mEnd);
             const std::vector<int> ofB = numbersOf(b.mEnd);
             CVQListNodeBase::swap(a.mEnd, b.mEnd);
@@ -173,7 +173,7 @@ TEST(CVQListBase, SwapExchangesTheElementsOfAnyTwoLists) {
 
 TEST(CVQListBase, SwapOfAListWithItselfChangesNothing) {
     for (const int count : {0, 1, 3}) {
-        List list(1, count);
+        NodeList list(1, count);
         const std::vector<int> before = numbersOf(list.mEnd);
         CVQListNodeBase::swap(list.mEnd, list.mEnd);
         EXPECT_EQ(before, numbersOf(list.mEnd));
@@ -182,7 +182,7 @@ TEST(CVQListBase, SwapOfAListWithItselfChangesNothing) {
 
 TEST(CVQListBase, CheckNodeReportsTheEndPositionAndNull) {
     Reports reports;
-    List list(1, 2);
+    NodeList list(1, 2);
     EXPECT_FALSE(list.mEnd.checkNode(&list.mEnd, 5));
     EXPECT_FALSE(list.mEnd.checkNode(nullptr, 6));
     EXPECT_THAT(reports.take(), ElementsAre(assertion("TVQList", 5, "Invalid iterator position"),

@@ -23,11 +23,11 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-using Counts = TVQHashMap<int>;
-static_assert(std::is_nothrow_move_constructible_v<Counts> && std::is_nothrow_move_assignable_v<Counts> &&
-              std::is_nothrow_default_constructible_v<Counts>);
-static_assert(std::is_convertible_v<Counts::iterator, Counts::const_iterator> &&
-              !std::is_convertible_v<Counts::const_iterator, Counts::iterator>);
+using IntMap = TVQHashMap<int>;
+static_assert(std::is_nothrow_move_constructible_v<IntMap> && std::is_nothrow_move_assignable_v<IntMap> &&
+              std::is_nothrow_default_constructible_v<IntMap>);
+static_assert(std::is_convertible_v<IntMap::iterator, IntMap::const_iterator> &&
+              !std::is_convertible_v<IntMap::const_iterator, IntMap::iterator>);
 
 template <class V>
 std::vector<std::pair<unsigned, V>> pairsOf(const TVQHashMap<V>& map) {
@@ -38,7 +38,7 @@ std::vector<std::pair<unsigned, V>> pairsOf(const TVQHashMap<V>& map) {
 }
 
 TEST(TVQHashMap, CreatesAndFinds) {
-    Counts counts;
+    IntMap counts;
     EXPECT_TRUE(counts.isEmpty());
     EXPECT_EQ(0u, counts.capacity());
     EXPECT_EQ(nullptr, counts.find(3));
@@ -49,7 +49,7 @@ TEST(TVQHashMap, CreatesAndFinds) {
     counts[4] = 40;
     EXPECT_EQ(1, *counts.find(3));
     *counts.find(3) = 30;
-    const Counts& constant = counts;
+    const IntMap& constant = counts;
     EXPECT_EQ(30, *constant.find(3));
     EXPECT_EQ(nullptr, constant.find(5));
     EXPECT_EQ(2u, counts.size());

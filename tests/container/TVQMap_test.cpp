@@ -21,8 +21,8 @@ using testing::IsEmpty;
 
 template <class T>
 class TVQMapTest : public testing::Test {};
-using Kinds = testing::Types<CRooted, COwner>;
-TYPED_TEST_SUITE(TVQMapTest, Kinds);
+using MapKinds = testing::Types<CRooted, COwner>;
+TYPED_TEST_SUITE(TVQMapTest, MapKinds);
 
 TYPED_TEST(TVQMapTest, AgreesWithAStandardMap) {
     const int before = TypeParam::alive();

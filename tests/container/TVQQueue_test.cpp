@@ -27,8 +27,8 @@ std::deque<int> valuesOf(const TVQQueue<T>& queue) {
 
 template <class T>
 class TVQQueueTest : public testing::Test {};
-using Kinds = testing::Types<CRooted, COwner>;
-TYPED_TEST_SUITE(TVQQueueTest, Kinds);
+using QueueKinds = testing::Types<CRooted, COwner>;
+TYPED_TEST_SUITE(TVQQueueTest, QueueKinds);
 
 TYPED_TEST(TVQQueueTest, AgreesWithAStandardDequeOverRandomOperations) {
     const int before = TypeParam::alive();

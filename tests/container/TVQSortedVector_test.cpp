@@ -19,8 +19,8 @@ using testing::IsEmpty;
 
 template <class T>
 class TVQSortedVectorTest : public testing::Test {};
-using Kinds = testing::Types<CRooted, COwner>;
-TYPED_TEST_SUITE(TVQSortedVectorTest, Kinds);
+using SortedVectorKinds = testing::Types<CRooted, COwner>;
+TYPED_TEST_SUITE(TVQSortedVectorTest, SortedVectorKinds);
 
 TYPED_TEST(TVQSortedVectorTest, AgreesWithAStandardSet) {
     const int before = TypeParam::alive();

@@ -202,8 +202,8 @@ private:
 
 template <class T>
 class TVQVectorTest : public testing::Test {};
-using Kinds = testing::Types<int, CRooted, COwner>;
-TYPED_TEST_SUITE(TVQVectorTest, Kinds);
+using VectorKinds = testing::Types<int, CRooted, COwner>;
+TYPED_TEST_SUITE(TVQVectorTest, VectorKinds);
 
 TYPED_TEST(TVQVectorTest, AgreesWithAStandardVectorOverRandomOperations) {
     const int aliveBefore = alive<TypeParam>();

@@ -15,7 +15,7 @@ using namespace VQPrivate;
 
 static_assert(sizeof(CVQSlistNodeBase) == sizeof(void*), "next");
 
-struct Node : CVQSlistNodeBase {
+struct SlistNode : CVQSlistNodeBase {
     int mNumber = 0;
 };
 
@@ -23,27 +23,27 @@ struct Node : CVQSlistNodeBase {
 struct Chain {
     Chain(int first, std::size_t count) : mNodes(count) {
         CVQSlistNodeBase* last = &mHead;
-        for (Node& node : mNodes) {
+        for (SlistNode& node : mNodes) {
             node.mNumber = first++;
             last = slistMakeLink(last, &node);
         }
     }
-    Node* operator[](std::size_t index) { return &mNodes[index]; }
+    SlistNode* operator[](std::size_t index) { return &mNodes[index]; }
 
     CVQSlistNodeBase mHead;
-    std::vector<Node> mNodes;
+    std::vector<SlistNode> mNodes;
 };
 
 std::vector<int> numbersFrom(const CVQSlistNodeBase* node) {
     std::vector<int> numbers;
     for (; node != nullptr && numbers.size() < 100; node = node->mNext)
-        numbers.push_back(static_cast<const Node*>(node)->mNumber);
+        numbers.push_back(static_cast<const SlistNode*>(node)->mNumber);
     return numbers;
 }
 
 TEST(VQSlist, MakeLinkInsertsBehindAndReturnsTheNode) {
     Chain chain(1, 2);
-    Node between;
+    SlistNode between;
     between.mNumber = 9;
     EXPECT_EQ(&between, slistMakeLink(chain[0], &between));
     EXPECT_THAT(numbersFrom(chain.mHead.mNext), ElementsAre(1, 9, 2));
@@ -124,7 +124,7 @@ TEST(VQSlist, ReverseReturnsTheOldLastNodeAndTheOldFirstEndsTheChain) {
     EXPECT_EQ(chain[2], slistReverse(chain[0]));
     EXPECT_THAT(numbersFrom(chain[2]), ElementsAre(3, 2, 1));
     EXPECT_EQ(nullptr, chain[0]->mNext);
-    Node single;
+    SlistNode single;
     EXPECT_EQ(&single, slistReverse(&single));
     EXPECT_EQ(nullptr, single.mNext);
     EXPECT_EQ(nullptr, slistReverse(nullptr));

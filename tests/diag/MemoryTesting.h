@@ -21,6 +21,9 @@ constexpr bool kIsSanitized = true;
 constexpr bool kIsSanitized = false;
 #endif
 
+/// A size that no heap has; the compiler does not know of it.
+inline volatile std::size_t vUnavailable = SIZE_MAX / 2;
+
 /// Makes the compiler believe that the block is looked at: it leaves out allocations that nobody sees.
 inline void look(const void* block) {
     asm volatile("" : : "r"(block) : "memory");

@@ -31,8 +31,6 @@ using testing::StartsWith;
 
 namespace {
 
-volatile std::size_t vUnavailable = SIZE_MAX / 2;
-
 constexpr char kExitNote[] = "terminating process using exit(EXIT_FAILURE)";
 constexpr char kAbortNote[] = "terminating process using abort()";
 

@@ -27,8 +27,6 @@ using namespace memorytest;
 
 namespace {
 
-volatile std::size_t vUnavailable = SIZE_MAX / 2;
-
 /// Whether the compiler sees an operator called: it assumes that the throwing ones never give null, and may leave
 /// out a pair of calls altogether.
 template <class Function>

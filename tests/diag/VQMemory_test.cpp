@@ -27,8 +27,6 @@ using namespace memorytest;
 namespace {
 
 // Volatile, so that no compiler sees a request that cannot be met.
-volatile std::size_t vUnavailable = SIZE_MAX / 2;
-
 constexpr std::size_t kHeader = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
 
 /// What the C heap gave for `block`.

@@ -17,7 +17,7 @@ std::string page(const std::string& name) {
     return readFile(SOURCE_DIR "/docs/guide/" + name + ".md");
 }
 
-std::string block(const std::string& language, const std::string& content) {
+std::string codeBlock(const std::string& language, const std::string& content) {
     return "```" + language + "\n" + content + "```\n";
 }
 
@@ -26,7 +26,7 @@ class Guide : public testing::TestWithParam<const char*> {};
 TEST_P(Guide, ShowsTheProgramAndWhatItPrints) {
     const std::string room = GetParam();
     const std::string shown = page(room);
-    EXPECT_THAT(shown, HasSubstr(block("cpp", readFile(SOURCE_DIR "/examples/guide/" + room + ".cpp"))));
+    EXPECT_THAT(shown, HasSubstr(codeBlock("cpp", readFile(SOURCE_DIR "/examples/guide/" + room + ".cpp"))));
 
     const TemporaryFolder folder;
     ChildOptions options;
@@ -35,12 +35,12 @@ TEST_P(Guide, ShowsTheProgramAndWhatItPrints) {
     std::vector<std::string> arguments;
     if (room == "util") {
         const std::string file = SOURCE_DIR "/examples/guide/util.conf";
-        EXPECT_THAT(shown, HasSubstr(block("text", readFile(file))));
+        EXPECT_THAT(shown, HasSubstr(codeBlock("text", readFile(file))));
         arguments = {file};
     }
     const ChildResult r = runProgram(GUIDE_PROGRAMS + room, arguments, options);
     EXPECT_TRUE(r.exitedWith(0)) << r;
-    EXPECT_THAT(shown, HasSubstr("prints\n\n" + block("text", r.out)));
+    EXPECT_THAT(shown, HasSubstr("prints\n\n" + codeBlock("text", r.out)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Rooms, Guide,
@@ -55,14 +55,15 @@ TEST(GuideDiag, ShowsTheLinesOfTheLog) {
     const ChildResult r = runProgram(GUIDE_PROGRAMS "diag", {}, options);
     EXPECT_EQ("\nCHeating:41: ASSERTION \"limit in range\" failed\n", r.err);
     EXPECT_THAT(page("diag"), HasSubstr("pid 4711: CHeating:41: ASSERTION \"limit in range\" failed\n"));
-    EXPECT_THAT(page("diagnosis"), HasSubstr(block("text", "CHeating:41: ASSERTION \"limit in range\" failed\n")));
+    EXPECT_THAT(page("diagnosis"),
+                HasSubstr(codeBlock("text", "CHeating:41: ASSERTION \"limit in range\" failed\n")));
 }
 
 TEST(GuideStart, ShowsTheServiceThatTheOutsideProjectsBuild) {
     EXPECT_THAT(page("getting-started"),
-                HasSubstr(block("cmake", readFile(SOURCE_DIR "/examples/guide/start/CMakeLists.txt"))));
+                HasSubstr(codeBlock("cmake", readFile(SOURCE_DIR "/examples/guide/start/CMakeLists.txt"))));
     EXPECT_THAT(page("getting-started"),
-                HasSubstr(block("cpp", readFile(SOURCE_DIR "/examples/guide/start/main.cpp"))));
+                HasSubstr(codeBlock("cpp", readFile(SOURCE_DIR "/examples/guide/start/main.cpp"))));
 }
 
 /// A name in a line of source: it begins with `begin`, right behind `opening`, and `rest` stands behind it in its line.

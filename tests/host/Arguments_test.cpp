@@ -32,14 +32,14 @@ struct SeenByStaticObject {
     std::string program = _argv[0];
     std::string last = _argv[_argc - 1];
     const char* end = _argv[_argc];
-} const seen;
+} const atStart;
 
 TEST(Arguments, AreThereWhenStaticObjectsOfTheProgramAreBuilt) {
     const auto arguments = kernelArguments();
-    EXPECT_EQ(static_cast<int>(arguments.size()), seen.argc);
-    EXPECT_EQ(arguments.front(), seen.program);
-    EXPECT_EQ(arguments.back(), seen.last);
-    EXPECT_EQ(nullptr, seen.end);
+    EXPECT_EQ(static_cast<int>(arguments.size()), atStart.argc);
+    EXPECT_EQ(arguments.front(), atStart.program);
+    EXPECT_EQ(arguments.back(), atStart.last);
+    EXPECT_EQ(nullptr, atStart.end);
 }
 
 TEST(Arguments, AreThereWhenALibraryIsStartedThatDoesNotNeedThisOne) {

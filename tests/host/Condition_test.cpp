@@ -462,7 +462,7 @@ TEST(ConditionLook, OfTheParentTakesNoSignalFromItsChild) {
     EXPECT_TRUE(result.exitedWith(0)) << result;
 }
 
-struct Segment {
+struct ConditionSegment {
     _sync mutex, condition;
     int turn;
     std::atomic<int> waiting;
@@ -471,8 +471,9 @@ struct Segment {
 class ConditionProcess : public testing::Test {
 protected:
     void SetUp() override {
-        mSegment = new (mmap(nullptr, sizeof(Segment), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
-            Segment{};
+        mSegment =
+            new (mmap(nullptr, sizeof(ConditionSegment), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+                ConditionSegment{};
         initialise(mSegment->condition, CLOCK_MONOTONIC, PTHREAD_PROCESS_SHARED);
         pthread_mutexattr_t attributes;
         pthread_mutexattr_init(&attributes);
@@ -480,7 +481,7 @@ protected:
         ASSERT_EQ(0, pthread_mutex_init(&mSegment->mutex, &attributes));
         pthread_mutexattr_destroy(&attributes);
     }
-    void TearDown() override { munmap(mSegment, sizeof(Segment)); }
+    void TearDown() override { munmap(mSegment, sizeof(ConditionSegment)); }
 
     void play(int me, int turns) {
         pthread_mutex_lock(&mSegment->mutex);
@@ -493,7 +494,7 @@ protected:
         pthread_mutex_unlock(&mSegment->mutex);
     }
 
-    Segment* mSegment = nullptr;
+    ConditionSegment* mSegment = nullptr;
 };
 
 TEST_F(ConditionProcess, LosesNoWakeUp) {
@@ -506,7 +507,7 @@ TEST_F(ConditionProcess, LosesNoWakeUp) {
 }
 
 TEST_F(ConditionProcess, SurvivesAWaiterThatIsKilled) {
-    Segment& segment = *mSegment;
+    ConditionSegment& segment = *mSegment;
     const auto wait = [&segment] {
         pthread_mutex_lock(&segment.mutex);
         ++segment.waiting;
@@ -537,7 +538,7 @@ TEST_F(ConditionProcess, SurvivesAWaiterThatIsKilled) {
 TEST_F(ConditionProcess, OneThatIsKilledAsItLooksTakesNoSignalWithIt) {
     if (!hasTwoProcessors())
         GTEST_SKIP() << "needs two processors";
-    Segment& segment = *mSegment;
+    ConditionSegment& segment = *mSegment;
     const auto wait = [&segment] {
         const OnProcessor here(1);
         pthread_mutex_lock(&segment.mutex);

@@ -24,8 +24,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr uint64_t kMs = 1000000;
-
 /// A thread that ends only when it is told to, or with its function.
 class Doomed {
 public:

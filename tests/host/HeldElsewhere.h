@@ -3,13 +3,13 @@
 
 #include "Deadline.h"
 
+#include "support/Units.h"
+
 #include <atomic>
 #include <chrono>
 #include <future>
 #include <pthread.h>
 #include <thread>
-
-constexpr uint64_t kMs = 1000000;
 
 inline uint64_t monotonicNs() {
     return host::nowNs(CLOCK_MONOTONIC);

@@ -3,6 +3,7 @@
 // what their timers leave.
 #include <host/KernelIO.h>
 
+#include "HeldElsewhere.h"
 #include "Interrupter.h"
 #include "support/Sanitizers.h"
 
@@ -21,8 +22,6 @@
 #include <unistd.h>
 
 namespace {
-
-constexpr uint64_t kMs = 1000000;
 
 void arm(int states, uint64_t relativeNs) {
     ASSERT_EQ(0, TimerTimeout(CLOCK_MONOTONIC, states, nullptr, &relativeNs, nullptr));

@@ -17,8 +17,8 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kServers = 2, kClients = 4, kPlayers = kServers + kClients;
-constexpr int kLongest = 200000;
+constexpr int kServerPlayers = 2, kClientPlayers = 4, kPlayers = kServerPlayers + kClientPlayers;
+constexpr int kLongestText = 200000;
 constexpr int kPulsePriority = 10;  // as that of the pulse that ends a connection, which so comes after the last
 
 /// What all processes see. Each writes its own place.
@@ -54,13 +54,13 @@ struct Bytes {
 };
 
 [[noreturn]] void serve(Board& board, Board::Player& self) {
-    Bytes request(kLongest);
+    Bytes request(kLongestText);
     std::map<int, int> nextPulse;  // of each connection
     self.chid = ChannelCreate(_NTO_CHF_DISCONNECT);
     for (;; ++self.steps) {
         _msg_info info;
         armFor(_NTO_TIMEOUT_RECEIVE, 100 * kMs);
-        const int id = MsgReceive(self.chid, request.at(), kLongest, &info);
+        const int id = MsgReceive(self.chid, request.at(), kLongestText, &info);
         if (id > 0) {
             request.increase(info.msglen);
             MsgReply(id, info.msglen, request.at(), info.msglen);
@@ -79,16 +79,16 @@ struct Bytes {
 
 /// Talks on one connection until its server is gone.
 void talk(Board& board, Board::Player& self, int coid, std::mt19937& random) {
-    Bytes request(kLongest), reply(kLongest);
+    Bytes request(kLongestText), reply(kLongestText);
     for (int pulses = 0;; ++self.steps) {
         if (random() % 4 == 0 && MsgSendPulse(coid, kPulsePriority, 0, pulses) == 0)
             ++pulses;
         const unsigned seed = random();
-        const int length = static_cast<int>(random() % 8 == 0 ? random() % kLongest : random() % 300);
+        const int length = static_cast<int>(random() % 8 == 0 ? random() % kLongestText : random() % 300);
         request.fill(seed, length);
         if (random() % 4 == 0)
             armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, random() % 300000);
-        const int status = MsgSend(coid, request.at(), length, reply.at(), kLongest);
+        const int status = MsgSend(coid, request.at(), length, reply.at(), kLongestText);
         if (status >= 0) {
             ++board.replies;
             board.wrong += status == length && reply.isReplyTo(seed, length) ? 0 : 1;
@@ -105,7 +105,7 @@ void talk(Board& board, Board::Player& self, int coid, std::mt19937& random) {
 [[noreturn]] void beClient(Board& board, Board::Player& self) {
     std::mt19937 random(static_cast<unsigned>(getpid()));
     for (;; ++self.steps) {
-        const Board::Player& server = board.players[random() % kServers];
+        const Board::Player& server = board.players[random() % kServerPlayers];
         const int coid = ConnectAttach(0, server.pid, server.chid, _NTO_SIDE_CHANNEL, 0);
         if (coid == -1) {
             std::this_thread::sleep_for(1ms);
@@ -136,7 +136,7 @@ protected:
         const pid_t pid = fork();
         ASSERT_GE(pid, 0);
         if (pid == 0) {
-            if (i < kServers)
+            if (i < kServerPlayers)
                 serve(mBoard, player);
             beClient(mBoard, player);
         }

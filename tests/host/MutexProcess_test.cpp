@@ -16,7 +16,7 @@ namespace {
 using namespace std::chrono_literals;
 
 /// Memory that forked processes share, with a mutex in it.
-struct Segment {
+struct MutexSegment {
     _sync mutex;
     long counter;
     std::atomic<int> steps;
@@ -25,13 +25,13 @@ struct Segment {
 class MutexProcess : public testing::Test {
 protected:
     void SetUp() override { make(PTHREAD_RECURSIVE_DISABLE); }
-    void TearDown() override { munmap(mSegment, sizeof(Segment)); }
+    void TearDown() override { munmap(mSegment, sizeof(MutexSegment)); }
 
     void make(int recursive) {
         if (mSegment == nullptr)
             mSegment =
-                new (mmap(nullptr, sizeof(Segment), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
-                    Segment{};
+                new (mmap(nullptr, sizeof(MutexSegment), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+                    MutexSegment{};
         pthread_mutexattr_t attributes;
         pthread_mutexattr_init(&attributes);
         pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
@@ -41,17 +41,17 @@ protected:
     }
 
     /// The child waits until `steps` has come so far; what it means is the test's.
-    static void waitForStep(const Segment& segment, int step) {
+    static void waitForStep(const MutexSegment& segment, int step) {
         while (segment.steps < step)
             std::this_thread::sleep_for(100us);
     }
 
-    Segment* mSegment = nullptr;
+    MutexSegment* mSegment = nullptr;
 };
 
 TEST_F(MutexProcess, ExcludesEachOther) {
     constexpr int kTurns = 200000;
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     const auto count = [&segment] {
         for (int i = 0; i < kTurns; ++i) {
             pthread_mutex_lock(&segment.mutex);
@@ -68,7 +68,7 @@ TEST_F(MutexProcess, ExcludesEachOther) {
 }
 
 TEST_F(MutexProcess, WakesAWaiterOfAnotherProcess) {
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     pthread_mutex_lock(&segment.mutex);
     support::ChildProcess child([&segment] {
         segment.steps = 1;
@@ -86,7 +86,7 @@ TEST_F(MutexProcess, WakesAWaiterOfAnotherProcess) {
 }
 
 TEST_F(MutexProcess, TimesOutInAnotherProcess) {
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     pthread_mutex_lock(&segment.mutex);
     const auto result = support::runInChild([&segment] {
         const uint64_t deadline = monotonicNs() + 10 * kMs;
@@ -100,7 +100,7 @@ TEST_F(MutexProcess, TimesOutInAnotherProcess) {
 }
 
 TEST_F(MutexProcess, IsNotTheChildsWhenTheParentHoldsIt) {
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     pthread_mutex_lock(&segment.mutex);
     const auto result = support::runInChild([&segment] {
         EXPECT_EQ(EPERM, pthread_mutex_unlock(&segment.mutex));
@@ -111,7 +111,7 @@ TEST_F(MutexProcess, IsNotTheChildsWhenTheParentHoldsIt) {
 }
 
 TEST_F(MutexProcess, ForkedChildLocksUnderItsOwnId) {
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     const auto result = support::runInChild([&segment] {
         EXPECT_EQ(0, pthread_mutex_lock(&segment.mutex));
         EXPECT_EQ(static_cast<unsigned>(gettid()), ownerOf(segment.mutex));
@@ -138,7 +138,7 @@ TEST_F(MutexProcess, GrandchildLocksUnderItsOwnIdToo) {
 
 TEST_F(MutexProcess, CountsRecursionPerProcess) {
     make(PTHREAD_RECURSIVE_ENABLE);
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     pthread_mutex_lock(&segment.mutex);
     pthread_mutex_lock(&segment.mutex);
     support::ChildProcess child([&segment] {
@@ -158,7 +158,7 @@ TEST_F(MutexProcess, CountsRecursionPerProcess) {
 }
 
 TEST_F(MutexProcess, StaysLockedWhenItsHolderDies) {
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     support::ChildProcess child([&segment] {
         pthread_mutex_lock(&segment.mutex);
         segment.steps = 1;
@@ -173,7 +173,7 @@ TEST_F(MutexProcess, StaysLockedWhenItsHolderDies) {
 }
 
 TEST_F(MutexProcess, WaiterThatIsKilledDoesNotDisturbTheOthers) {
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     pthread_mutex_lock(&segment.mutex);
     support::ChildProcess waiter([&segment] {
         segment.steps = 1;
@@ -191,7 +191,7 @@ TEST_F(MutexProcess, WaiterThatIsKilledDoesNotDisturbTheOthers) {
 
 // The state that such a process leaves: the mutex free, the flag of the waiters gone, and they still asleep.
 TEST_F(MutexProcess, WaitersFindAMutexWhoseNextHolderWasKilledAsItWoke) {
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     pthread_mutex_lock(&segment.mutex);
     support::ChildProcess waiter([&segment] {
         segment.steps = 1;
@@ -209,7 +209,7 @@ TEST_F(MutexProcess, WaitersFindAMutexWhoseNextHolderWasKilledAsItWoke) {
 
 // A wait that outlasts its own looks still ends at its deadline and not before.
 TEST_F(MutexProcess, LooksDoNotMoveTheDeadline) {
-    Segment& segment = *mSegment;
+    MutexSegment& segment = *mSegment;
     pthread_mutex_lock(&segment.mutex);
     const auto result = support::runInChild([&segment] {
         const uint64_t deadline = monotonicNs() + 1200 * kMs;

@@ -2,6 +2,8 @@
 // CLogicalTimerOrder_test.cpp has the rounds' rules.
 #include <CLogicalTimerManager.h>
 
+#include "OnTheClock.h"
+
 #include "host/SignalStorm.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
@@ -26,17 +28,7 @@
 
 namespace {
 
-constexpr unsigned long long kMs = 1000000;
-
-unsigned long long now() {
-    return VQOperatingSystem::getMonotonicTime();
-}
-
-void sleepMs(int ms) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
-class CCountingTimer : public CLogicalTimer {
+class CCountingLogicalTimer : public CLogicalTimer {
 public:
     using CLogicalTimer::CLogicalTimer;
 
@@ -54,7 +46,7 @@ public:
 
 TEST(CLogicalTimerManager, ASingleShotFiresOnceAndNotEarly) {
     CLogicalTimerManager manager(20, /*threadSafe*/ false);
-    CCountingTimer timer(manager);
+    CCountingLogicalTimer timer(manager);
     const auto begin = now();
     EXPECT_TRUE(timer.start(30, /*singleShot*/ true));
     int count = 0;
@@ -68,7 +60,7 @@ TEST(CLogicalTimerManager, ASingleShotFiresOnceAndNotEarly) {
 
 TEST(CLogicalTimerManager, APeriodicTimerThatWasKeptWaitingCatchesUpByOneCallARound) {
     CLogicalTimerManager manager(1, false);
-    CCountingTimer timer(manager);
+    CCountingLogicalTimer timer(manager);
     const auto begin = now();
     timer.start(20, /*singleShot*/ false);
     sleepMs(70);
@@ -84,7 +76,7 @@ TEST(CLogicalTimerManager, APeriodicTimerThatWasKeptWaitingCatchesUpByOneCallARo
 TEST(CLogicalTimerManager, EqualStartsFireInTheirOrder) {
     CLogicalTimerManager manager(50, false);
     std::vector<int> order;
-    CCountingTimer one(manager), two(manager), three(manager);
+    CCountingLogicalTimer one(manager), two(manager), three(manager);
     one.onCall = [&] { order.push_back(1); };
     two.onCall = [&] { order.push_back(2); };
     three.onCall = [&] { order.push_back(3); };
@@ -100,7 +92,7 @@ TEST(CLogicalTimerManager, EqualStartsFireInTheirOrder) {
 TEST(CLogicalTimerManager, ARoundWithoutATimerEndsAfterItsTimeOut) {
     for (const int timeoutMs : {30, 0}) {
         CLogicalTimerManager manager(timeoutMs, true);
-        CCountingTimer timer(manager);
+        CCountingLogicalTimer timer(manager);
         timer.start(3600000, true);
         const auto begin = now();
         EXPECT_EQ(0, manager.performWork());
@@ -111,7 +103,7 @@ TEST(CLogicalTimerManager, ARoundWithoutATimerEndsAfterItsTimeOut) {
 
 TEST(CLogicalTimerManager, StartsByOtherThreadsWakeTheRound) {
     CLogicalTimerManager manager(20000, true);
-    CCountingTimer timer(manager);
+    CCountingLogicalTimer timer(manager);
     for (int i = 0; i < 20; ++i) {
         std::thread other([&] {
             sleepMs(i % 3);
@@ -125,7 +117,7 @@ TEST(CLogicalTimerManager, StartsByOtherThreadsWakeTheRound) {
 
 TEST(CLogicalTimerManager, AStopByAnotherThreadIsObeyed) {
     CLogicalTimerManager manager(30, true);
-    CCountingTimer timer(manager);
+    CCountingLogicalTimer timer(manager);
     timer.start(10, false);
     std::thread other([&] { timer.stop(); });
     other.join();
@@ -135,7 +127,7 @@ TEST(CLogicalTimerManager, AStopByAnotherThreadIsObeyed) {
 
 TEST(CLogicalTimerManager, HandlersOfAThreadSafeManagerRunUnderItsLock) {
     CLogicalTimerManager manager(20000, true);
-    CCountingTimer timer(manager), other(manager);
+    CCountingLogicalTimer timer(manager), other(manager);
     std::atomic<bool> isRunning{false}, hasStarted{false};
     std::thread starter([&] {
         while (!isRunning) {
@@ -157,7 +149,7 @@ TEST(CLogicalTimerManager, HandlersOfAThreadSafeManagerRunUnderItsLock) {
 
 TEST(CLogicalTimerManager, AStopByAnotherThreadReturnsAfterTheHandler) {
     CLogicalTimerManager manager(20000, true);
-    CCountingTimer timer(manager);
+    CCountingLogicalTimer timer(manager);
     std::atomic<bool> isRunning{false}, hasStopped{false};
     std::thread stopper([&] {
         while (!isRunning) {
@@ -181,16 +173,16 @@ TEST(CLogicalTimerManager, TenThousandTimersAreStartedAndStoppedByOtherThreadsAn
     constexpr unsigned kThreads = 3;
     constexpr int kStarts = support::kIsSanitized ? 5000 : 20000;
     CLogicalTimerManager manager(1, true);
-    std::vector<std::unique_ptr<CCountingTimer>> timers;
+    std::vector<std::unique_ptr<CCountingLogicalTimer>> timers;
     for (std::size_t i = 0; i < kTimers; ++i)
-        timers.push_back(std::make_unique<CCountingTimer>(manager));
+        timers.push_back(std::make_unique<CCountingLogicalTimer>(manager));
     std::atomic<unsigned> running{kThreads};
     std::vector<std::thread> threads;
     for (unsigned t = 0; t < kThreads; ++t)
         threads.emplace_back([&, t] {
             std::mt19937 random(t);
             for (int i = 0; i < kStarts; ++i) {
-                CCountingTimer& timer = *timers[random() % kTimers];
+                CCountingLogicalTimer& timer = *timers[random() % kTimers];
                 if (random() % 4 == 0)
                     timer.stop();
                 else
@@ -224,10 +216,10 @@ TEST(CLogicalTimerManager, TenThousandTimersAreStartedAndStoppedByOtherThreadsAn
 
 TEST(CLogicalTimerManager, SignalsInterruptRoundsAndLoseNothing) {
     CLogicalTimerManager manager(50, false);
-    std::vector<std::unique_ptr<CCountingTimer>> timers;
+    std::vector<std::unique_ptr<CCountingLogicalTimer>> timers;
     const auto begin = now();
     for (unsigned i = 0; i < 10; ++i) {
-        timers.push_back(std::make_unique<CCountingTimer>(manager));
+        timers.push_back(std::make_unique<CCountingLogicalTimer>(manager));
         timers.back()->start(3 + i, false);
     }
     int count = 0;
@@ -256,7 +248,7 @@ TEST(CLogicalTimerManager, SignalsInterruptRoundsAndLoseNothing) {
 
 TEST(CLogicalTimerManager, ManyManagersDoNotMeet) {
     CLogicalTimerManager one(20, false), other(1, false);
-    CCountingTimer timer(one), otherTimer(other);
+    CCountingLogicalTimer timer(one), otherTimer(other);
     timer.start(2, true);
     EXPECT_EQ(0, other.performWork());
     EXPECT_EQ(0, other.performWork());
@@ -266,7 +258,7 @@ TEST(CLogicalTimerManager, ManyManagersDoNotMeet) {
 TEST(CLogicalTimerManager, ATimerStopsWhenItIsDestroyed) {
     CLogicalTimerManager manager(5, true);
     {
-        CCountingTimer timer(manager);
+        CCountingLogicalTimer timer(manager);
         timer.start(1, false);
     }
     sleepMs(3);
@@ -276,7 +268,7 @@ TEST(CLogicalTimerManager, ATimerStopsWhenItIsDestroyed) {
 TEST(CLogicalTimerManager, AManagerWithTimersIsAnAssertionThatMayAbort) {
     const auto end = [] {
         auto manager = std::make_unique<CLogicalTimerManager>(1, true);
-        CCountingTimer timer(*manager);
+        CCountingLogicalTimer timer(*manager);
         timer.start(1, false);
         manager.reset();
     };
@@ -294,7 +286,7 @@ TEST(CLogicalTimerManager, AManagerWithTimersIsAnAssertionThatMayAbort) {
 
 TEST(CLogicalTimerManager, AForkedChildCannotUseItsParentsManager) {
     CLogicalTimerManager manager(1, false);
-    CCountingTimer timer(manager);
+    CCountingLogicalTimer timer(manager);
     support::SlogCapture log;
     const auto result = support::runInChild([&] { manager.performWork(); });
     EXPECT_TRUE(result.killedBy(SIGABRT)) << result;
@@ -310,7 +302,7 @@ TEST(CLogicalTimerManager, HandlersMayEndTheProcess) {
     for (const bool isFatal : {false, true}) {
         const auto result = support::runInChild([&] {
             CLogicalTimerManager manager(50, true);
-            CCountingTimer timer(manager), other(manager);
+            CCountingLogicalTimer timer(manager), other(manager);
             other.start(1000, false);
             timer.onCall = [&] {
                 if (isFatal)
@@ -330,7 +322,7 @@ TEST(CLogicalTimerManager, HandlersMayEndTheProcess) {
 TEST(CLogicalTimerManager, AManagerMayLiveInStaticMemoryUntilTheProcessEnds) {
     const auto result = support::runInChild([] {
         static CLogicalTimerManager manager(50, true);
-        static CCountingTimer timer(manager);
+        static CCountingLogicalTimer timer(manager);
         timer.start(1, false);
         EXPECT_EQ(1, manager.performWork());
         std::exit(3);
@@ -353,7 +345,7 @@ TEST(CLogicalTimerManager, AThreadThatIsDestroyedInItsRoundLeavesTheProcessAlive
     sleepMs(5);
     EXPECT_NE(-1, ThreadDestroy(tid, -1, nullptr));
     EXPECT_EQ(EOK, ThreadJoin_r(tid, nullptr));
-    CCountingTimer timer(manager);
+    CCountingLogicalTimer timer(manager);
     timer.start(1, true);
     EXPECT_EQ(1, manager.performWork());
 }
@@ -361,8 +353,8 @@ TEST(CLogicalTimerManager, AThreadThatIsDestroyedInItsRoundLeavesTheProcessAlive
 TEST(CLogicalTimerManager, SlotsAndTypesAreTheInterfaces) {
     EXPECT_EQ(2, support::slotOf(&CLogicalTimer::onTimeout));
     CLogicalTimerManager manager(1, false);
-    CCountingTimer timer(manager);
+    CCountingLogicalTimer timer(manager);
     CLogicalTimer& base = timer;
-    EXPECT_EQ(typeid(CCountingTimer), typeid(base));
-    EXPECT_EQ(&timer, dynamic_cast<CCountingTimer*>(&base));
+    EXPECT_EQ(typeid(CCountingLogicalTimer), typeid(base));
+    EXPECT_EQ(&timer, dynamic_cast<CCountingLogicalTimer*>(&base));
 }

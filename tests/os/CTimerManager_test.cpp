@@ -1,6 +1,8 @@
 // CTimerManager, CTimer, CTimerBase: pulses become calls; stale ones do not; kernel failures end the process.
 #include <CTimerManager.h>
 
+#include "OnTheClock.h"
+
 #include "host/SignalStorm.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
@@ -21,17 +23,7 @@
 
 namespace {
 
-constexpr unsigned long long kMs = 1000000;
-
-unsigned long long now() {
-    return VQOperatingSystem::getMonotonicTime();
-}
-
-void sleepMs(int ms) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
-class CCountingTimer : public CTimer {
+class CCountingKernelTimer : public CTimer {
 public:
     using CTimer::CTimer;
 
@@ -56,7 +48,7 @@ int roundsUntilIdle(CTimerManager& manager) {
 
 TEST(CTimerManager, ASingleShotFiresOnceAndNotEarly) {
     CTimerManager manager(20);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     const auto begin = now();
     EXPECT_TRUE(timer.start(30, /*singleShot*/ true));
     while (!manager.performWork()) {
@@ -69,7 +61,7 @@ TEST(CTimerManager, ASingleShotFiresOnceAndNotEarly) {
 
 TEST(CTimerManager, APeriodicTimerFiresOncePerPeriodWithoutDrift) {
     CTimerManager manager(100);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     const auto begin = now();
     timer.start(10, /*singleShot*/ false);
     for (unsigned i = 1; i <= 10; ++i) {
@@ -85,7 +77,7 @@ TEST(CTimerManager, APeriodicTimerFiresOncePerPeriodWithoutDrift) {
 
 TEST(CTimerManager, ExpiriesThatWereNotTakenInTimeAreMadeUpFor) {
     CTimerManager manager(1);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     timer.start(10, /*singleShot*/ false);
     sleepMs(45);
     EXPECT_GE(roundsUntilIdle(manager), 4);
@@ -93,7 +85,7 @@ TEST(CTimerManager, ExpiriesThatWereNotTakenInTimeAreMadeUpFor) {
 
 TEST(CTimerManager, EachRoundTakesOnePulse) {
     CTimerManager manager(1);
-    CCountingTimer one(manager), other(manager);
+    CCountingKernelTimer one(manager), other(manager);
     one.start(1, true);
     other.start(1, true);
     sleepMs(5);
@@ -107,7 +99,7 @@ TEST(CTimerManager, EachRoundTakesOnePulse) {
 
 TEST(CTimerManager, ATimerThatIsStoppedAfterItsPulseWasQueuedIsNotCalled) {
     CTimerManager manager(1);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     timer.start(1, true);
     sleepMs(3);
     timer.stop();
@@ -118,8 +110,8 @@ TEST(CTimerManager, ATimerThatIsStoppedAfterItsPulseWasQueuedIsNotCalled) {
 
 TEST(CTimerManager, ThePulseOfADestroyedTimerIsDropped) {
     CTimerManager manager(1);
-    auto timer = std::make_unique<CCountingTimer>(manager);
-    CCountingTimer other(manager);
+    auto timer = std::make_unique<CCountingKernelTimer>(manager);
+    CCountingKernelTimer other(manager);
     timer->start(1, true);
     sleepMs(3);
     timer.reset();
@@ -129,7 +121,7 @@ TEST(CTimerManager, ThePulseOfADestroyedTimerIsDropped) {
 
 TEST(CTimerManager, Kept_ARestartIsCalledForThePulseOfTheFormerStart) {
     CTimerManager manager(1);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     timer.start(1, true);
     sleepMs(3);
     const auto begin = now();
@@ -141,7 +133,7 @@ TEST(CTimerManager, Kept_ARestartIsCalledForThePulseOfTheFormerStart) {
 
 TEST(CTimerManager, Kept_ASingleShotTimerStaysActiveAfterItFired) {
     CTimerManager manager(1);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     timer.start(1, true);
     sleepMs(3);
     EXPECT_TRUE(manager.performWork());
@@ -156,7 +148,7 @@ TEST(CTimerManager, Kept_ASingleShotTimerStaysActiveAfterItFired) {
 
 TEST(CTimerManager, Kept_ATimeOfZeroNeverComes) {
     CTimerManager manager(110);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     EXPECT_TRUE(timer.start(0, false));
     EXPECT_FALSE(manager.performWork());
     EXPECT_TRUE(timer.start(100, true));
@@ -167,7 +159,7 @@ TEST(CTimerManager, Kept_ATimeOfZeroNeverComes) {
 
 TEST(CTimerManager, Kept_AStartWithATimeOfZeroIsCalledForThePulseOfTheFormerStart) {
     CTimerManager manager(1);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     timer.start(1, true);
     sleepMs(3);
     EXPECT_TRUE(timer.start(0, true));
@@ -178,7 +170,7 @@ TEST(CTimerManager, Kept_AStartWithATimeOfZeroIsCalledForThePulseOfTheFormerStar
 
 TEST(CTimerManager, TimesOfMoreThanFourSecondsAreNotCut) {
     CTimerManager manager(10);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     timer.start(4296, false);  // 2^32 ns and 1 ms
     EXPECT_FALSE(manager.performWork());
     timer.start(0xffffffff, false);
@@ -196,7 +188,7 @@ TEST(CTimerManager, ARoundWithoutAPulseEndsAfterItsTimeOut) {
 
 TEST(CTimerManager, SignalsEndRoundsEarlyAndLoseNoExpiry) {
     CTimerManager manager(1000);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     const auto begin = now();
     timer.start(5, false);
     int called = 0;
@@ -217,19 +209,19 @@ TEST(CTimerManager, SignalsEndRoundsEarlyAndLoseNoExpiry) {
 
 TEST(CTimerManager, ANegativeTimeOutWaitsForAPulse) {
     CTimerManager manager(-5);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     timer.start(20, true);
     EXPECT_TRUE(manager.performWork());
 }
 
 TEST(CTimerManager, HandlersMayStartStopMakeAndDestroyTimers) {
     CTimerManager manager(50);
-    auto own = std::make_unique<CCountingTimer>(manager);
-    auto other = std::make_unique<CCountingTimer>(manager);
-    std::unique_ptr<CCountingTimer> made;
+    auto own = std::make_unique<CCountingKernelTimer>(manager);
+    auto other = std::make_unique<CCountingKernelTimer>(manager);
+    std::unique_ptr<CCountingKernelTimer> made;
     own->onCall = [&] {
         other.reset();
-        made = std::make_unique<CCountingTimer>(manager);
+        made = std::make_unique<CCountingKernelTimer>(manager);
         made->start(1, true);
         made->onCall = [&] { made->start(1, true); };
         const auto keepAlive = own->onCall;
@@ -247,10 +239,10 @@ TEST(CTimerManager, HandlersMayStartStopMakeAndDestroyTimers) {
 TEST(CTimerManager, ManyTimersFireEachInItsTurn) {
     constexpr int kTimers = 200;
     CTimerManager manager(50);
-    std::vector<std::unique_ptr<CCountingTimer>> timers;
+    std::vector<std::unique_ptr<CCountingKernelTimer>> timers;
     std::vector<int> order;
     for (int i = 0; i < kTimers; ++i) {
-        timers.push_back(std::make_unique<CCountingTimer>(manager));
+        timers.push_back(std::make_unique<CCountingKernelTimer>(manager));
         timers.back()->onCall = [&order, i] { order.push_back(i); };
     }
     for (int i = 0; i < kTimers; ++i)
@@ -264,7 +256,7 @@ TEST(CTimerManager, ManyTimersFireEachInItsTurn) {
 TEST(CTimerManager, AManagerThatIsDestroyedBeforeItsTimersIsAnAssertionAndLetsThemGo) {
     support::AssertionLog log;
     auto manager = std::make_unique<CTimerManager>(1);
-    CCountingTimer idle(*manager), running(*manager);
+    CCountingKernelTimer idle(*manager), running(*manager);
     running.start(1, false);
     manager.reset();
     const std::string what = "ASSERTION \"Cannot delete timer manager since timers are still available\" failed";
@@ -279,7 +271,7 @@ TEST(CTimerManager, ATimerThatIsNotRegisteredCannotBeUnregisteredNorARegisteredO
         support::SlogCapture log;
         const auto result = support::runInChild([isTwice] {
             CTimerManager manager(1), other(1);
-            CCountingTimer timer(manager);
+            CCountingKernelTimer timer(manager);
             if (isTwice)
                 manager.registerTimer(timer);
             else
@@ -295,7 +287,7 @@ TEST(CTimerManager, ATimerThatIsNotRegisteredCannotBeUnregisteredNorARegisteredO
 TEST(CTimerManager, AManagerWithTimersIsAnAssertionThatMayAbort) {
     const auto end = [] {
         auto manager = std::make_unique<CTimerManager>(1);
-        CCountingTimer timer(*manager);
+        CCountingKernelTimer timer(*manager);
         timer.start(1, false);
         manager.reset();
     };
@@ -312,19 +304,19 @@ TEST(CTimerManager, AManagerWithTimersIsAnAssertionThatMayAbort) {
 }
 
 TEST(CTimerManager, ATimerWithoutItsKernelTimerEndsTheProcess) {
-    const auto dying = [](const std::function<void(CTimerManager&, CCountingTimer&)>& body) {
+    const auto dying = [](const std::function<void(CTimerManager&, CCountingKernelTimer&)>& body) {
         return support::runInChild([&] {
             CTimerManager manager(1);
-            CCountingTimer timer(manager);
+            CCountingKernelTimer timer(manager);
             timer.start(5, true);
             for (int id = 0; id < 16; ++id)
                 TimerDestroy(id);
             body(manager, timer);
         });
     };
-    auto result = dying([](CTimerManager&, CCountingTimer& timer) { timer.doStart(1, true); });
+    auto result = dying([](CTimerManager&, CCountingKernelTimer& timer) { timer.doStart(1, true); });
     EXPECT_TRUE(result.killedBy(SIGABRT)) << "Cannot start timer: " << result;
-    result = dying([](CTimerManager&, CCountingTimer& timer) { timer.stop(); });
+    result = dying([](CTimerManager&, CCountingKernelTimer& timer) { timer.stop(); });
     EXPECT_TRUE(result.killedBy(SIGABRT)) << "Cannot stop timer: " << result;
 }
 
@@ -342,8 +334,8 @@ TEST(CTimerManager, AForkedChildCannotUseItsParentsManager) {
 TEST(CTimerManager, SlotsAndTypesAreTheInterfaces) {
     EXPECT_EQ(2, support::slotOf(&CTimer::onTimeout));
     CTimerManager manager(1);
-    CCountingTimer timer(manager);
+    CCountingKernelTimer timer(manager);
     CTimerBase& base = timer;
-    EXPECT_EQ(typeid(CCountingTimer), typeid(base));
-    EXPECT_EQ(&timer, dynamic_cast<CCountingTimer*>(&base));
+    EXPECT_EQ(typeid(CCountingKernelTimer), typeid(base));
+    EXPECT_EQ(&timer, dynamic_cast<CCountingKernelTimer*>(&base));
 }

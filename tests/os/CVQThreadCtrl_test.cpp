@@ -4,6 +4,8 @@
 #include <CVQAsserter.h>
 #include <VQOperatingSystem.h>
 
+#include "OnTheClock.h"
+
 #include "host/SignalStorm.h"
 #include "support/ChildProcess.h"
 #include "support/Sanitizers.h"
@@ -28,7 +30,6 @@
 namespace {
 
 using VQOperatingSystem::getMonotonicTime;
-constexpr unsigned long long kMs = 1000000;
 
 class CBody : public CVQThreadCtrl::IRunnable {
 public:

@@ -2,7 +2,8 @@
 // and kernel timers whose every expiry is a call. The test lasts a second; TIMER_LOOP_SECONDS makes it last longer.
 #include <CLogicalTimerManager.h>
 #include <CTimerManager.h>
-#include <VQOperatingSystem.h>
+
+#include "OnTheClock.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -14,12 +15,6 @@
 #include <vector>
 
 namespace {
-
-constexpr unsigned long long kMs = 1000000;
-
-unsigned long long now() {
-    return VQOperatingSystem::getMonotonicTime();
-}
 
 unsigned long long lengthOfLoop() {
     const char* const seconds = std::getenv("TIMER_LOOP_SECONDS");

@@ -5,6 +5,8 @@
 #include <CVQOSUtility.h>
 #include <SVQKernelTimer.h>
 
+#include "OnTheClock.h"
+
 #include "host/SignalStorm.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
@@ -22,8 +24,7 @@ using namespace VQOperatingSystem;
 
 namespace {
 
-constexpr unsigned long long kMs = 1000000;
-constexpr unsigned long long kNoLimit = ~0ULL;
+constexpr unsigned long long kNoTimeLimit = ~0ULL;
 
 unsigned long long nowOf(clockid_t clock) {
     timespec now;
@@ -164,7 +165,7 @@ TEST(VQOperatingSystemTime, TheDifferenceToAFutureTimeIsAnAssertionAndZero) {
     support::AssertionLog log;
     EXPECT_EQ(0u, timeDiffMonotonic(getMonotonicTime() + 3600000 * kMs));
     EXPECT_EQ(std::vector<std::string>{"VQOperatingSystem:47"}, log.takeSites());
-    EXPECT_EQ(0u, timeDiffMonotonic(kNoLimit));
+    EXPECT_EQ(0u, timeDiffMonotonic(kNoTimeLimit));
     EXPECT_EQ(std::vector<std::string>{"VQOperatingSystem:47"}, log.takeSites());
     const unsigned long long then = getMonotonicTime();
     sleepMs(2);
@@ -199,8 +200,8 @@ TEST(VQOperatingSystemTime, AKernelTimeoutDoesNotShortenASleep) {
 }
 
 TEST(VQOperatingSystemTime, DeadlinesCountFromNow) {
-    EXPECT_EQ(kNoLimit, calculateKernelTimeout(-1));
-    EXPECT_EQ(kNoLimit, calculateKernelTimeout(INT_MIN));
+    EXPECT_EQ(kNoTimeLimit, calculateKernelTimeout(-1));
+    EXPECT_EQ(kNoTimeLimit, calculateKernelTimeout(INT_MIN));
     for (const int timeoutMs : {0, 1, 1500, INT_MAX}) {
         const unsigned long long before = getMonotonicTime();
         const unsigned long long deadline = calculateKernelTimeout(timeoutMs);
@@ -252,7 +253,7 @@ TEST(SVQKernelTimer, TellsWhenItsDeadlineHasPassed) {
     EXPECT_EQ(EACCES, getLastError());
     EXPECT_TRUE(SVQKernelTimer(0).timeoutOccurred());
     EXPECT_FALSE(SVQKernelTimer(-1).timeoutOccurred());
-    EXPECT_EQ(kNoLimit, SVQKernelTimer(-1).mDeadline);
+    EXPECT_EQ(kNoTimeLimit, SVQKernelTimer(-1).mDeadline);
 }
 
 TEST(SVQKernelTimer, ArmsForSendAndReply) {

@@ -32,7 +32,6 @@ using Texts = std::vector<std::string>;
 using Segment = CVQReferencedSharedMemory;
 using Handle = TVQRefCountPointer<CVQReferencedSharedMemory>;
 
-constexpr unsigned kPage = 4096;
 constexpr unsigned kUnmappedSize = 4294967292U;
 
 class CVQReferencedSharedMemoryTest : public testing::Test {

@@ -22,8 +22,6 @@ namespace {
 using shmtest::SharedName;
 using Texts = std::vector<std::string>;
 
-constexpr unsigned kPage = 4096;
-
 class CVQSharedMemoryTest : public testing::Test {
 protected:
     ~CVQSharedMemoryTest() override { EXPECT_EQ(mDescriptors, files::openDescriptors()); }

@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+constexpr unsigned kPage = 4096;
+
 namespace shmtest {
 
 class SharedName {

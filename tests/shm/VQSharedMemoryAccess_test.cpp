@@ -19,8 +19,6 @@ namespace Access = VQSharedMemoryAccess;
 using namespace VQSharedMemoryAccess;
 using shmtest::SharedName;
 
-constexpr unsigned kPage = 4096;
-
 class VQSharedMemoryAccessTest : public testing::Test {
 protected:
     ~VQSharedMemoryAccessTest() override { EXPECT_EQ(mDescriptors, files::openDescriptors()); }

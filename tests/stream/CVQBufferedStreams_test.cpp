@@ -41,10 +41,6 @@ public:
     }
 };
 
-Bytes bytesOf(const std::string& text) {
-    return Bytes(text.begin(), text.end());
-}
-
 // CVQBufferedOStream
 
 TEST(CVQBufferedOStream, Kept_WritesABlockOfLengthZeroWhenItReceivedNothing) {  // id: bufferedstream-empty-block

@@ -31,23 +31,12 @@ CVQByteStream streamOf(const Bytes& bytes) {
     return stream;
 }
 
-CVQRCMemoryBuffer blockOf(const Bytes& bytes) {
-    CVQRCMemoryBuffer block(bytes.size());
-    if (!bytes.empty())
-        std::memcpy(block.getBuffer(), bytes.data(), bytes.size());
-    return block;
-}
-
 Bytes bytesIn(const CVQByteStream& stream) {
     return bytesOf(stream.getData(), stream.getLength());
 }
 
 Bytes storageOf(const CVQByteStream& stream) {
     return bytesOf(stream.getData(), stream.getCapacity());
-}
-
-std::string textOf(const CVQString& text) {
-    return std::string(text.c_str(), text.getByteLength());
 }
 
 struct State {
@@ -944,15 +933,15 @@ TEST(CVQByteStream, MayBeDerivedFrom) {
 }
 
 // Written to before the constructors of this unit run, and not undone by them: the stream is constant-initialised.
-extern CVQByteStream sEarly;
-[[maybe_unused]] const bool sFilledEarly = [] {
-    sEarly << 0x0A0B0C0DU;
+extern CVQByteStream sEarlyStream;
+[[maybe_unused]] const bool sFilledEarlyStream = [] {
+    sEarlyStream << 0x0A0B0C0DU;
     return true;
 }();
-CVQByteStream sEarly;
+CVQByteStream sEarlyStream;
 
 TEST(CVQByteStream, IsReadyBeforeStaticConstructorsRun) {
-    EXPECT_THAT(bytesIn(sEarly), ElementsAre(0x0D, 0x0C, 0x0B, 0x0A));
+    EXPECT_THAT(bytesIn(sEarlyStream), ElementsAre(0x0D, 0x0C, 0x0B, 0x0A));
 }
 
 TEST(CVQByteStream, SharesItsBlockWithStreamsOfOtherThreads) {

@@ -204,30 +204,30 @@ TEST(CVQCRC, AddsNothingForNoBytes) {
     }
 }
 
-const unsigned sBeforeMain = crcOf(CVQCRC::CRC32, std::string(500, 'm'));
+const unsigned sCrcBeforeMain = crcOf(CVQCRC::CRC32, std::string(500, 'm'));
 
 TEST(CVQCRC, WorksBeforeMain) {
-    EXPECT_EQ(crcOf(CVQCRC::CRC32, std::string(500, 'm')), sBeforeMain);
+    EXPECT_EQ(crcOf(CVQCRC::CRC32, std::string(500, 'm')), sCrcBeforeMain);
     const std::string bytes(500, 'm');
-    EXPECT_EQ(~plainCRC(1, 0xFFFFFFFF, reinterpret_cast<const unsigned char*>(bytes.data()), 500), sBeforeMain);
+    EXPECT_EQ(~plainCRC(1, 0xFFFFFFFF, reinterpret_cast<const unsigned char*>(bytes.data()), 500), sCrcBeforeMain);
 }
 
 // Each pass that this machine can run
 
-struct Passes {
+struct CrcPasses {
     const char* name;
     const VQCRC::SPasses* passes;
     std::size_t least;
 };
 
-void PrintTo(const Passes& passes, std::ostream* stream) {
+void PrintTo(const CrcPasses& passes, std::ostream* stream) {
     *stream << passes.name;
 }
 
 constexpr VQCRC::SPasses kPassesWithTables = VQCRC::kPassesOf<VQCRC::TTablePass>;
 
-std::vector<Passes> allPasses() {
-    std::vector<Passes> all{{"WithTables", &kPassesWithTables, 0}};
+std::vector<CrcPasses> allCrcPasses() {
+    std::vector<CrcPasses> all{{"WithTables", &kPassesWithTables, 0}};
 #if defined(__x86_64__)
     if (__builtin_cpu_supports("pclmul") != 0 && __builtin_cpu_supports("sse4.1") != 0)
         all.push_back({"OfOneBlock", &VQCRC::kPassesPCLMUL, VQCRC::kLeast});
@@ -240,7 +240,7 @@ std::vector<Passes> allPasses() {
     return all;
 }
 
-class VQCRCPasses : public testing::TestWithParam<Passes> {
+class VQCRCPasses : public testing::TestWithParam<CrcPasses> {
 protected:
     void expectSame(const unsigned char* bytes, std::size_t count) {
         for (unsigned type = 0; type < 4; ++type) {
@@ -310,7 +310,7 @@ TEST_P(VQCRCPasses, TakeMuchAtOnce) {
     expectSame(bytes.data(), bytes.size());
 }
 
-INSTANTIATE_TEST_SUITE_P(OnThisMachine, VQCRCPasses, testing::ValuesIn(allPasses()),
+INSTANTIATE_TEST_SUITE_P(OnThisMachine, VQCRCPasses, testing::ValuesIn(allCrcPasses()),
                          [](const auto& tested) { return tested.param.name; });
 
 }  // namespace

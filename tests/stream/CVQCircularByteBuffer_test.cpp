@@ -36,10 +36,6 @@ constexpr bool kSanitized = true;
 constexpr bool kSanitized = false;
 #endif
 
-Bytes bytesOf(const std::string& text) {
-    return Bytes(text.begin(), text.end());
-}
-
 unsigned write(CVQCircularByteBuffer& buffer, const std::string& text) {
     return buffer.write(text.data(), text.size());
 }
@@ -60,10 +56,6 @@ Bytes formOf(const CVQCircularByteBuffer& buffer) {
 std::string contentOf(const CVQCircularByteBuffer& buffer) {
     const Bytes form = formOf(buffer);
     return std::string(form.begin() + 4, form.end());
-}
-
-std::string textOf(const CVQString& text) {
-    return std::string(text.c_str(), text.getByteLength());
 }
 
 std::string invalidLine(const std::string& operation, const std::string& text) {

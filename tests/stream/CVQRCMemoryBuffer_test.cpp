@@ -25,13 +25,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-CVQRCMemoryBuffer bufferOf(const Bytes& bytes) {
-    CVQRCMemoryBuffer buffer(bytes.size());
-    if (!bytes.empty())
-        std::memcpy(buffer.getBuffer(), bytes.data(), bytes.size());
-    return buffer;
-}
-
 Bytes bytesIn(const CVQRCMemoryBuffer& buffer) {
     return bytesOf(buffer.getData(), buffer.getSize());
 }
@@ -103,7 +96,7 @@ TEST(CVQRCMemoryBuffer, AsksForAHeaderAndItsSizeRoundedUpTo8Bytes) {
 }
 
 TEST(CVQRCMemoryBuffer, CopiesShareTheBlockUntilTheLastIsGone) {
-    CVQRCMemoryBuffer first = bufferOf({1, 2, 3});
+    CVQRCMemoryBuffer first = blockOf({1, 2, 3});
     EXPECT_FALSE(first.isShared());
     {
         const CVQRCMemoryBuffer second(first);
@@ -119,8 +112,8 @@ TEST(CVQRCMemoryBuffer, CopiesShareTheBlockUntilTheLastIsGone) {
 }
 
 TEST(CVQRCMemoryBuffer, AssignmentDropsTheOldBlockAndIgnoresItsOwn) {
-    CVQRCMemoryBuffer first = bufferOf({1});
-    CVQRCMemoryBuffer second = bufferOf({2});
+    CVQRCMemoryBuffer first = blockOf({1});
+    CVQRCMemoryBuffer second = blockOf({2});
     const CVQRCMemoryBuffer witness(second);
     second = first;
     EXPECT_FALSE(witness.isShared());
@@ -148,7 +141,7 @@ TEST(CVQRCMemoryBuffer, EmptyHandlesAreNeverCounted) {
 }
 
 TEST(CVQRCMemoryBuffer, RemoveRefEmptiesTheHandle) {
-    CVQRCMemoryBuffer first = bufferOf({1, 2});
+    CVQRCMemoryBuffer first = blockOf({1, 2});
     CVQRCMemoryBuffer second(first);
     second.removeRef();
     EXPECT_EQ(0u, second.getSize());
@@ -161,7 +154,7 @@ TEST(CVQRCMemoryBuffer, RemoveRefEmptiesTheHandle) {
 TEST(CVQRCMemoryBuffer, AddRefKeepsABlockForAHandleThatIsNone) {
     alignas(CVQRCMemoryBuffer) unsigned char kept[sizeof(CVQRCMemoryBuffer)];
     {
-        CVQRCMemoryBuffer buffer = bufferOf({1, 2});
+        CVQRCMemoryBuffer buffer = blockOf({1, 2});
         buffer.addRef();
         std::memcpy(kept, static_cast<const void*>(&buffer), sizeof kept);
         EXPECT_TRUE(buffer.isShared());
@@ -176,7 +169,7 @@ TEST(CVQRCMemoryBuffer, AddRefKeepsABlockForAHandleThatIsNone) {
 // id: rcbuffer-shared-write
 TEST(CVQRCMemoryBuffer, Kept_GetBufferReportsASharedBlockAndHandsItOut) {
     AssertionLog log;
-    CVQRCMemoryBuffer first = bufferOf({1, 2});
+    CVQRCMemoryBuffer first = blockOf({1, 2});
     EXPECT_THAT(log.takeSites(), IsEmpty());
     {
         const CVQRCMemoryBuffer second(first);
@@ -189,15 +182,15 @@ TEST(CVQRCMemoryBuffer, Kept_GetBufferReportsASharedBlockAndHandsItOut) {
 
 TEST(CVQRCMemoryBuffer, ComparesBytes) {
     const CVQRCMemoryBuffer empty;
-    const CVQRCMemoryBuffer abc = bufferOf({'a', 'b', 'c'});
+    const CVQRCMemoryBuffer abc = blockOf({'a', 'b', 'c'});
     EXPECT_TRUE(abc == abc);
     EXPECT_TRUE(abc == CVQRCMemoryBuffer(abc));
-    EXPECT_TRUE(abc == bufferOf({'a', 'b', 'c'}));
-    EXPECT_FALSE(abc != bufferOf({'a', 'b', 'c'}));
-    EXPECT_FALSE(abc == bufferOf({'a', 'b', 'd'}));
-    EXPECT_TRUE(abc != bufferOf({'a', 'b', 'd'}));
-    EXPECT_FALSE(abc == bufferOf({'a', 'b'}));
-    EXPECT_FALSE(abc == bufferOf({'a', 'b', 'c', 'd'}));
+    EXPECT_TRUE(abc == blockOf({'a', 'b', 'c'}));
+    EXPECT_FALSE(abc != blockOf({'a', 'b', 'c'}));
+    EXPECT_FALSE(abc == blockOf({'a', 'b', 'd'}));
+    EXPECT_TRUE(abc != blockOf({'a', 'b', 'd'}));
+    EXPECT_FALSE(abc == blockOf({'a', 'b'}));
+    EXPECT_FALSE(abc == blockOf({'a', 'b', 'c', 'd'}));
     EXPECT_FALSE(abc == empty);
     EXPECT_FALSE(empty == abc);
     EXPECT_TRUE(empty == CVQRCMemoryBuffer());
@@ -214,7 +207,7 @@ TEST(CVQRCMemoryBuffer, IsHarmlessInZeroedMemoryThatNoConstructorHasSeen) {
 
 TEST(CVQRCMemoryBuffer, WritesSizeAndBytes) {
     Sink sink;
-    EXPECT_EQ(&sink, &(sink << bufferOf({0xDE, 0xAD, 0})));
+    EXPECT_EQ(&sink, &(sink << blockOf({0xDE, 0xAD, 0})));
     EXPECT_THAT(sink.bytes, ElementsAre(3, 0, 0, 0, 0xDE, 0xAD, 0));
     EXPECT_THAT(sink.calls, ElementsAre("4", "3"));
 }
@@ -229,14 +222,14 @@ TEST(CVQRCMemoryBuffer, WritesFourZerosWhenEmpty) {
 TEST(CVQRCMemoryBuffer, ReportsAShortWriteOfItsBytes) {
     AssertionLog log;
     Sink sink(4);
-    sink << bufferOf({1, 2, 3, 4});
+    sink << blockOf({1, 2, 3, 4});
     EXPECT_THAT(log.takeSites(), IsEmpty());
-    sink << bufferOf({1, 2, 3, 4, 5});
+    sink << blockOf({1, 2, 3, 4, 5});
     EXPECT_THAT(log.takeSites(), ElementsAre("CVQRCMemoryBuffer:210"));
 }
 
 TEST(CVQRCMemoryBuffer, ReadsSizeAndBytesIntoABlockOfItsOwn) {
-    CVQRCMemoryBuffer buffer = bufferOf({9, 9});
+    CVQRCMemoryBuffer buffer = blockOf({9, 9});
     const CVQRCMemoryBuffer before(buffer);
     const Source source({3, 0, 0, 0, 0xDE, 0xAD, 0, 77});
     EXPECT_EQ(&source, &(source >> buffer));
@@ -248,7 +241,7 @@ TEST(CVQRCMemoryBuffer, ReadsSizeAndBytesIntoABlockOfItsOwn) {
 }
 
 TEST(CVQRCMemoryBuffer, IsEmptiedByASizeOfZero) {
-    CVQRCMemoryBuffer buffer = bufferOf({9, 9});
+    CVQRCMemoryBuffer buffer = blockOf({9, 9});
     const Source source({0, 0, 0, 0, 1});
     source >> buffer;
     EXPECT_EQ(nullptr, buffer.getData());
@@ -259,7 +252,7 @@ TEST(CVQRCMemoryBuffer, ReadsZerosForWhatASourceDoesNotDeliver) {
     const Bytes kWhole = {5, 0, 0, 0, 11, 12, 13, 14, 15};
     for (std::size_t length = 0; length < kWhole.size(); ++length) {
         SCOPED_TRACE(length);
-        CVQRCMemoryBuffer buffer = bufferOf({9, 9});
+        CVQRCMemoryBuffer buffer = blockOf({9, 9});
         Source(Bytes(kWhole.begin(), kWhole.begin() + static_cast<std::ptrdiff_t>(length))) >> buffer;
         Bytes expected;
         // One byte of the size is enough to name 5; of the rest nothing came, over the zeros set before.
@@ -278,7 +271,7 @@ TEST(CVQRCMemoryBuffer, ReadsTheSameFromAByteStreamThatRunsOut) {
         SCOPED_TRACE(length);
         CVQByteStream source;
         source.write(kWhole.data(), length);
-        CVQRCMemoryBuffer buffer = bufferOf({9, 9});
+        CVQRCMemoryBuffer buffer = blockOf({9, 9});
         source >> buffer;
         EXPECT_TRUE(source.isEndOfData());
         Bytes expected;
@@ -294,7 +287,7 @@ TEST(CVQRCMemoryBuffer, ReadsTheSameFromAByteStreamThatRunsOut) {
 TEST(CVQRCMemoryBuffer, KeepsItsBlockWhenTheSizeCannotBeHad) {
     for (const unsigned char low : {0xE1, 0xF0, 0xF8, 0xFF}) {
         SCOPED_TRACE(low);
-        CVQRCMemoryBuffer buffer = bufferOf({9, 8});
+        CVQRCMemoryBuffer buffer = blockOf({9, 8});
         const Source source({low, 0xFF, 0xFF, 0xFF, 1, 2, 3});
         source >> buffer;
         EXPECT_THAT(bytesIn(buffer), ElementsAre(9, 8));
@@ -320,22 +313,22 @@ TEST(CVQRCMemoryBuffer, MayBeWrittenIntoTheStreamWhoseStorageItIs) {
 }
 
 // Set before the constructors of this unit run, and not undone by them: the handle is constant-initialised.
-extern CVQRCMemoryBuffer sEarly;
-[[maybe_unused]] const bool sFilledEarly = [] {
-    sEarly = bufferOf({4, 5, 6});
+extern CVQRCMemoryBuffer sEarlyBlock;
+[[maybe_unused]] const bool sFilledEarlyBlock = [] {
+    sEarlyBlock = blockOf({4, 5, 6});
     return true;
 }();
-CVQRCMemoryBuffer sEarly;
+CVQRCMemoryBuffer sEarlyBlock;
 
 TEST(CVQRCMemoryBuffer, IsReadyBeforeStaticConstructorsRun) {
-    EXPECT_THAT(bytesIn(sEarly), ElementsAre(4, 5, 6));
+    EXPECT_THAT(bytesIn(sEarlyBlock), ElementsAre(4, 5, 6));
 }
 
 TEST(CVQRCMemoryBuffer, IsCopiedAndDroppedOnManyThreads) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 2000;
     for (int repeat = 0; repeat < 5; ++repeat) {
-        CVQRCMemoryBuffer shared = bufferOf(Bytes(100, 0x42));
+        CVQRCMemoryBuffer shared = blockOf(Bytes(100, 0x42));
         std::vector<std::thread> threads;
         for (int thread = 0; thread < kThreads; ++thread) {
             threads.emplace_back([mine = shared]() mutable {

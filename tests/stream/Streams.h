@@ -1,6 +1,8 @@
 // Streams of a user's own, for the tests: a source that delivers what it is told to, a sink that remembers all it took.
 #pragma once
 
+#include <CVQRCMemoryBuffer.h>
+#include <CVQString.h>
 #include <IVQIStream.h>
 #include <IVQOStream.h>
 
@@ -14,6 +16,21 @@ using Bytes = std::vector<unsigned char>;
 inline Bytes bytesOf(const void* data, std::size_t count) {
     const auto* const begin = static_cast<const unsigned char*>(data);
     return count == 0 ? Bytes() : Bytes(begin, begin + count);
+}
+
+inline Bytes bytesOf(const std::string& text) {
+    return Bytes(text.begin(), text.end());
+}
+
+inline std::string textOf(const CVQString& text) {
+    return std::string(text.c_str(), text.getByteLength());
+}
+
+inline CVQRCMemoryBuffer blockOf(const Bytes& bytes) {
+    CVQRCMemoryBuffer block(bytes.size());
+    if (!bytes.empty())
+        std::memcpy(block.getBuffer(), bytes.data(), bytes.size());
+    return block;
 }
 
 /// Delivers its bytes, at most `most` a call, and touches nothing beyond them. What it was asked lies in `calls`:

@@ -2,6 +2,7 @@
 // from outside; misuse; each pass of this machine against one character at a time: every character in every place,
 // all lengths; the ends of pages; use before main.
 #include "stream/PlainBase64.h"
+#include "stream/Streams.h"
 #include "stream/VQBase64Plain.h"
 #include "support/AssertionLog.h"
 
@@ -27,10 +28,6 @@ using testing::ElementsAre;
 
 constexpr char kFill = '#';
 constexpr unsigned char kFillByte = 0xEE;
-
-Bytes bytesOf(const std::string& text) {
-    return Bytes(text.begin(), text.end());
-}
 
 /// All of a destination of `size` bytes; each buffer is a heap block of just its size.
 std::string encoded(const Bytes& source, std::size_t size) {
@@ -160,7 +157,7 @@ TEST(VQBase64, Kept_TheLengthIsCalculatedModulo2To32) {  // id: base64-length-29
     constexpr std::size_t kPiece = 1 << 20;
     const std::string piece(kPiece, 'A');
     const int file = memfd_create("text", 0);
-    ASSERT_EQ(static_cast<ssize_t>(kPiece), write(file, piece.data(), kPiece));
+    ASSERT_EQ(static_cast<ssize_t>(kPiece), ::write(file, piece.data(), kPiece));
     auto* const text = static_cast<char*>(pages);
     for (std::size_t at = 0; at + kPiece <= kLength; at += kPiece)
         ASSERT_NE(MAP_FAILED, mmap(text + at, kPiece, PROT_READ, MAP_PRIVATE | MAP_FIXED, file, 0));
@@ -315,28 +312,28 @@ TEST(VQBase64, RefusesADestinationOfMoreThan32Bits) {
     EXPECT_EQ(kFillByte, byte);
 }
 
-const std::string sBeforeMain = textOf(Bytes(300, 'm'));
+const std::string sTextBeforeMain = textOf(Bytes(300, 'm'));
 
 TEST(VQBase64, WorksBeforeMain) {
-    EXPECT_EQ(std::string(plain::encode(Bytes(300, 'm'), 400, kFill)), sBeforeMain);
+    EXPECT_EQ(std::string(plain::encode(Bytes(300, 'm'), 400, kFill)), sTextBeforeMain);
 }
 
 // Each pass that this machine can run
 
-struct Passes {
+struct Base64Passes {
     const char* name;
     const VQBase64::SPasses* passes;
     std::size_t mayLeave;  // groups
 };
 
-void PrintTo(const Passes& passes, std::ostream* stream) {
+void PrintTo(const Base64Passes& passes, std::ostream* stream) {
     *stream << passes.name;
 }
 
 constexpr VQBase64::SPasses kPassesPlain{&VQBase64::encodeGroups, &VQBase64::decodeGroups};
 
-std::vector<Passes> allPasses() {
-    std::vector<Passes> all{{"Plain", &kPassesPlain, 0}};
+std::vector<Base64Passes> allBase64Passes() {
+    std::vector<Base64Passes> all{{"Plain", &kPassesPlain, 0}};
 #if defined(__x86_64__)
     if (__builtin_cpu_supports("avx2") != 0)
         all.push_back({"Of32Bytes", &VQBase64::kPassesAVX2, 9});
@@ -344,7 +341,7 @@ std::vector<Passes> allPasses() {
     return all;
 }
 
-class VQBase64Passes : public testing::TestWithParam<Passes> {
+class VQBase64Passes : public testing::TestWithParam<Base64Passes> {
 protected:
     /// Holds what the pass took against the plain text, and that it took nearly all and touched nothing else.
     void expectEncoded(const Bytes& source) {
@@ -420,7 +417,7 @@ TEST_P(VQBase64Passes, DecodeAllNumbersOfGroups) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(OnThisMachine, VQBase64Passes, testing::ValuesIn(allPasses()),
+INSTANTIATE_TEST_SUITE_P(OnThisMachine, VQBase64Passes, testing::ValuesIn(allBase64Passes()),
                          [](const auto& tested) { return tested.param.name; });
 
 }  // namespace

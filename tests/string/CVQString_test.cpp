@@ -16,7 +16,7 @@ namespace {
 using namespace strings;
 using testing::IsEmpty;
 
-constexpr unsigned kFirstInvalid = 4294967276u;
+constexpr unsigned kFirstInvalidCapacity = 4294967276u;
 
 // ---- construction
 
@@ -105,7 +105,7 @@ TEST(CVQString, HasRoomForAGivenCapacity) {
 
 TEST(CVQString, RefusesACapacityThatOverflowsTheBlock) {
     Reports reports;
-    const CVQString text(kFirstInvalid);
+    const CVQString text(kFirstInvalidCapacity);
     EXPECT_EQ(&CVQString::nullData, &blockOf(text));
     EXPECT_EQ(Reports::assertion(202, "CVQString::ctor: Capacity -20 not valid!"), reports.lines());
 }

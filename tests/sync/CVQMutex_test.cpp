@@ -28,9 +28,9 @@ bool isHeld(CVQMutex& mutex) {
     return !inAnotherThread([&mutex] { return mutex.lock(0) && mutex.unlock() == 0; });
 }
 
-struct SBeforeMain {
-    SBeforeMain() : heldThen(isHeld(mutex)) { mutex.unlock(); }
-    ~SBeforeMain() {
+struct SMutexBeforeMain {
+    SMutexBeforeMain() : heldThen(isHeld(mutex)) { mutex.unlock(); }
+    ~SMutexBeforeMain() {
         if (isToldAtEnd) {
             const bool locked = mutex.lock(0);
             std::printf("%d %d", locked, isHeld(mutex));
@@ -42,7 +42,7 @@ struct SBeforeMain {
     bool heldThen;
     bool isToldAtEnd = false;
 };
-SBeforeMain sBeforeMain;
+SMutexBeforeMain sMutexBeforeMain;
 
 }  // namespace
 
@@ -111,10 +111,10 @@ TEST(CVQMutex, OneThatIsHeldAtItsEndIsAnAssertion) {
 }
 
 TEST(CVQMutex, AStaticOneServesBeforeMainAndWhileTheProcessExits) {
-    EXPECT_TRUE(sBeforeMain.heldThen);
-    EXPECT_FALSE(isHeld(sBeforeMain.mutex));
+    EXPECT_TRUE(sMutexBeforeMain.heldThen);
+    EXPECT_FALSE(isHeld(sMutexBeforeMain.mutex));
     const support::ChildResult r = support::runInChild([] {
-        sBeforeMain.isToldAtEnd = true;
+        sMutexBeforeMain.isToldAtEnd = true;
         std::exit(0);
     });
     EXPECT_EQ("1 1", r.out) << r;

@@ -12,7 +12,7 @@
 
 namespace {
 
-const VQPrivate::TVQInplaceFactory_0 kFactory;
+const VQPrivate::TVQInplaceFactory_0 kInPlace;
 
 struct SCounted {
     SCounted() : number(++sMade) { ++sAlive; }
@@ -69,7 +69,7 @@ TEST_F(TVQOptionalTest, IsEmptyAtFirst) {
 
 TEST_F(TVQOptionalTest, ConstructBuildsTheObjectBehindTheFlag) {
     TVQOptional<SCounted> optional;
-    optional.construct<VQPrivate::TVQInplaceFactory_0>(kFactory);
+    optional.construct<VQPrivate::TVQInplaceFactory_0>(kInPlace);
     EXPECT_TRUE(optional);
     EXPECT_EQ(1, flagOf(optional));
     ASSERT_NE(nullptr, optional.get());
@@ -88,7 +88,7 @@ TEST_F(TVQOptionalTest, DestroyOfAnEmptyOneDoesNothing) {
 
 TEST_F(TVQOptionalTest, DestroyEndsTheObjectOnce) {
     TVQOptional<SCounted> optional;
-    optional.construct(kFactory);
+    optional.construct(kInPlace);
     optional.destroy();
     EXPECT_FALSE(optional);
     EXPECT_EQ(0, flagOf(optional));
@@ -100,9 +100,9 @@ TEST_F(TVQOptionalTest, DestroyEndsTheObjectOnce) {
 
 TEST_F(TVQOptionalTest, ResetDestroysTheOldObjectFirst) {
     TVQOptional<SCounted> optional;
-    optional.reset<VQPrivate::TVQInplaceFactory_0>(kFactory);
+    optional.reset<VQPrivate::TVQInplaceFactory_0>(kInPlace);
     EXPECT_EQ("", SCounted::sLog);
-    optional.reset(kFactory);
+    optional.reset(kInPlace);
     EXPECT_EQ("1 ", SCounted::sLog);
     EXPECT_EQ(2, optional.get()->number);
     EXPECT_EQ(1, SCounted::sAlive);
@@ -112,11 +112,11 @@ TEST_F(TVQOptionalTest, EndsItsObjectAtItsOwnEndAtTheLatest) {
     { TVQOptional<SCounted> empty; }
     {
         TVQOptional<SCounted> optional;
-        optional.construct(kFactory);
+        optional.construct(kInPlace);
     }
     {
         TVQOptional<SCounted> optional;
-        optional.construct(kFactory);
+        optional.construct(kInPlace);
         optional.destroy();
     }
     EXPECT_EQ("1 2 ", SCounted::sLog);
@@ -131,16 +131,16 @@ TEST_F(TVQOptionalTest, TakesAnyFactory) {
 TEST_F(TVQOptionalTest, AlignsItsStorageAsAsked) {
     TVQOptional<char, 32u, 16u> optionals[3];
     for (auto& optional : optionals) {
-        optional.construct(kFactory);
+        optional.construct(kInPlace);
         EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(optional.get()) % 16);
     }
 }
 
 TEST_F(TVQOptionalTest, TheFactoryBuildsNothingIntoNothing) {
-    kFactory.apply<SCounted>(nullptr);
+    kInPlace.apply<SCounted>(nullptr);
     EXPECT_EQ(0, SCounted::sMade);
     alignas(SCounted) unsigned char storage[sizeof(SCounted)];
-    kFactory.apply<SCounted>(storage);
+    kInPlace.apply<SCounted>(storage);
     EXPECT_EQ(1, SCounted::sMade);
     reinterpret_cast<SCounted*>(storage)->~SCounted();
 }

@@ -98,9 +98,9 @@ void waitForWaiters(SEMHANDLE& handle, unsigned waiters) {
 }
 
 /// One that is used before main, and while the process exits.
-struct SBeforeMain {
-    SBeforeMain() : hadItsUnitOnly(semaphore.lock(0) && !semaphore.lock(5)) { semaphore.unlock(); }
-    ~SBeforeMain() {
+struct SSemaphoreBeforeMain {
+    SSemaphoreBeforeMain() : hadItsUnitOnly(semaphore.lock(0) && !semaphore.lock(5)) { semaphore.unlock(); }
+    ~SSemaphoreBeforeMain() {
         if (isToldAtEnd) {
             std::printf("%d", semaphore.lock(0) && !semaphore.lock(5) && semaphore.unlock() == 0);
         }
@@ -109,14 +109,14 @@ struct SBeforeMain {
     bool hadItsUnitOnly;
     bool isToldAtEnd = false;
 };
-SBeforeMain sBeforeMain;
+SSemaphoreBeforeMain sSemaphoreBeforeMain;
 
 }  // namespace
 
 TEST(CVQBinarySemaphore, AStaticOneServesBeforeMainAndWhileTheProcessExits) {
-    EXPECT_TRUE(sBeforeMain.hadItsUnitOnly);
+    EXPECT_TRUE(sSemaphoreBeforeMain.hadItsUnitOnly);
     const auto result = support::runInChild([] {
-        sBeforeMain.isToldAtEnd = true;
+        sSemaphoreBeforeMain.isToldAtEnd = true;
         std::exit(0);
     });
     EXPECT_TRUE(result.exitedWith(0)) << result;

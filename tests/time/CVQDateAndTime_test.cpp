@@ -44,7 +44,7 @@ using Micros = unsigned long long;
 constexpr Micros kSecond = 1'000'000;
 constexpr Micros kHour = 3600 * kSecond;
 constexpr Micros kDay = 24 * kHour;
-constexpr Micros kHighest = ~0ULL;
+constexpr Micros kLastTime = ~0ULL;
 constexpr unsigned kLastDay = 376'563;  // 3000-12-31
 
 CVQDateAndTime at(Micros micros) {
@@ -201,7 +201,7 @@ TEST(CVQDateAndTime, IsBuiltFromMicrosecondsOrSeconds) {
 TEST(CVQDateAndTime, HourOffsetsWrapWithoutAReport) {
     support::SlogCapture log;
     EXPECT_EQ(CVQDateAndTime(5, true, -1).getMicroseconds(), 0 - 3'595'000'000ULL);
-    EXPECT_EQ(CVQDateAndTime(kHighest, false, 1).getMicroseconds(), kHour - 1);
+    EXPECT_EQ(CVQDateAndTime(kLastTime, false, 1).getMicroseconds(), kHour - 1);
     EXPECT_EQ(CVQDateAndTime(0, false, INT_MAX).getMicroseconds(), 2'147'483'647 * kHour);
     EXPECT_EQ(CVQDateAndTime(0, false, INT_MIN).getMicroseconds(), 0 - 2'147'483'648 * kHour);
     EXPECT_THAT(log.texts(), IsEmpty());
@@ -248,8 +248,8 @@ TEST(CVQDateAndTime, GivesItsRawValueUnderAllItsNames) {
     EXPECT_EQ(value.getMicroseconds(), 1'999'999U);
     EXPECT_EQ(value.getMicrosecondsForUnixBaseTime(), 1'999'999U);
     EXPECT_EQ(value.getSecondsForUnixBaseTime(), 1U);
-    value.setMicrosecondsFromUnixBaseTimeNew(kHighest);
-    EXPECT_EQ(value.getMicroseconds(), kHighest);
+    value.setMicrosecondsFromUnixBaseTimeNew(kLastTime);
+    EXPECT_EQ(value.getMicroseconds(), kLastTime);
     EXPECT_EQ(value.getSecondsForUnixBaseTime(), 18'446'744'073'709U);
 }
 
@@ -265,13 +265,13 @@ TEST(CVQDateAndTime, Kept_AnOverflowOfTheOlderBaseTimeIsStoredAndLoggedOnce) {  
     CVQDateAndTime value;
     constexpr Micros kShift = 31'536'000'000'000;
 
-    value.setMicrosecondsFromUnixBaseTime(kHighest - kShift);  // the last that fits
-    EXPECT_EQ(value.getMicroseconds(), kHighest);
+    value.setMicrosecondsFromUnixBaseTime(kLastTime - kShift);  // the last that fits
+    EXPECT_EQ(value.getMicroseconds(), kLastTime);
     EXPECT_THAT(log.records(), IsEmpty());
 
-    value.setMicrosecondsFromUnixBaseTime(kHighest - kShift + 1);
+    value.setMicrosecondsFromUnixBaseTime(kLastTime - kShift + 1);
     EXPECT_EQ(value.getMicroseconds(), 0U);
-    value.setMicrosecondsFromUnixBaseTime(kHighest);
+    value.setMicrosecondsFromUnixBaseTime(kLastTime);
     EXPECT_EQ(value.getMicroseconds(), 31'535'999'999'999U);
 
     const std::string line =
@@ -298,7 +298,7 @@ TEST(CVQDateAndTime, AddsAndSubtractsSpansModulo64Bits) {
 
     value = at(1);
     value.subTimeSpan(CVQTimeSpan(2));
-    EXPECT_EQ(value.getMicroseconds(), kHighest);
+    EXPECT_EQ(value.getMicroseconds(), kLastTime);
     value.addTimeSpan(CVQTimeSpan(3));
     EXPECT_EQ(value.getMicroseconds(), 2U);
 }
@@ -309,15 +309,15 @@ TEST(CVQDateAndTime, TheDifferenceOfTwoInstantsHasASign) {
     EXPECT_TRUE(parts == CVQTimeSpan::Span(false, 1, 0, 0, 0, 1));
     at(0).subTimeStamp(at(kDay + 1)).getSpan(parts);
     EXPECT_TRUE(parts == CVQTimeSpan::Span(true, 1, 0, 0, 0, 1));
-    EXPECT_EQ(at(0).subTimeStamp(at(kHighest)).getMicroseconds(), 1U);
+    EXPECT_EQ(at(0).subTimeStamp(at(kLastTime)).getMicroseconds(), 1U);
 }
 
 TEST(CVQDateAndTime, ComparesToMinusOneZeroOrOne) {
     EXPECT_EQ(at(7).compareTo(at(7)), 0);
     EXPECT_EQ(at(7).compareTo(at(7'000'000'000'000)), -1);
     EXPECT_EQ(at(7'000'000'000'000).compareTo(at(7)), 1);
-    EXPECT_EQ(at(kHighest).compareTo(at(0)), 1);
-    EXPECT_EQ(at(0).compareTo(at(kHighest)), -1);
+    EXPECT_EQ(at(kLastTime).compareTo(at(0)), 1);
+    EXPECT_EQ(at(0).compareTo(at(kLastTime)), -1);
 }
 
 TEST(CVQDateAndTime, AssignsToItself) {
@@ -556,7 +556,7 @@ TEST(CVQDateAndTime, HoursOfATimeAreNotReducedToADayButCutTo8Bits) {
     EXPECT_EQ(timeOf(4'294'967'296 * kSecond + 3), SVQTime(0, 0, 0, 3));  // seconds are cut to 32 bits
     EXPECT_EQ(timeOf(0, -1), SVQTime(236, 4, 45, 551'616));
     for (const int hours : {0, 1, -1, 23, -23, 1000, -1000, INT_MAX, INT_MIN}) {
-        for (const Micros micros : {Micros(0), kDay - 1, kHighest}) {
+        for (const Micros micros : {Micros(0), kDay - 1, kLastTime}) {
             // Modulo 2^64, seconds modulo 2^32, hours modulo 2^8, each taken on its own.
             const Micros shifted = hours < 0 ? micros - static_cast<Micros>(-static_cast<long long>(hours)) * kHour
                                              : micros + static_cast<Micros>(hours) * kHour;
@@ -593,7 +593,7 @@ TEST(CVQDateAndTime, GivesItsDateWithoutAnOffset) {
     SVQDate date;
     at(SVQDate(2009, 3, 7), SVQTime(23, 59, 59, 999'999)).getDate(date);
     EXPECT_EQ(date, SVQDate(2009, 3, 7));
-    at(kHighest).getDate(date);
+    at(kLastTime).getDate(date);
     EXPECT_EQ(date, plain::dateFromDays(213'503'982));
 }
 
@@ -605,7 +605,7 @@ TEST(CVQDateAndTime, Kept_GetTimeAddsItsOffsetAfterTheDay) {  // id: date-offset
     value.getTime(time, 2);
     EXPECT_EQ(time, SVQTime(25, 30, 0, 5));
     value.getTime(time, -24);  // wraps: -1,800 s modulo 2^64 microseconds, seconds cut to 32 bits
-    EXPECT_EQ(time, timeOf(kHighest - 30 * 60 * kSecond + 6));
+    EXPECT_EQ(time, timeOf(kLastTime - 30 * 60 * kSecond + 6));
     at(kDay).getTime(time, -1);
     EXPECT_EQ(time, SVQTime(236, 4, 45, 551'616));
 }
@@ -660,7 +660,7 @@ TEST(CVQDateAndTime, Kept_SetTimeAddsItsOffsetToAnHourOf8Bits) {  // id: date-of
 }
 
 TEST(CVQDateAndTime, SetsDateAndTimeAtOnce) {
-    CVQDateAndTime value = at(kHighest);
+    CVQDateAndTime value = at(kLastTime);
     value.setDateAndTime(2009, 3, 7, 14, 5, 9, 11);
     EXPECT_EQ(value.getMicroseconds(), 14'310 * kDay + 14 * kHour + 5 * 60 * kSecond + 9 * kSecond + 11);
     value.setDateAndTime(SVQDate(2009, 3, 7), SVQTime(0, 30, 0, 0), -1);
@@ -763,17 +763,17 @@ TEST(CVQDateAndTime, TravelsAsEightBytes) {
 
     CVQDateAndTime first;
     CVQDateAndTime second;
-    stream << at(1) << at(kHighest);
+    stream << at(1) << at(kLastTime);
     stream >> first >> second;
     EXPECT_EQ(first.compareTo(at(1)), 0);
-    EXPECT_EQ(second.compareTo(at(kHighest)), 0);
+    EXPECT_EQ(second.compareTo(at(kLastTime)), 0);
 }
 
 TEST(CVQDateAndTime, BytesThatDoNotComeLeaveTheOldValuesInPlace) {
     for (unsigned length = 0; length <= 8; ++length) {
         CVQDateAndTime value = at(0x1111111111111111);
         ShortStream(length) >> value;
-        const Micros read = length == 0 ? 0 : kHighest >> (64 - 8 * length);
+        const Micros read = length == 0 ? 0 : kLastTime >> (64 - 8 * length);
         EXPECT_EQ(value.getMicroseconds(), (0x0807060504030201 & read) | (0x1111111111111111 & ~read)) << length;
     }
 }

@@ -12,8 +12,8 @@ using Span = CVQTimeSpan::Span;
 
 namespace {
 
-constexpr long long kLowest = std::numeric_limits<long long>::min();
-constexpr long long kHighest = std::numeric_limits<long long>::max();
+constexpr long long kLowestCount = std::numeric_limits<long long>::min();
+constexpr long long kHighestCount = std::numeric_limits<long long>::max();
 
 Span partsOf(long long micros) {
     Span span(true, 1, 2, 3, 4, 5);  // every field must be overwritten
@@ -56,9 +56,9 @@ TEST(CVQTimeSpan, BreaksCountsIntoParts) {
         {__LINE__, 86'400'000'000, Span(false, 1, 0, 0, 0, 0)},
         {__LINE__, 90'061'000'001, Span(false, 1, 1, 1, 1, 1)},
         {__LINE__, -90'061'000'001, Span(true, 1, 1, 1, 1, 1)},
-        {__LINE__, kHighest, Span(false, 106'751'991, 4, 0, 54, 775'807)},
-        {__LINE__, kLowest + 1, Span(true, 106'751'991, 4, 0, 54, 775'807)},
-        {__LINE__, kLowest, Span(true, 106'751'991, 4, 0, 54, 775'808)},
+        {__LINE__, kHighestCount, Span(false, 106'751'991, 4, 0, 54, 775'807)},
+        {__LINE__, kLowestCount + 1, Span(true, 106'751'991, 4, 0, 54, 775'807)},
+        {__LINE__, kLowestCount, Span(true, 106'751'991, 4, 0, 54, 775'808)},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
@@ -76,7 +76,7 @@ TEST(CVQTimeSpan, EveryCountComesBackFromItsParts) {
     std::mt19937_64 random(52);
     for (int i = 0; i != 100'000; ++i) {
         const auto micros = static_cast<long long>(random() >> (random() % 64));
-        for (const long long count : {micros, micros == kLowest ? micros : -micros}) {
+        for (const long long count : {micros, micros == kLowestCount ? micros : -micros}) {
             const Span span = partsOf(count);
             ASSERT_TRUE(span.isValid()) << count;
             ASSERT_EQ(span.negative, count < 0);
@@ -99,8 +99,8 @@ TEST(CVQTimeSpan, WrapsPartsThatDoNotFit64Bits) {
     // 2^63 microseconds and the same before zero are one value.
     const Span highest(false, 106'751'991, 4, 0, 54, 775'808);
     const Span lowest(true, 106'751'991, 4, 0, 54, 775'808);
-    EXPECT_EQ(CVQTimeSpan::getMicrosFromSpan(highest), kLowest);
-    EXPECT_EQ(CVQTimeSpan::getMicrosFromSpan(lowest), kLowest);
+    EXPECT_EQ(CVQTimeSpan::getMicrosFromSpan(highest), kLowestCount);
+    EXPECT_EQ(CVQTimeSpan::getMicrosFromSpan(lowest), kLowestCount);
 }
 
 TEST(CVQTimeSpan, ChecksEveryPartButDaysAndSign) {
@@ -168,11 +168,11 @@ TEST(CVQTimeSpan, SettersWrapModulo64Bits) {
     EXPECT_EQ(span.getMicroseconds(), 2'147'483'647ULL * 86'400'000'000ULL);
     span.setDays(std::numeric_limits<int>::min());
     EXPECT_EQ(span.getMicroseconds(), 0 - 2'147'483'648ULL * 86'400'000'000ULL);
-    span.setHours(kLowest);  // 2^63 times an even number
+    span.setHours(kLowestCount);  // 2^63 times an even number
     EXPECT_EQ(span.getMicroseconds(), 0U);
-    span.setMinutes(kHighest);
+    span.setMinutes(kHighestCount);
     EXPECT_EQ(span.getMicroseconds(), bits(-60'000'000));
-    span.setSeconds(kHighest);
+    span.setSeconds(kHighestCount);
     EXPECT_EQ(span.getMicroseconds(), bits(-1'000'000));
 }
 
@@ -200,7 +200,7 @@ TEST(CVQTimeSpan, Kept_GettersAndCompareToReadANegativeSpanAsAVeryLargeOne) {  /
     CVQTimeSpan anHour;
     anHour.setHours(1);
     EXPECT_EQ(span.compareTo(anHour), 1);
-    EXPECT_EQ(CVQTimeSpan(bits(kHighest)).compareTo(CVQTimeSpan(bits(kLowest))), -1);
+    EXPECT_EQ(CVQTimeSpan(bits(kHighestCount)).compareTo(CVQTimeSpan(bits(kLowestCount))), -1);
 
     Span parts;
     span.getSpan(parts);
