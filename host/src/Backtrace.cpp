@@ -68,13 +68,24 @@ private:
 
 sigset_t sMaskBefore;  // of the thread that forks
 
+// A fork that began before the last of the handlers below was registered does not run that in its child.
+__thread bool sRunsAllHandlers __attribute__((tls_model("initial-exec"))) = false;
+
+void noteAllHandlers() {
+    sRunsAllHandlers = true;
+}
+
 void lockBeforeFork() {
+    if (!sRunsAllHandlers)
+        return;
     const sigset_t before = blockSignals();
     sWalk.lock();
     sMaskBefore = before;
 }
 
 void unlockAfterFork() {
+    if (!sRunsAllHandlers)
+        return;
     const sigset_t before = sMaskBefore;
     sWalk.unlock();
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -86,8 +97,8 @@ __attribute__((constructor(101))) void prepareForFork() {
 }
 
 // And after them: in a child, the first handler of a signal finds all of the host in order.
-__attribute__((constructor(103))) void prepareForChild() {
-    pthread_atfork(nullptr, nullptr, unlockAfterFork);
+__attribute__((constructor(103))) void completeForFork() {
+    pthread_atfork(noteAllHandlers, nullptr, unlockAfterFork);
 }
 
 bool isRefused(const bt_accessor_t* accessor) {

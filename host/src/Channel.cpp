@@ -315,12 +315,12 @@ void releasePulse(Channel* channel, QueuedPulse* pulse) {
     channel->freePulses = pulse;
 }
 
-void sayDisconnected(Channel* channel, int scoid) {
+void sayDisconnected(Channel* channel, int scoid, int priority) {
     if ((channel->flags & _NTO_CHF_DISCONNECT) == 0 || channel->isDestroyed)
         return;
     sigval none;
     none.sival_ptr = nullptr;
-    if (queuePulse(channel, callerPriority(), _PULSE_CODE_DISCONNECT, none, scoid))
+    if (queuePulse(channel, priority, _PULSE_CODE_DISCONNECT, none, scoid))
         callReceiver(channel).make();
 }
 

@@ -303,7 +303,7 @@ inline void takeFromQueue(Channel* channel, QueueEntry* entry) {
 bool queuePulse(Channel* channel, int priority, int code, union sigval value, int scoid);
 void releasePulse(Channel* channel, QueuedPulse* pulse);
 /// Queues the pulse that says that a sender's connection is gone, where the channel wants to know.
-void sayDisconnected(Channel* channel, int scoid);
+void sayDisconnected(Channel* channel, int scoid, int priority);
 
 /// A message of the channel, not queued yet; null when there are too many.
 Message* newMessage(Channel* channel);

@@ -27,6 +27,7 @@ void lockBeforeFork() {
         ++forksWithin;
         return;
     }
+    findOwnBeforeFork();
     const ArmedTimeout armed = takeTimeouts();
     lockChannels();
     armedAtFork = armed;
@@ -182,6 +183,7 @@ int ConnectAttach(uint32_t nd, pid_t pid, int chid, unsigned, int) {
 int ConnectDetach(int coid) {
     dropTimeout();
     ErrnoKeeper keeper;
+    const int priority = callerPriority();
     const ChannelGuard guard;
     Connection* const connection = findConnection(coid);
     if (connection == nullptr) {
@@ -194,7 +196,7 @@ int ConnectDetach(int coid) {
     } else {
         queueExpiries(connection->channel);
         finishMessages(connection->channel, coid, EBADF);
-        sayDisconnected(connection->channel, coid);
+        sayDisconnected(connection->channel, coid, priority);
         releaseChannel(connection->channel);
     }
     removeConnection(connection);  // before its link, which a forked child would look for

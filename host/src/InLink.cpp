@@ -256,7 +256,7 @@ void dropInLink(InLink* link) {
         place = &(*place)->next;
     *place = link->next;
     if (link->page != nullptr)
-        sayDisconnected(channel, link->id);
+        sayDisconnected(channel, link->id, kOrdinaryPriority);
     callAllReceivers(channel);  // and have them count themselves anew: the other side could write to the doorbell
     releaseChannel(channel);
 }

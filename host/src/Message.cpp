@@ -134,7 +134,7 @@ bool handOver(Channel* channel, Message* message) {
 }
 
 SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& request, const Parts& reply,
-                    ArmedTimeout timeout) {
+                    ArmedTimeout timeout, int priority) {
     Channel* const channel = connection->channel;
     if (channel->isDestroyed)
         return {-1, EBADF};
@@ -147,7 +147,7 @@ SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& re
     Unfinished sending(leaveForGood, &sender);
     message->sender = &sender;
     message->link = nullptr;
-    message->priority = callerPriority();
+    message->priority = priority;
     message->info = {};
     message->info.pid = processId;
     message->info.tid = static_cast<int32_t>(threadId());
@@ -194,13 +194,14 @@ int send(int coid, Buffers given, Buffers room) {
     if (!given.measure(request, storage[0]) || !room.measure(reply, storage[1]))
         return fail(EINVAL);
     ErrnoKeeper keeper;
+    const int priority = callerPriority();
     SendResult result = {-1, EBADF};
     {
         ChannelGuard guard;
         Connection* const connection = findConnection(coid);
         if (connection != nullptr)
             result = connection->link != nullptr ? sendOver(guard, connection->link, request, reply, timeout)
-                                                 : sendHere(guard, connection, request, reply, timeout);
+                                                 : sendHere(guard, connection, request, reply, timeout, priority);
     }
     if (result.error == 0)
         return result.status;

@@ -25,7 +25,6 @@
 namespace host {
 namespace {
 
-constexpr int kFirstPriority = 10;
 constexpr int kLastPriority = 63;
 constexpr size_t kMaxName = 100;
 
@@ -145,12 +144,6 @@ bool sendSignal(int id, int signal) {
     return id > 0 && syscall(SYS_tgkill, getpid(), id, signal) == 0;
 }
 
-/// Another thread may have made the forking one's record.
-void findOwnBeforeFork() {
-    if (isAtTable == 0)
-        findOwn();
-}
-
 /// A forked child has one thread, which keeps its priority, and no other to join.
 void forgetOthersInChild() {
     mustEnd = 0;
@@ -174,7 +167,7 @@ void installEndingSignal() {
 
 void makeEndKeyAndForkHandlers() {
     hasEndKey = pthread_key_create(&endKey, onEndOfThread) == 0;
-    pthread_atfork(findOwnBeforeFork, nullptr, forgetOthersInChild);
+    pthread_atfork(nullptr, nullptr, forgetOthersInChild);
 }
 
 pthread_once_t endingSignalOnce = PTHREAD_ONCE_INIT;
@@ -262,7 +255,7 @@ Thread* newRecord(int id) {
     Thread* const thread = static_cast<Thread*>(calloc(1, sizeof(Thread)));
     if (thread != nullptr) {
         thread->id = id;
-        thread->priority = kFirstPriority;
+        thread->priority = kOrdinaryPriority;
         thread->policy = SCHED_RR;
     }
     return thread;
@@ -299,10 +292,10 @@ void* runThread(void* argument) {
     learnThreadId(static_cast<unsigned>(idOf(*self, handle)));
     store(self->id, static_cast<int>(threadId()));
     beToldOfTheEnd();
-    pthread_sigmask(SIG_SETMASK, &self->signalMask, nullptr);
     __atomic_store_n(&self->isReady, true, __ATOMIC_SEQ_CST);
     if (__atomic_load_n(&self->isDestroyed, __ATOMIC_SEQ_CST))
         endOwnThread();
+    pthread_sigmask(SIG_SETMASK, &self->signalMask, nullptr);
     return self->function(self->argument);
 }
 
@@ -367,9 +360,9 @@ void applyPriority(int tid, int priority) {
     if (!mayRaise())
         return;
     constexpr int kLowest = 19, kHighest = -20;
-    const int nice = priority <= kFirstPriority
-                         ? (kFirstPriority - priority) * kLowest / (kFirstPriority - 1)
-                         : (priority - kFirstPriority) * kHighest / (kLastPriority - kFirstPriority);
+    const int nice = priority <= kOrdinaryPriority
+                         ? (kOrdinaryPriority - priority) * kLowest / (kOrdinaryPriority - 1)
+                         : (priority - kOrdinaryPriority) * kHighest / (kLastPriority - kOrdinaryPriority);
     setpriority(PRIO_PROCESS, static_cast<id_t>(tid), nice);
 }
 
@@ -456,10 +449,15 @@ void endIfDue() {
         endOwnThread();
 }
 
+void findOwnBeforeFork() {
+    if (isAtTable == 0)
+        findOwn();
+}
+
 int callerPriority() {
     const Thread* const own = findOwn();
     if (own == nullptr)
-        return kFirstPriority;
+        return kOrdinaryPriority;
     if (!isOwnForeign)
         return load(own->priority);
     const TableGuard guard;
@@ -579,7 +577,7 @@ int SchedGet(pid_t pid, int tid, struct sched_param* parameters) {
     Thread* record;
     if (const int error = findRunning(pid, tid, record); error != EOK)
         return result(error);
-    parameters->sched_priority = record != nullptr ? record->priority : kFirstPriority;
+    parameters->sched_priority = record != nullptr ? record->priority : kOrdinaryPriority;
     return record != nullptr ? record->policy : SCHED_RR;
 }
 

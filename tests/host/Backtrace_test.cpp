@@ -372,6 +372,13 @@ TEST(Backtrace, InAHandlerComesBackWhileAnotherThreadForks) {
     }
 }
 
+// And finds its signals as they were.
+TEST(Backtrace, DoesNotWaitInAChildThatWasForkedAmongTheHostsConstructors) {
+    const auto result = support::runProgram(HOST_STATIC_PROBE, {});
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    EXPECT_THAT(result.out, testing::EndsWith(" 0\n"));
+}
+
 TEST(Backtrace, NeedsNeitherHeapNorDescriptors) {
     if (kIsSanitized || support::isEmulated())
         GTEST_SKIP() << "the heap of a sanitizer or an emulator does not run out";

@@ -453,7 +453,8 @@ TEST(EndingReceiver, ReleasesASenderThatHasAskedForIt) {
             std::this_thread::sleep_for(1ms);
         EXPECT_TRUE(isBack) << "it has a time-out, and nobody has received its message";
         while (!isBack)
-            receiveNow(own.chid);
+            if (const int id = receiveNow(own.chid).result; id > 0)
+                MsgReply(id, 0, nullptr, 0);
         client.join();
         for (_pulse pulse; receivePulseNow(own.chid, pulse).result == 0;) {
         }
@@ -810,6 +811,21 @@ TEST(EndingItself, LeavesItsStatusToItsJoiner) {
     }
 }
 
+// In a handler that runs before it, too.
+TEST(EndingThread, NeedsItsFunctionNotToHaveBegun) {
+    NEEDS_THREADS_THAT_VANISH();
+    struct sigaction action = {};
+    action.sa_handler = [](int) { forEver([] { pause(); }); };
+    sigaction(SIGUSR1, &action, nullptr);
+    const OnProcessor one(0);
+    for (int round = 0; round < 5; ++round) {
+        Doomed thread([] { forEver([] { pause(); }); });
+        ASSERT_EQ(0, tgkill(getpid(), thread.id(), SIGUSR1));
+        waitUntilOthersSleep();
+        thread.end();
+    }
+}
+
 std::atomic<int> forksOfHandlers{0}, childrenWithoutInput{0};
 
 /// In the thread that gets the signal.
@@ -884,6 +900,53 @@ TEST_P(ForkInAHandlerOf, ComesBackWhileAnotherThreadForks) {
     NEEDS_THREADS_THAT_VANISH();
     const support::Forker forker;
     forkInHandlersOf(GetParam(), 100);
+}
+
+TEST_P(ForkInAHandlerOf, ComesBackWhileAnotherThreadSends) {
+    NEEDS_THREADS_THAT_VANISH();
+    OwnChannel own;
+    std::atomic<bool> isOver{false};
+    std::thread sender([&] {
+        while (!isOver) {
+            TimerTimeout(CLOCK_MONOTONIC, _NTO_TIMEOUT_SEND, nullptr, nullptr, nullptr);
+            MsgSend(own.coid, nullptr, 0, nullptr, 0);
+            ConnectDetach(ConnectAttach(0, 0, own.chid, _NTO_SIDE_CHANNEL, 0));
+        }
+    });
+    forkInHandlersOf(GetParam(), 300);
+    isOver = true;
+    sender.join();
+}
+
+// Both at once, in calls that hold different locks.
+TEST(ForkInHandlers, OfMessagesAndOfThreadsComeBack) {
+    NEEDS_THREADS_THAT_VANISH();
+    forkOnSignal(SIGUSR1);
+    sched_param priority = {};
+    priority.sched_priority = 12;
+    SchedSet(0, getpid(), SCHED_NOCHANGE, &priority);
+    OwnChannel own;
+    std::atomic<bool> isOver{false};
+    std::thread callers[] = {std::thread([&] {
+                                 for (_pulse pulse; !isOver;) {
+                                     MsgSendPulse(own.coid, 10, 1, 0);
+                                     MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr);
+                                 }
+                             }),
+                             std::thread([&] {
+                                 for (sched_param found; !isOver;)
+                                     SchedGet(0, getpid(), &found);
+                             })};
+    std::this_thread::sleep_for(10ms);
+    for (int i = 1; i <= 300; ++i) {
+        for (std::thread& caller : callers)
+            ASSERT_EQ(0, pthread_kill(caller.native_handle(), SIGUSR1));
+        while (forksOfHandlers < 2 * i)
+            std::this_thread::sleep_for(100us);
+    }
+    isOver = true;
+    for (std::thread& caller : callers)
+        caller.join();
 }
 
 }  // namespace

@@ -25,7 +25,8 @@ private:
             const pid_t child = fork();
             if (child == 0)
                 _exit(0);
-            waitpid(child, nullptr, 0);
+            if (child > 0)
+                waitpid(child, nullptr, 0);
         }
     }};
 };
