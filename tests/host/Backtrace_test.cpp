@@ -335,6 +335,9 @@ TEST_F(MemoryMap, PrintsAForgedCountWithoutReadingOn) {
 TEST(Backtrace, InAHandlerComesBackWhileAnotherThreadForks) {
     if (kIsSanitized)
         GTEST_SKIP() << "a sanitizer's own locks wait for each other";
+#if defined(__arm__)
+    GTEST_SKIP() << "the tables of ARM hold at calls, and the handler comes anywhere";
+#endif
     static std::atomic<int> walks;
     struct sigaction action = {};
     action.sa_handler = [](int) {
