@@ -345,18 +345,25 @@ TEST(EndingReceiver, LeavesAMessageThatItWasHandedToTheNext) {
     }
 }
 
+std::atomic<bool> isHeldUp, mayGoOn;
+
+/// Whoever gets the signal.
+void holdUpOn(int signal) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        isHeldUp = true;
+        while (!mayGoOn)
+            usleep(50);
+        isHeldUp = false;
+    };
+    sigaction(signal, &action, nullptr);
+}
+
 // A request for nobody: ThreadDestroy has come back before it is sent.
 TEST(EndingReceiver, TakesNothingThatIsSentAfterIt) {
     NEEDS_THREADS_THAT_VANISH();
-    static std::atomic<bool> isHeld, mayGoOn;
+    holdUpOn(SIGUSR1);  // one that maybe holds the lock of the channels
     struct sigaction action = {};
-    action.sa_handler = [](int) {
-        isHeld = true;
-        while (!mayGoOn)
-            usleep(50);
-        isHeld = false;
-    };
-    sigaction(SIGUSR1, &action, nullptr);  // holds up one that maybe holds the lock of the channels
     action.sa_handler = [](int) {};
     sigaction(SIGUSR2, &action, nullptr);
     OwnChannel own, other;
@@ -378,11 +385,11 @@ TEST(EndingReceiver, TakesNothingThatIsSentAfterIt) {
     };
     int rounds = 0;
     for (int tries = 0; tries < 500 && rounds < 20; ++tries) {
-        isHeld = mayGoOn = false;
+        isHeldUp = mayGoOn = false;
         Doomed server(serve);
         std::this_thread::sleep_for(1ms);
         ASSERT_EQ(0, pthread_kill(busy.native_handle(), SIGUSR1));
-        while (!isHeld)
+        while (!isHeldUp)
             std::this_thread::sleep_for(20us);
         tgkill(getpid(), server.id(), SIGUSR2);  // its wait is over, and it takes the lock, if that is free
         std::this_thread::sleep_for(2ms);
@@ -401,7 +408,7 @@ TEST(EndingReceiver, TakesNothingThatIsSentAfterIt) {
             EXPECT_EQ((Outcome{0, 0}), sent.get()) << "a successor receives";
         }
         ASSERT_EQ(EOK, server.join());
-        while (isHeld)
+        while (isHeldUp)
             std::this_thread::sleep_for(20us);
     }
     isOver = true;
@@ -412,18 +419,10 @@ TEST(EndingReceiver, TakesNothingThatIsSentAfterIt) {
 // Of a message that was handed over, and not received, a sender that has asked for its release gets that.
 TEST(EndingReceiver, ReleasesASenderThatHasAskedForIt) {
     NEEDS_THREADS_THAT_VANISH();
-    static std::atomic<bool> isHeld, mayGoOn;
-    struct sigaction action = {};
-    action.sa_handler = [](int) {
-        isHeld = true;
-        while (!mayGoOn)
-            usleep(50);
-        isHeld = false;
-    };
-    sigaction(SIGUSR1, &action, nullptr);
+    holdUpOn(SIGUSR1);
     OwnChannel own(_NTO_CHF_UNBLOCK);
     for (int round = 0; round < 10; ++round) {
-        isHeld = mayGoOn = false;
+        isHeldUp = mayGoOn = false;
         Doomed server([&] {
             const OnProcessor there(0);
             forEver([&] {
@@ -436,7 +435,7 @@ TEST(EndingReceiver, ReleasesASenderThatHasAskedForIt) {
         for (int i = 0; i < 40; ++i)
             sendNothing(own.coid);  // so that it looks
         ASSERT_EQ(0, tgkill(getpid(), server.id(), SIGUSR1));
-        while (!isHeld) {
+        while (!isHeldUp) {
         }
         std::atomic<bool> isBack{false};
         std::thread client([&] {
