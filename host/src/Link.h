@@ -110,7 +110,7 @@ struct SendResult {
 };
 /// Gives the lock up while it waits.
 SendResult sendOver(ChannelGuard& guard, OutLink* link, const Parts& request, const Parts& reply,
-                    const ArmedTimeout& timeout);
+                    const ArmedTimeout& timeout, int priority);
 /// 0 or an error number.
 int pulseOver(ChannelGuard& guard, OutLink* link, int priority, int code, int value);
 

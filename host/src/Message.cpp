@@ -200,8 +200,9 @@ int send(int coid, Buffers given, Buffers room) {
         ChannelGuard guard;
         Connection* const connection = findConnection(coid);
         if (connection != nullptr)
-            result = connection->link != nullptr ? sendOver(guard, connection->link, request, reply, timeout)
-                                                 : sendHere(guard, connection, request, reply, timeout, priority);
+            result = connection->link != nullptr
+                         ? sendOver(guard, connection->link, request, reply, timeout, priority)
+                         : sendHere(guard, connection, request, reply, timeout, priority);
     }
     if (result.error == 0)
         return result.status;

@@ -162,7 +162,7 @@ void leaveForGood(void* what) {
     endSending(self);
 }
 
-SendResult exchange(Sending& self, const Parts& request, const Parts& reply, ArmedTimeout timeout) {
+SendResult exchange(Sending& self, const Parts& request, const Parts& reply, ArmedTimeout timeout, int priority) {
     OutLink* const link = self.link;
     const unsigned lane = self.lane;
     const size_t room = replyRoom(reply);
@@ -177,7 +177,7 @@ SendResult exchange(Sending& self, const Parts& request, const Parts& reply, Arm
     Lane& shared = link->page->lanes[lane];
     const uint32_t turn = self.turn = link->turns[lane] += kLaneTurn;
     shared.sender = thisProcessor();
-    shared.priority = callerPriority();
+    shared.priority = priority;
     shared.tid = static_cast<int32_t>(threadId());
     shared.requestLength = static_cast<uint32_t>(request.length);
     shared.replyRoom = static_cast<uint32_t>(room);
@@ -288,7 +288,7 @@ void dropOutLink(OutLink* link, int error) {
 }
 
 SendResult sendOver(ChannelGuard& guard, OutLink* link, const Parts& request, const Parts& reply,
-                    const ArmedTimeout& timeout) {
+                    const ArmedTimeout& timeout, int priority) {
     if (request.length > kMaxLength)
         return {-1, EMSGSIZE};
     if (link->isDead)
@@ -305,7 +305,7 @@ SendResult sendOver(ChannelGuard& guard, OutLink* link, const Parts& request, co
     Unfinished sending(leaveForGood, &self);
     self.unfinished = &sending;
     guard.unlock();
-    result = exchange(self, request, reply, timeout);
+    result = exchange(self, request, reply, timeout, priority);
     guard.lock();
     endSending(self);
     return result;

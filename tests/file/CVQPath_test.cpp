@@ -2,6 +2,7 @@
 // joining and its limit; validity in characters; comparison; the stream form, cut anywhere; texts with zero bytes.
 #include <CVQPath.h>
 
+#include "PathOf.h"
 #include "PlainPath.h"
 #include "string/MemoryStream.h"
 #include "support/SlogCapture.h"
@@ -25,9 +26,6 @@ std::string bytesOf(const CVQPath& path) {
 }
 CVQString stringOf(const std::string& text) {
     return CVQString(text.c_str(), text.size());
-}
-CVQPath pathOf(const std::string& text) {
-    return stringOf(text);
 }
 std::string canonical(const std::string& text) {
     return bytesOf(CVQPath::canonify(stringOf(text)));

@@ -6,6 +6,7 @@
 
 #include "CallScript.h"
 #include "Descriptors.h"
+#include "PathOf.h"
 #include "support/ChildProcess.h"
 #include "support/SlogCapture.h"
 #include "support/TemporaryFolder.h"
@@ -39,9 +40,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-CVQPath pathNamed(const std::string& text) {
-    return CVQString(text.c_str(), text.size());
-}
 std::string textOf(const CVQPath& path) {
     return path.getString().c_str();
 }
@@ -86,8 +84,8 @@ support::ChildResult asNobody(const support::TemporaryFolder& folder, const std:
 }
 
 TEST_F(VQFileOperationsTest, MakesRenamesAndRemoves) {
-    const CVQPath one = pathNamed(folder / "one");
-    const CVQPath two = pathNamed(folder / "two");
+    const CVQPath one = pathOf(folder / "one");
+    const CVQPath two = pathOf(folder / "two");
     const mode_t mask = umask(0);
     EXPECT_TRUE(makeDir(one, 0751));
     umask(mask);
@@ -115,12 +113,12 @@ TEST_F(VQFileOperationsTest, MakesRenamesAndRemoves) {
 
 TEST_F(VQFileOperationsTest, LeavesErrnoZeroAfterASuccess) {
     errno = ENOENT;
-    EXPECT_TRUE(makeDir(pathNamed(folder / "one"), 0700));
+    EXPECT_TRUE(makeDir(pathOf(folder / "one"), 0700));
     EXPECT_EQ(0, errno);
 }
 
 TEST_F(VQFileOperationsTest, SetsPermissions) {
-    const CVQPath path = pathNamed(folder.write("file", "12345"));
+    const CVQPath path = pathOf(folder.write("file", "12345"));
     EXPECT_TRUE(setPermissions(path, 0640));
     CVQFileStatus status;
     EXPECT_TRUE(getFileStatus(path, status));
@@ -141,8 +139,8 @@ TEST_F(VQFileOperationsTest, AStatusIsZeroUntilItIsFilled) {
 }
 
 TEST_F(VQFileOperationsTest, LinksHaveAStatusOfTheirOwn) {
-    const CVQPath file = pathNamed(folder.write("file", "12345"));
-    const CVQPath link = pathNamed(folder / "link");
+    const CVQPath file = pathOf(folder.write("file", "12345"));
+    const CVQPath link = pathOf(folder / "link");
     EXPECT_TRUE(createSymlink("file", link));
     CVQFileStatus status;
     EXPECT_TRUE(getFileStatus(link, status));
@@ -165,7 +163,7 @@ TEST_F(VQFileOperationsTest, LinksHaveAStatusOfTheirOwn) {
 }
 
 TEST_F(VQFileOperationsTest, ALinkToItselfLeadsNowhere) {
-    const CVQPath link = pathNamed(folder / "link");
+    const CVQPath link = pathOf(folder / "link");
     EXPECT_TRUE(createSymlink("link", link));
     CVQFileStatus status;
     EXPECT_FALSE(getFileStatus(link, status));
@@ -175,7 +173,7 @@ TEST_F(VQFileOperationsTest, ALinkToItselfLeadsNowhere) {
 
 TEST_F(VQFileOperationsTest, ChangesAndTellsTheCurrentDirectory) {
     const support::ChildResult child = support::runInChild([&] {
-        EXPECT_TRUE(changeDir(pathNamed(folder.path())));
+        EXPECT_TRUE(changeDir(pathOf(folder.path())));
         EXPECT_EQ(folder.path(), textOf(getCurrentDir()));
         EXPECT_FALSE(changeDir("none"));
         EXPECT_EQ(ENOENT, errno);
@@ -187,14 +185,14 @@ TEST_F(VQFileOperationsTest, ChangesAndTellsTheCurrentDirectory) {
 
 TEST_F(VQFileOperationsTest, ACurrentDirectoryOf1024BytesIsTheEmptyPath) {
     const support::ChildResult child = support::runInChild([&] {
-        ASSERT_TRUE(changeDir(pathNamed(folder.path())));
+        ASSERT_TRUE(changeDir(pathOf(folder.path())));
         std::size_t length = folder.path().size();
         while (length < 1023) {
             std::size_t more = std::min<std::size_t>(1023 - length, 201) - 1;
             more -= 1023 - length - 1 - more == 1 ? 1 : 0;  // the last name needs a byte
             const std::string name(more, 'd');
-            ASSERT_TRUE(makeDir(pathNamed(name), 0700));
-            ASSERT_TRUE(changeDir(pathNamed(name)));
+            ASSERT_TRUE(makeDir(pathOf(name), 0700));
+            ASSERT_TRUE(changeDir(pathOf(name)));
             length += 1 + more;
         }
         EXPECT_EQ(1023U, textOf(getCurrentDir()).size());
@@ -210,9 +208,9 @@ TEST_F(VQFileOperationsTest, ACurrentDirectoryOf1024BytesIsTheEmptyPath) {
 
 TEST_F(VQFileOperationsTest, ACurrentDirectoryThatIsGoneIsTheEmptyPath) {
     const support::ChildResult child = support::runInChild([&] {
-        ASSERT_TRUE(makeDir(pathNamed(folder / "gone"), 0700));
-        ASSERT_TRUE(changeDir(pathNamed(folder / "gone")));
-        ASSERT_TRUE(VQFileOperations::remove(pathNamed(folder / "gone")));
+        ASSERT_TRUE(makeDir(pathOf(folder / "gone"), 0700));
+        ASSERT_TRUE(changeDir(pathOf(folder / "gone")));
+        ASSERT_TRUE(VQFileOperations::remove(pathOf(folder / "gone")));
         EXPECT_EQ("", textOf(getCurrentDir()));
         EXPECT_EQ(ENOENT, errno);
     });
@@ -225,17 +223,17 @@ TEST_F(VQFileOperationsTest, IsGrantedTellsPermissionsFromOtherReasons) {
     const std::string none = folder / "none";
     const support::ChildResult child = asNobody(folder, [&] {
         bool otherError = true;
-        EXPECT_TRUE(isGranted(pathNamed(file), R_OK, &otherError));
+        EXPECT_TRUE(isGranted(pathOf(file), R_OK, &otherError));
         EXPECT_FALSE(otherError);
         otherError = true;
-        EXPECT_FALSE(isGranted(pathNamed(file), W_OK, &otherError));
+        EXPECT_FALSE(isGranted(pathOf(file), W_OK, &otherError));
         EXPECT_FALSE(otherError);
         EXPECT_EQ(EACCES, errno);
-        EXPECT_FALSE(isGranted(pathNamed(none), F_OK, &otherError));
+        EXPECT_FALSE(isGranted(pathOf(none), F_OK, &otherError));
         EXPECT_TRUE(otherError);
         EXPECT_EQ(ENOENT, errno);
-        EXPECT_TRUE(isGranted(pathNamed(file), F_OK, nullptr));
-        EXPECT_FALSE(isGranted(pathNamed(file), R_OK | X_OK, nullptr));
+        EXPECT_TRUE(isGranted(pathOf(file), F_OK, nullptr));
+        EXPECT_FALSE(isGranted(pathOf(file), R_OK | X_OK, nullptr));
     });
     EXPECT_TRUE(child.exitedWith(0)) << child;
 }
@@ -259,9 +257,9 @@ TEST_F(VQFileOperationsTest, WithoutPermissionsOperationsFailWithTheReason) {
         EXPECT_EQ(EACCES, errno);
         EXPECT_FALSE(getFileStatus("closed/file", status));
         EXPECT_EQ(EACCES, errno);
-        EXPECT_FALSE(makeDirRecursive(pathNamed(folder / "a/b/c"), 0700));
+        EXPECT_FALSE(makeDirRecursive(pathOf(folder / "a/b/c"), 0700));
         EXPECT_EQ(EACCES, errno);
-        CVQPath pattern = pathNamed(folder / "unique*");
+        CVQPath pattern = pathOf(folder / "unique*");
         CVQFileHandle handle;
         EXPECT_FALSE(createUniqueFile(pattern, handle));
         EXPECT_EQ(EACCES, errno);
@@ -275,17 +273,17 @@ TEST_F(VQFileOperationsTest, WithoutPermissionsOperationsFailWithTheReason) {
 }
 
 TEST_F(VQFileOperationsTest, MakesMissingDirectoriesOnTheWay) {
-    EXPECT_TRUE(makeDirRecursive(pathNamed(folder / "a/b/c/d"), 0700));
+    EXPECT_TRUE(makeDirRecursive(pathOf(folder / "a/b/c/d"), 0700));
     EXPECT_TRUE(isDirectory(folder / "a/b/c/d"));
-    EXPECT_TRUE(makeDirRecursive(pathNamed(folder / "a/b/x//y/"), 0700));
+    EXPECT_TRUE(makeDirRecursive(pathOf(folder / "a/b/x//y/"), 0700));
     EXPECT_TRUE(isDirectory(folder / "a/b/x/y"));
-    EXPECT_FALSE(makeDirRecursive(pathNamed(folder / "a/b/c/d"), 0700));
+    EXPECT_FALSE(makeDirRecursive(pathOf(folder / "a/b/c/d"), 0700));
     EXPECT_EQ(EEXIST, errno);
 }
 
 TEST_F(VQFileOperationsTest, MakesRelativePathsFromTheirFirstLevelOn) {
     const support::ChildResult child = support::runInChild([&] {
-        ASSERT_TRUE(changeDir(pathNamed(folder.path())));
+        ASSERT_TRUE(changeDir(pathOf(folder.path())));
         EXPECT_TRUE(makeDirRecursive("one", 0700));
         EXPECT_FALSE(makeDirRecursive("one", 0700));
         EXPECT_EQ(EEXIST, errno);
@@ -302,13 +300,13 @@ TEST_F(VQFileOperationsTest, MakesRelativePathsFromTheirFirstLevelOn) {
 TEST_F(VQFileOperationsTest, Kept_NothingIsMadeDirectlyBelowAnExistingRoot) {
     doubles::CallScript script("mkdir", [](int) { return 0; });
     const std::string name = "/marlix-not-made-" + std::to_string(getpid());
-    EXPECT_TRUE(makeDirRecursive(pathNamed(name), 0700));
+    EXPECT_TRUE(makeDirRecursive(pathOf(name), 0700));
     EXPECT_TRUE(makeDirRecursive("/", 0700));
     EXPECT_TRUE(makeDirRecursive("//", 0700));
     EXPECT_EQ(0, script.calls());
     EXPECT_FALSE(exists(name));
 
-    EXPECT_FALSE(makeDirRecursive(pathNamed(name + "/deeper"), 0700));
+    EXPECT_FALSE(makeDirRecursive(pathOf(name + "/deeper"), 0700));
     EXPECT_EQ(ENOENT, errno);
     EXPECT_EQ(1, script.calls());
     EXPECT_FALSE(exists(name));
@@ -316,7 +314,7 @@ TEST_F(VQFileOperationsTest, Kept_NothingIsMadeDirectlyBelowAnExistingRoot) {
 
 TEST_F(VQFileOperationsTest, ADriveIsARootThatMayOrMayNotExist) {
     const support::ChildResult child = support::runInChild([&] {
-        ASSERT_TRUE(changeDir(pathNamed(folder.path())));
+        ASSERT_TRUE(changeDir(pathOf(folder.path())));
         EXPECT_FALSE(makeDirRecursive("C:/a", 0700));  // there is no C:, so the platform is asked
         EXPECT_EQ(ENOENT, errno);
         ASSERT_TRUE(makeDir("C:", 0700));
@@ -336,9 +334,9 @@ TEST_F(VQFileOperationsTest, ADriveIsARootThatMayOrMayNotExist) {
 
 TEST_F(VQFileOperationsTest, AFileOnTheWayIsNoDirectory) {
     folder.write("file", "");
-    EXPECT_FALSE(makeDirRecursive(pathNamed(folder / "file/a"), 0700));
+    EXPECT_FALSE(makeDirRecursive(pathOf(folder / "file/a"), 0700));
     EXPECT_EQ(ENOTDIR, errno);
-    EXPECT_FALSE(makeDirRecursive(pathNamed(folder / "file/a/b"), 0700));
+    EXPECT_FALSE(makeDirRecursive(pathOf(folder / "file/a/b"), 0700));
     EXPECT_EQ(ENOTDIR, errno);
 }
 
@@ -348,61 +346,61 @@ TEST_F(VQFileOperationsTest, MakesAPathOfFullLength) {
     while (path.size() + 18 <= 1023)
         path += "/dddddddd";
     path += '/' + std::string(1022 - path.size(), 'e');
-    EXPECT_TRUE(makeDirRecursive(pathNamed(path), 0700));
+    EXPECT_TRUE(makeDirRecursive(pathOf(path), 0700));
     EXPECT_TRUE(isDirectory(path));
-    EXPECT_FALSE(makeDirRecursive(pathNamed(path + "/e/e"), 0700)) << "an invalid path has no branch to be made";
+    EXPECT_FALSE(makeDirRecursive(pathOf(path + "/e/e"), 0700)) << "an invalid path has no branch to be made";
     EXPECT_EQ(ENOENT, errno);
-    EXPECT_TRUE(recursiveRemove(pathNamed(first)));
+    EXPECT_TRUE(recursiveRemove(pathOf(first)));
     EXPECT_THAT(folder.list(), IsEmpty());
 }
 
 TEST_F(VQFileOperationsTest, RemovesTenThousandEntries) {
     const std::string tree = folder / "tree";
     const std::string file = folder.write("file", "");
-    ASSERT_TRUE(makeDir(pathNamed(tree), 0700));
+    ASSERT_TRUE(makeDir(pathOf(tree), 0700));
     for (int i = 0; i < 10000; ++i) {
         const std::string name = tree + '/' + std::to_string(i);
         // A second name of one file costs the disk less than a file.
         ASSERT_EQ(0, i % 100 == 0 ? mkdir(name.c_str(), 0700) : link(file.c_str(), name.c_str()));
     }
-    EXPECT_TRUE(recursiveRemove(pathNamed(tree)));
+    EXPECT_TRUE(recursiveRemove(pathOf(tree)));
     EXPECT_EQ(0, errno);
     EXPECT_THAT(folder.list(), ElementsAre("file"));
 }
 
 TEST_F(VQFileOperationsTest, RemovesFilesOfAllKindsAndNames) {
     const std::string tree = folder / "tree";
-    ASSERT_TRUE(makeDirRecursive(pathNamed(tree + "/a/b"), 0700));
+    ASSERT_TRUE(makeDirRecursive(pathOf(tree + "/a/b"), 0700));
     folder.write("tree/a/b/file", "text");
     folder.write("tree/...", "");
     folder.write("tree/.hidden", "");
     folder.write("tree/\xFF%s\n", "");
     ASSERT_EQ(0, mkfifo((tree + "/fifo").c_str(), 0600));
-    EXPECT_TRUE(recursiveRemove(pathNamed(tree)));
-    EXPECT_TRUE(recursiveRemove(pathNamed(folder.write("file", ""))));
+    EXPECT_TRUE(recursiveRemove(pathOf(tree)));
+    EXPECT_TRUE(recursiveRemove(pathOf(folder.write("file", ""))));
     EXPECT_THAT(folder.list(), IsEmpty());
-    EXPECT_FALSE(recursiveRemove(pathNamed(tree)));
+    EXPECT_FALSE(recursiveRemove(pathOf(tree)));
     EXPECT_EQ(ENOENT, errno);
     EXPECT_FALSE(recursiveRemove(""));
     EXPECT_EQ(ENOENT, errno);
 }
 
 TEST_F(VQFileOperationsTest, RemovesLinksAndNotWhatTheyLeadTo) {
-    ASSERT_TRUE(makeDir(pathNamed(folder / "kept"), 0700));
+    ASSERT_TRUE(makeDir(pathOf(folder / "kept"), 0700));
     folder.write("kept/file", "");
-    ASSERT_TRUE(makeDir(pathNamed(folder / "tree"), 0700));
-    ASSERT_TRUE(createSymlink("../kept", pathNamed(folder / "tree/link")));
-    ASSERT_TRUE(createSymlink("kept", pathNamed(folder / "link")));
-    EXPECT_TRUE(recursiveRemove(pathNamed(folder / "tree")));
-    EXPECT_TRUE(recursiveRemove(pathNamed(folder / "link")));
+    ASSERT_TRUE(makeDir(pathOf(folder / "tree"), 0700));
+    ASSERT_TRUE(createSymlink("../kept", pathOf(folder / "tree/link")));
+    ASSERT_TRUE(createSymlink("kept", pathOf(folder / "link")));
+    EXPECT_TRUE(recursiveRemove(pathOf(folder / "tree")));
+    EXPECT_TRUE(recursiveRemove(pathOf(folder / "link")));
     EXPECT_THAT(folder.list(), ElementsAre("kept"));
     EXPECT_TRUE(exists(folder / "kept/file"));
 }
 
 TEST_F(VQFileOperationsTest, ALinkThatMayNotBeRemovedIsNotFollowedEither) {
-    ASSERT_TRUE(makeDir(pathNamed(folder / "open"), 0700));
+    ASSERT_TRUE(makeDir(pathOf(folder / "open"), 0700));
     folder.write("open/file", "");
-    ASSERT_TRUE(createSymlink("open", pathNamed(folder / "link")));
+    ASSERT_TRUE(createSymlink("open", pathOf(folder / "link")));
     chmod((folder / "open").c_str(), 0777);
     const support::ChildResult child = asNobody(folder, [&] {
         EXPECT_FALSE(recursiveRemove("link"));
@@ -423,12 +421,12 @@ TEST_F(VQFileOperationsTest, Kept_AFileThatMayNotBeRemovedIsNoDirectory) {
 }
 
 TEST_F(VQFileOperationsTest, TheFirstFailureEndsTheRemovalAndClosesAllDirectories) {
-    ASSERT_TRUE(makeDirRecursive(pathNamed(folder / "a/b/c"), 0700));
+    ASSERT_TRUE(makeDirRecursive(pathOf(folder / "a/b/c"), 0700));
     folder.write("a/b/c/file", "");
     const auto failOn = [&](const char* name, int error, int nth) {
         const std::set<int> before = files::openDescriptors();
         doubles::CallScript script(name, [&](int call) { return call == nth ? error : 0; });
-        EXPECT_FALSE(recursiveRemove(pathNamed(folder / "a"))) << name;
+        EXPECT_FALSE(recursiveRemove(pathOf(folder / "a"))) << name;
         EXPECT_EQ(error, errno) << name;
         EXPECT_EQ(nth, script.calls()) << name;
         EXPECT_EQ(before, files::openDescriptors()) << name;
@@ -438,46 +436,46 @@ TEST_F(VQFileOperationsTest, TheFirstFailureEndsTheRemovalAndClosesAllDirectorie
     EXPECT_TRUE(exists(folder / "a/b/c"));
     failOn("rmdir", EBUSY, 1);
     EXPECT_TRUE(isDirectory(folder / "a/b/c"));
-    EXPECT_TRUE(recursiveRemove(pathNamed(folder / "a")));
+    EXPECT_TRUE(recursiveRemove(pathOf(folder / "a")));
 }
 
 TEST_F(VQFileOperationsTest, RunsOutOfDescriptorsWithoutLosingAny) {
     std::string path = folder / "a";
-    ASSERT_TRUE(makeDir(pathNamed(path), 0700));
+    ASSERT_TRUE(makeDir(pathOf(path), 0700));
     for (int i = 0; i < 50; ++i)
-        ASSERT_TRUE(makeDir(pathNamed(path += "/d"), 0700));
+        ASSERT_TRUE(makeDir(pathOf(path += "/d"), 0700));
     const support::ChildResult child = support::runInChild([&] {
         const std::set<int> before = files::openDescriptors();
         const rlimit limit = {40, 40};
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
-        EXPECT_FALSE(recursiveRemove(pathNamed(folder / "a")));
+        EXPECT_FALSE(recursiveRemove(pathOf(folder / "a")));
         EXPECT_EQ(EMFILE, errno);
         EXPECT_EQ(before, files::openDescriptors());
     });
     EXPECT_TRUE(child.exitedWith(0)) << child;
     EXPECT_TRUE(isDirectory(path));
-    EXPECT_TRUE(recursiveRemove(pathNamed(folder / "a")));
+    EXPECT_TRUE(recursiveRemove(pathOf(folder / "a")));
 }
 
 TEST_F(VQFileOperationsTest, ANameThatDoesNotFitIsAFailureAndNothingElseIsRemoved) {
     const support::ChildResult child = support::runInChild([&] {
         std::string path = folder.path();
-        ASSERT_TRUE(changeDir(pathNamed(path)));
+        ASSERT_TRUE(changeDir(pathOf(path)));
         while (path.size() + 201 < 1010) {
             const std::string name(200, 'd');
-            ASSERT_TRUE(makeDir(pathNamed(name), 0700));
-            ASSERT_TRUE(changeDir(pathNamed(name)));
+            ASSERT_TRUE(makeDir(pathOf(name), 0700));
+            ASSERT_TRUE(changeDir(pathOf(name)));
             path += '/' + name;
         }
         const std::string name(1023 - path.size(), 'f');  // one too many, with its separator
         ASSERT_EQ(0, ::close(::open(name.c_str(), O_CREAT | O_WRONLY, 0600)));
-        EXPECT_FALSE(recursiveRemove(pathNamed(path)));
+        EXPECT_FALSE(recursiveRemove(pathOf(path)));
         EXPECT_EQ(ENAMETOOLONG, errno);
         EXPECT_TRUE(exists(name));
 
-        ASSERT_TRUE(VQFileOperations::rename(pathNamed(name), pathNamed(name.substr(1))));
-        EXPECT_TRUE(recursiveRemove(pathNamed(folder.path() + '/' + std::string(200, 'd'))));
-        EXPECT_FALSE(recursiveRemove(pathNamed(std::string(1024, 'x'))));
+        ASSERT_TRUE(VQFileOperations::rename(pathOf(name), pathOf(name.substr(1))));
+        EXPECT_TRUE(recursiveRemove(pathOf(folder.path() + '/' + std::string(200, 'd'))));
+        EXPECT_FALSE(recursiveRemove(pathOf(std::string(1024, 'x'))));
         EXPECT_EQ(ENAMETOOLONG, errno);
     });
     EXPECT_TRUE(child.exitedWith(0)) << child;
@@ -485,16 +483,16 @@ TEST_F(VQFileOperationsTest, ANameThatDoesNotFitIsAFailureAndNothingElseIsRemove
 }
 
 TEST_F(VQFileOperationsTest, EntriesThatCannotBeRemovedFromTheirDirectoryAreRemovedByTheirPath) {
-    ASSERT_TRUE(makeDirRecursive(pathNamed(folder / "a/b"), 0700));
+    ASSERT_TRUE(makeDirRecursive(pathOf(folder / "a/b"), 0700));
     folder.write("a/b/file", "");
     doubles::CallScript script("unlinkat", [](int) { return ENOTDIR; });
-    EXPECT_TRUE(recursiveRemove(pathNamed(folder / "a")));
+    EXPECT_TRUE(recursiveRemove(pathOf(folder / "a")));
     EXPECT_EQ(2, script.calls());
     EXPECT_THAT(folder.list(), IsEmpty());
 }
 
 TEST_F(VQFileOperationsTest, DirectoriesAreClosedOnExecWhileTheyAreRead) {
-    ASSERT_TRUE(makeDirRecursive(pathNamed(folder / "a/b"), 0700));
+    ASSERT_TRUE(makeDirRecursive(pathOf(folder / "a/b"), 0700));
     folder.write("a/b/file", "");
     int inherited = 0;
     int seen = 0;
@@ -509,14 +507,14 @@ TEST_F(VQFileOperationsTest, DirectoriesAreClosedOnExecWhileTheyAreRead) {
             }
             return 0;
         });
-        EXPECT_TRUE(recursiveRemove(pathNamed(folder / "a")));
+        EXPECT_TRUE(recursiveRemove(pathOf(folder / "a")));
     }
     EXPECT_EQ(3, seen);  // one for b, two for the file
     EXPECT_EQ(0, inherited);
 }
 
 TEST_F(VQFileOperationsTest, AUniqueFileHasProcessThreadTimeAndCountInItsName) {
-    CVQPath pattern = pathNamed(folder / "a*b*c");
+    CVQPath pattern = pathOf(folder / "a*b*c");
     CVQFileHandle handle;
     const long before = time(nullptr);
     ASSERT_TRUE(createUniqueFile(pattern, handle));
@@ -538,7 +536,7 @@ TEST_F(VQFileOperationsTest, AUniqueFileHasProcessThreadTimeAndCountInItsName) {
     EXPECT_EQ("abc", support::readFile(text));
     EXPECT_TRUE(files::isClosedOnExec(handle.getDescriptor()));
 
-    CVQPath next = pathNamed(folder / "a*");
+    CVQPath next = pathOf(folder / "a*");
     ASSERT_TRUE(createUniqueFile(next, handle));  // closes the first
     unsigned nextCount = 0;
     EXPECT_EQ(1, std::sscanf(textOf(next).c_str() + folder.path().size(), "/a%*d-%*d-%*u-%u", &nextCount));
@@ -550,7 +548,7 @@ TEST_F(VQFileOperationsTest, APatternNeedsAStarInItsLeaf) {
     const int descriptor = handle.getDescriptor();
     for (const std::string& text :
          {folder / "a", folder / "*/a", std::string(), std::string("/"), folder / ("*" + std::string(1024, 'a'))}) {
-        CVQPath pattern = pathNamed(text);
+        CVQPath pattern = pathOf(text);
         errno = 0;
         EXPECT_FALSE(createUniqueFile(pattern, handle));
         EXPECT_EQ(EINVAL, errno);
@@ -562,7 +560,7 @@ TEST_F(VQFileOperationsTest, APatternNeedsAStarInItsLeaf) {
 
 TEST_F(VQFileOperationsTest, ANameThatDoesNotFitIsAnInvalidPattern) {
     CVQFileHandle handle("/", O_RDONLY);
-    CVQPath pattern = pathNamed(folder.path() + std::string(1015 - folder.path().size(), '/') + "a*");
+    CVQPath pattern = pathOf(folder.path() + std::string(1015 - folder.path().size(), '/') + "a*");
     const std::string text = textOf(pattern);
     doubles::CallScript script("open", [](int) { return 0; });
     EXPECT_FALSE(createUniqueFile(pattern, handle));
@@ -574,7 +572,7 @@ TEST_F(VQFileOperationsTest, ANameThatDoesNotFitIsAnInvalidPattern) {
 
 TEST_F(VQFileOperationsTest, ANameThatIsTakenIsTriedWithTheNextCount) {
     std::vector<std::string> tried;
-    CVQPath pattern = pathNamed(folder / "a*");
+    CVQPath pattern = pathOf(folder / "a*");
     CVQFileHandle handle;
     doubles::CallScript script("open", [&](int nth) {
         tried.push_back(textOf(pattern));
@@ -588,12 +586,12 @@ TEST_F(VQFileOperationsTest, ANameThatIsTakenIsTriedWithTheNextCount) {
 }
 
 TEST_F(VQFileOperationsTest, AnyOtherFailureEndsTheAttempts) {
-    CVQPath pattern = pathNamed(folder / "none/a*");
+    CVQPath pattern = pathOf(folder / "none/a*");
     CVQFileHandle handle;
     EXPECT_FALSE(createUniqueFile(pattern, handle));
     EXPECT_EQ(ENOENT, errno);
     EXPECT_FALSE(handle.isOpen());
-    pattern = pathNamed(folder / "a*/");
+    pattern = pathOf(folder / "a*/");
     EXPECT_FALSE(createUniqueFile(pattern, handle)) << "the separator at the end belongs to the leaf";
     EXPECT_THAT(folder.list(), IsEmpty());
 }
@@ -627,7 +625,7 @@ TEST_F(VQFileOperationsTest, ManyProcessesAndThreadsGetFilesOfTheirOwn) {
             for (int t = 0; t < kThreads; ++t) {
                 threads.emplace_back([&] {
                     for (int f = 0; f < kFiles; ++f) {
-                        CVQPath pattern = pathNamed(folder / "*.tmp");
+                        CVQPath pattern = pathOf(folder / "*.tmp");
                         CVQFileHandle handle;
                         if (!createUniqueFile(pattern, handle) || ::write(handle.getDescriptor(), "x", 1) != 1)
                             __atomic_store_n(&failed, true, __ATOMIC_RELAXED);
@@ -661,7 +659,7 @@ TEST_F(VQFileOperationsTest, NamesTheTypeOfAFileSystem) {
     for (std::size_t i = 4; i < sizeof type; ++i)
         ASSERT_EQ('\0', type[i]) << i;
     EXPECT_TRUE(getFileSystemType("/proc", type, 5));
-    EXPECT_FALSE(getFileSystemType(pathNamed(folder / "none"), type, sizeof type));
+    EXPECT_FALSE(getFileSystemType(pathOf(folder / "none"), type, sizeof type));
     EXPECT_EQ(ENOENT, errno);
 }
 
@@ -682,8 +680,8 @@ TEST_F(VQFileOperationsTest, ATypeThatDoesNotFitIsInvalid) {
 
 TEST_F(VQFileOperationsTest, EveryCallIsMadeAgainAfterInterruptions) {
     const std::string file = folder.write("file", "");
-    const CVQPath path = pathNamed(file);
-    const CVQPath other = pathNamed(folder / "other");
+    const CVQPath path = pathOf(file);
+    const CVQPath other = pathOf(folder / "other");
     const struct {
         const char* call;
         std::function<bool()> operation;
@@ -703,8 +701,8 @@ TEST_F(VQFileOperationsTest, EveryCallIsMadeAgainAfterInterruptions) {
              CVQFileStatus status;
              return getSymlinkStatus(other, status);
          }},
-        {"rename", [&] { return VQFileOperations::rename(other, pathNamed(folder / "renamed")); }},
-        {"unlink", [&] { return recursiveRemove(pathNamed(folder / "renamed")); }},
+        {"rename", [&] { return VQFileOperations::rename(other, pathOf(folder / "renamed")); }},
+        {"unlink", [&] { return recursiveRemove(pathOf(folder / "renamed")); }},
         {"mkdir", [&] { return makeDir(other, 0700); }},
         {"unlinkat", [&] { return createSymlink("a", other / "b") && recursiveRemove(other); }},
         {"mkdir", [&] { return makeDir(other, 0700); }},
@@ -716,7 +714,7 @@ TEST_F(VQFileOperationsTest, EveryCallIsMadeAgainAfterInterruptions) {
         {"lstat64", [&] { return makeDir(other, 0700) && recursiveRemove(other); }},
         {"open",
          [&] {
-             CVQPath pattern = pathNamed(folder / "*");
+             CVQPath pattern = pathOf(folder / "*");
              CVQFileHandle handle;
              return createUniqueFile(pattern, handle);
          }},
@@ -743,7 +741,7 @@ TEST_F(VQFileOperationsTest, EveryCallIsMadeAgainAfterInterruptions) {
 TEST_F(VQFileOperationsTest, AFailureAfterInterruptionsHasItsOwnReason) {
     CVQFileStatus status;
     doubles::CallScript script("stat64", [](int nth) { return nth <= 3 ? EINTR : 0; });
-    EXPECT_FALSE(getFileStatus(pathNamed(folder / "none"), status));
+    EXPECT_FALSE(getFileStatus(pathOf(folder / "none"), status));
     EXPECT_EQ(ENOENT, errno);
     EXPECT_EQ(4, script.calls());
 }
@@ -756,7 +754,7 @@ TEST_F(VQFileOperationsTest, OperationsSurviveAStormOfSignals) {
         const itimerval often = {{0, 200}, {0, 200}};
         setitimer(ITIMER_REAL, &often, nullptr);
         for (int i = 0; i < 40; ++i) {
-            const CVQPath tree = pathNamed(folder / "storm");
+            const CVQPath tree = pathOf(folder / "storm");
             ASSERT_TRUE(makeDirRecursive(tree / "a/b", 0700));
             CVQPath pattern = tree / "a/*";
             CVQFileHandle handle;

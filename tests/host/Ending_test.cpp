@@ -1,10 +1,11 @@
 // Concerns: threads that ThreadDestroy ends in a call, at any moment: what they leave to others.
-#include "Descriptor.h"
+#include "LogSocket.h"
 #include "MessageTesting.h"
 #include "OnProcessor.h"
 
 #include "support/Forker.h"
 #include "support/Sanitizers.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TemporaryFolder.h"
 
 #include <atomic>
@@ -77,6 +78,16 @@ template <class Step>
 void forEver(const Step& step) {
     for (;;)
         step();
+}
+
+/// Answers nothing to nothing, on that processor, until it is ended.
+void answerAll(int chid, int processor) {
+    const OnProcessor here(processor);
+    forEver([chid] {
+        const int id = MsgReceive(chid, nullptr, 0, nullptr);
+        if (id > 0)
+            MsgReply(id, 0, nullptr, 0);
+    });
 }
 
 /// A server of another process, and with it a thread that watches over the connection to it. It answers who sends
@@ -238,14 +249,7 @@ TEST(EndingServer, LeavesTheChannelOfAnotherProcessToItsSuccessor) {
     ClientElsewhere client;
     const int chid = ChannelCreate(0);
     client.connect(chid);
-    const auto serve = [&] {
-        const OnProcessor here(1);
-        forEver([&] {
-            const int id = MsgReceive(chid, nullptr, 0, nullptr);
-            if (id > 0)
-                MsgReply(id, 0, nullptr, 0);
-        });
-    };
+    const auto serve = [&] { answerAll(chid, 1); };
     for (int round = 0; round < 6; ++round) {
         Doomed server(serve);
         client.send(300);  // so that it looks
@@ -323,14 +327,7 @@ TEST(EndingReceiver, LeavesAMessageThatItWasHandedToTheNext) {
     NEEDS_THREADS_THAT_VANISH();
     OwnChannel own;
     for (int round = 0; round < 300; ++round) {
-        const auto serve = [&] {
-            const OnProcessor there(0);
-            forEver([&] {
-                const int id = MsgReceive(own.chid, nullptr, 0, nullptr);
-                if (id > 0)
-                    MsgReply(id, 0, nullptr, 0);
-            });
-        };
+        const auto serve = [&] { answerAll(own.chid, 0); };
         Doomed first(serve), second(serve);
         const OnProcessor here(1);
         for (int i = 0; i < 40; ++i)
@@ -375,14 +372,7 @@ TEST(EndingReceiver, TakesNothingThatIsSentAfterIt) {
             MsgReceivePulse(other.chid, &pulse, sizeof pulse, nullptr);
         }
     });
-    const auto serve = [&] {
-        const OnProcessor here(0);
-        forEver([&] {
-            const int id = MsgReceive(own.chid, nullptr, 0, nullptr);
-            if (id > 0)
-                MsgReply(id, 0, nullptr, 0);
-        });
-    };
+    const auto serve = [&] { answerAll(own.chid, 0); };
     int rounds = 0;
     for (int tries = 0; tries < 500 && rounds < 20; ++tries) {
         isHeldUp = mayGoOn = false;
@@ -423,14 +413,7 @@ TEST(EndingReceiver, ReleasesASenderThatHasAskedForIt) {
     OwnChannel own(_NTO_CHF_UNBLOCK);
     for (int round = 0; round < 10; ++round) {
         isHeldUp = mayGoOn = false;
-        Doomed server([&] {
-            const OnProcessor there(0);
-            forEver([&] {
-                const int id = MsgReceive(own.chid, nullptr, 0, nullptr);
-                if (id > 0)
-                    MsgReply(id, 0, nullptr, 0);
-            });
-        });
+        Doomed server([&] { answerAll(own.chid, 0); });
         const OnProcessor here(1);
         for (int i = 0; i < 40; ++i)
             sendNothing(own.coid);  // so that it looks
@@ -647,49 +630,33 @@ TEST(EndingThread, LeavesAThreadThatItJoinsWithinATimeToOthers) {
     EXPECT_EQ(EOK, target.join());
 }
 
-/// The log's other end, which nobody reads: it is full soon.
-class FullLogger {
-public:
-    FullLogger() {
-        const std::string path = mFolder.path() + "/logger";
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        EXPECT_LT(path.size(), sizeof address.sun_path);
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(0, bind(mQueue.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
-        setenv("NTO_SLOG", path.c_str(), 1);
-    }
-
-private:
-    const support::TemporaryFolder mFolder;
-    const host::Descriptor mQueue{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+/// Nobody reads it: it is full soon.
+struct FullLog {
+    const support::TemporaryFolder folder;
+    const LogSocket socket{folder / "log"};
+    const support::ScopedEnvironment variable{"NTO_SLOG", folder / "log"};
 };
-
-std::ptrdiff_t countDescriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return std::distance(begin(all), end(all));
-}
 
 TEST(EndingThread, LeavesNoDescriptorsOfLogCalls) {
     NEEDS_THREADS_THAT_VANISH();
-    const FullLogger logger;
-    const auto before = countDescriptors();
+    const FullLog log;
+    const int before = openDescriptors(getpid());
     std::mt19937 random(4);
     for (int round = 0; round < 100; ++round) {
         Doomed thread([] { forEver([] { slogb(1, _SLOG_INFO, nullptr, 0); }); });
         waitForAnyMoment(random);
         thread.end();
     }
-    EXPECT_EQ(before, countDescriptors());
+    EXPECT_EQ(before, openDescriptors(getpid()));
 }
 
 // Nor takes it one of another thread's, where the C library gave it a number below 3.
 TEST(EndingThread, ClosesItsOwnDescriptorInALogCall) {
     NEEDS_THREADS_THAT_VANISH();
-    const FullLogger logger;
+    const FullLog log;
     const int input = dup(STDIN_FILENO);
     close(STDIN_FILENO);
-    const auto before = countDescriptors();
+    const int before = openDescriptors(getpid());
     for (int round = 0; round < 3; ++round) {
         Doomed thread([] { forEver([] { slogb(1, _SLOG_INFO, nullptr, 0); }); });
         waitUntilOthersSleep();
@@ -699,7 +666,7 @@ TEST(EndingThread, ClosesItsOwnDescriptorInALogCall) {
         EXPECT_NE(-1, fcntl(mine, F_GETFD));
         close(mine);
     }
-    EXPECT_EQ(before, countDescriptors());
+    EXPECT_EQ(before, openDescriptors(getpid()));
     dup2(input, STDIN_FILENO);
     close(input);
 }

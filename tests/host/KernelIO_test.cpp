@@ -3,9 +3,9 @@
 // what their timers leave.
 #include <host/KernelIO.h>
 
-#include "HeldElsewhere.h"
 #include "Interrupter.h"
 #include "support/Sanitizers.h"
+#include "support/Units.h"
 
 #include <cerrno>
 #include <climits>

@@ -2,6 +2,7 @@
 // stuck; time-outs; descriptors, memory and stack; the syslog form.
 #include "HeldElsewhere.h"
 #include "Hostile.h"
+#include "LogSocket.h"
 #include "PrivateMounts.h"
 
 #include "support/ChildProcess.h"
@@ -29,36 +30,11 @@ using namespace std::chrono_literals;
 using support::ScopedEnvironment;
 using support::TemporaryFolder;
 
-/// A logger's socket that is read only when the test says so.
-class Socket {
-public:
-    explicit Socket(const std::string& path) : mDescriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-        unlink(path.c_str());
-        EXPECT_EQ(0, bind(mDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
-    }
-    ~Socket() { end(); }
-
-    void end() { close(std::exchange(mDescriptor, -1)); }
-
-    /// The next datagram, or nothing.
-    std::string receive() {
-        char bytes[8192];
-        const ssize_t count = recv(mDescriptor, bytes, sizeof(bytes), MSG_DONTWAIT);
-        return std::string(bytes, count > 0 ? static_cast<std::size_t>(count) : 0);
-    }
-
-private:
-    int mDescriptor;
-};
-
 class Slog : public testing::Test {
 protected:
     TemporaryFolder mFolder;
     std::string mPath = mFolder / "log";
-    Socket mSocket{mPath};
+    LogSocket mSocket{mPath};
     ScopedEnvironment mVariable{"NTO_SLOG", mPath};
 };
 
@@ -241,11 +217,11 @@ TEST_F(Slog, SaysThatThereIsNoLoggerWhenTheSocketIsMissing) {
 TEST_F(Slog, SaysThatThereIsNoLoggerWhenNobodyListensAndFindsTheNextOne) {
     const std::string path = mFolder / "restarted";
     const ScopedEnvironment there("NTO_SLOG", path);
-    { const Socket first(path); }
+    { const LogSocket first(path); }
     errno = 0;
     EXPECT_EQ(-1, slogf(1, 1, "x"));
     EXPECT_EQ(ENOENT, errno);
-    Socket second(path);
+    LogSocket second(path);
     EXPECT_EQ(0, slogf(1, 1, "x"));
     EXPECT_NE("", second.receive());
 }
@@ -486,7 +462,7 @@ TEST(SlogToSyslog, SaysThatThereIsNoLoggerWhenThereIsNoSocket) {
 
 TEST(SlogToSyslog, SendsTextWithTheFacilityUserAndTheMatchingLevel) {
     inPrivateDev([] {
-        Socket socket("/dev/log");
+        LogSocket socket("/dev/log");
         const int levels[] = {0, 2, 3, 4, 5, 6, 7, 7};
         for (int severity = 0; severity < 8; ++severity) {
             EXPECT_EQ(0, slogf(10000, severity, "severity %d", severity));
@@ -501,7 +477,7 @@ TEST(SlogToSyslog, SendsTextWithTheFacilityUserAndTheMatchingLevel) {
 
 TEST(SlogToSyslog, IsWhereTheLogGoesWhenTheVariableIsEmptyToo) {
     inPrivateDev([] {
-        Socket socket("/dev/log");
+        LogSocket socket("/dev/log");
         setenv("NTO_SLOG", "", 1);
         EXPECT_EQ(0, slogf(10000, _SLOG_INFO, "x"));
         EXPECT_EQ(syslogHead(14) + "x", socket.receive());
@@ -510,7 +486,7 @@ TEST(SlogToSyslog, IsWhereTheLogGoesWhenTheVariableIsEmptyToo) {
 
 TEST(SlogToSyslog, SendsLongTextWhole) {
     inPrivateDev([] {
-        Socket socket("/dev/log");
+        LogSocket socket("/dev/log");
         const std::string text(1500, 'x');
         EXPECT_EQ(0, slogf(10000, _SLOG_INFO, "%s", text.c_str()));
         EXPECT_EQ(syslogHead(14) + text, socket.receive());
@@ -519,7 +495,7 @@ TEST(SlogToSyslog, SendsLongTextWhole) {
 
 TEST(SlogToSyslog, ShowsIntegersAndDataInHexadecimal) {
     inPrivateDev([] {
-        Socket socket("/dev/log");
+        LogSocket socket("/dev/log");
         EXPECT_EQ(0, slogi(10000, _SLOG_INFO, 3, 1, -1, 0xABC));
         EXPECT_EQ(syslogHead(14) + "1 ffffffff abc", socket.receive());
         char data[] = {'\x00', '\x7F', '\xFE'};

@@ -22,7 +22,6 @@ using testing::Contains;
 using testing::IsEmpty;
 using testing::Pair;
 
-constexpr unsigned kFirstInvalid = 4294967276u;
 constexpr bool k64Bit = sizeof(void*) == 8;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -22,6 +22,9 @@ inline void PrintTo(const CVQString& text, std::ostream* stream) {
 
 namespace strings {
 
+/// The least capacity that a string refuses, in bytes.
+constexpr unsigned kFirstInvalid = 4294967276u;
+
 /// Whether a test may go through four billion bytes one by one.
 #if defined(__OPTIMIZE__)
 constexpr bool kCountsBillions = sizeof(void*) == 8 && !support::kIsSanitized;
