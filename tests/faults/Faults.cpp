@@ -2,6 +2,7 @@
 
 #include "Wrapping.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -89,6 +90,17 @@ const faults::Call& faults::callNamed(const std::string& name) {
         if (name == call.name)
             return call;
     throw std::invalid_argument("no such call: " + name);
+}
+
+std::vector<int> faults::errorsBeside(const std::string& name, const std::vector<int>& others) {
+    std::vector<int> errors = callNamed(name).errors;
+    for (const int other : others) {
+        const auto found = std::find(errors.begin(), errors.end(), other);
+        if (found == errors.end())
+            throw std::invalid_argument(name + " does not fail with " + errorName(other));
+        errors.erase(found);
+    }
+    return errors;
 }
 
 faults::Arm::Arm(const std::string& call, int error, int nth, int times)

@@ -28,6 +28,8 @@ struct Call {
 /// All that are led through a wrapper.
 const std::vector<Call>& calls();
 const Call& callNamed(const std::string& name);
+/// The errors of the call `name` without `others`, for which another row states something else.
+std::vector<int> errorsBeside(const std::string& name, const std::vector<int>& others);
 
 /// From its call on, the `nth` call fails, and `times - 1` after it. Without a name none does.
 class Arm {
