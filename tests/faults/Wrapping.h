@@ -43,7 +43,7 @@ struct Registered {
 }  // namespace faults
 
 // Errors by kind, for the lists.
-#define PATH_ERRORS EACCES, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR, EIO, EINTR
+#define PATH_ERRORS EACCES, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR, EIO, EINTR, ETIMEDOUT
 
 // CALL(name, how it fails, type, parameters, arguments, errors...)
 #define CALL_AS(name, symbol, failure, Result, parameters, arguments, ...)                                         \
