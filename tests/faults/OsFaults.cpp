@@ -336,6 +336,9 @@ std::vector<Row> faults::osRows() {
          1,
          false,
          {ETIMEDOUT}},
+        // A time-out that cannot be armed: the thread is waited for without.
+        {__LINE__, "VQOperatingSystemQNX", "TimerTimeout", [](const Arm& arm) { return joinThread(arm, 1000); },
+         "0"},
         {__LINE__, "CVQThreadCtrlQNX", "pthread_setname_np",
          [](const Arm& arm) {
              arm();

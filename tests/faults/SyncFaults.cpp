@@ -313,6 +313,12 @@ std::vector<Row> faults::syncRows() {
          "false @, 0 waiting, held 2"},
         {__LINE__, "VQSemaphoreAccessQNX", "pthread_cond_wait",
          [](const Arm& arm) { return lockSemaphore(arm, 0, 1000); }, "false @, 0 left, 0 waiting"},
+        {__LINE__, "VQOperatingSystemQNX", "TimerTimeout",
+         [](const Arm& arm) { return lockSemaphore(arm, 1, 1000); }, "false @, 1 left, 0 waiting",
+         "true, 0 left, 0 waiting"},
+        {__LINE__, "VQOperatingSystemQNX", "TimerTimeout",  // for the condition, with the mutex held
+         [](const Arm& arm) { return lockSemaphore(arm, 0, 20); }, "false @, 0 left, 0 waiting",
+         "false ETIMEDOUT, 0 left, 0 waiting", 2},
         {__LINE__, "VQSemaphoreAccessQNX", "SyncMutexUnlock_r",
          [](const Arm& arm) { return lockWaitingForTheMutex(arm, -1); }, "false @, 0 left"},
         {__LINE__, "VQSemaphoreAccessQNX", "SyncMutexUnlock_r",
