@@ -2,7 +2,8 @@
 //   Shape    a channel is where messages and pulses queue, more urgent ones first, else in the order of their
 //            arrival. A connection leads to a channel of this process or another. A message is copied when it is
 //            received and its answer when it is replied; a short buffer takes what fits.
-//   Units    lengths in bytes, below 2 GiB; to another process at most 64 MiB (EMSGSIZE). Priorities 0 to 63.
+//   Units    lengths in bytes, below 2 GiB (else EINVAL); to another process at most 64 MiB (EMSGSIZE). Priorities 0
+//            to 63.
 //   Errors   -1 and errno. EINTR: a handler ran that was installed without SA_RESTART. Buffers are not checked: a
 //            bad address ends the process.
 //   Threads  any thread, but not a signal handler. A forked child has no channels and no connections.
@@ -74,7 +75,8 @@ int ChannelDestroy(int chid);
 
 /// A connection to the channel `chid` of the process `pid`; 0 is the caller's own. The id lies above all descriptors,
 /// and the connection ends at exec, whatever `index` and `flags` say. ESRCH: no such process or channel; EPERM: that of
-/// another user; EINVAL: another node; EAGAIN: memory, descriptors or threads are short.
+/// another user; EINVAL: another node; EAGAIN: memory, descriptors or threads are short; EFBIG: the process's limit for
+/// the size of files is too low to connect to others.
 int ConnectAttach(uint32_t nd, pid_t pid, int chid, unsigned index, int flags);
 /// Threads that send on it fail with EBADF. EINVAL for an unknown id.
 int ConnectDetach(int coid);

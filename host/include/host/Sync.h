@@ -91,8 +91,8 @@ int pthread_cond_timedwait(_sync* condition, _sync* mutex, const timespec* deadl
 int pthread_cond_signal(_sync* condition) noexcept;
 int pthread_cond_broadcast(_sync* condition) noexcept;
 
-/// Names the thread with the id `tid`, 0 for the caller; null takes the name away. E2BIG above 100 bytes, ESRCH; of
-/// a longer name than 15 bytes Linux keeps the first 15.
+/// Names the thread with the id `tid`, 0 for the caller; null takes the name away. E2BIG above 100 bytes, ESRCH for no
+/// such thread, or what opening its entry in /proc says; of a longer name than 15 bytes Linux keeps the first 15.
 int pthread_setname_np(int tid, const char* name) noexcept;
 #pragma GCC visibility pop
 

@@ -69,7 +69,8 @@ int ThreadDestroy(int tid, int priority, void* status);
 /// Priorities are recorded, and are given to the kernel as a nice value where that could be taken back: a thread has
 /// 10 at first, or its creator's. SchedGet gives the policy, -1 and errno ESRCH for no such thread.
 int SchedGet(pid_t pid, int tid, struct sched_param* parameters);
-/// `policy` SCHED_NOCHANGE keeps the policy. EINVAL for a priority outside 1 to 63 or an unknown policy.
+/// `policy` SCHED_NOCHANGE keeps the policy. EINVAL for a priority outside 1 to 63 or an unknown policy, ESRCH for no
+/// such thread, ENOMEM.
 int SchedSet(pid_t pid, int tid, int policy, const struct sched_param* parameters);
 
 #define SCHED_NOCHANGE (-1)
