@@ -201,6 +201,10 @@ void fromUtf8AVX2(const char* text, std::size_t bytes, unsigned short* out, std:
 
 // ---- to UTF-8
 
+constexpr std::size_t kPlainUnits = 32;  ///< units, and bytes, of a plain step to UTF-8
+constexpr std::size_t kUnits = 8;        ///< units that a step takes, or twice as many
+constexpr std::size_t kStepRoom = 32;    ///< bytes that it writes, or twice as many
+
 constexpr unsigned kCloseKeys = 256;
 
 /// Closes the gaps in eight units of 16 bits: the key has a bit set for each that has two bytes.
@@ -313,6 +317,31 @@ struct SForms {
     }
 };
 
+/// Eight pairs of surrogates, each in one unit of 32 bits with the high one lower.
+struct SPairs {
+    __m256i units;
+
+    explicit SPairs(const unsigned short* from) : units(_mm256_set_m128i(load(from + kUnits), load(from))) {}
+
+    static __m256i all(unsigned bits) { return _mm256_set1_epi32(static_cast<int>(bits)); }
+    __m256i bits(unsigned mask) const { return _mm256_and_si256(units, all(mask)); }
+
+    bool areThere() const { return SVector32::marks(_mm256_cmpeq_epi32(bits(0xFC00FC00), all(0xDC00D800))) == ~0U; }
+
+    /// Of the code point less 10000, the high one has the upper ten bits: two in the first byte, six in the second
+    /// (with the 10000 they become a number of up to 10F), two in the third.
+    void write(char* out) const {
+        const __m256i upper = _mm256_add_epi32(bits(0x3FF), all(0x40));
+        const __m256i first = _mm256_srli_epi32(upper, 8);
+        const __m256i second = _mm256_slli_epi32(_mm256_and_si256(upper, all(0xFC)), 6);
+        const __m256i third =
+            _mm256_or_si256(_mm256_slli_epi32(bits(3), 20), _mm256_srli_epi32(bits(0x3C00000), 6));
+        const __m256i fourth = _mm256_slli_epi32(bits(0x3F0000), 8);
+        store(out, _mm256_or_si256(_mm256_or_si256(all(0x808080F0), _mm256_or_si256(first, second)),
+                                   _mm256_or_si256(third, fourth)));
+    }
+};
+
 /// Where a step stopped inside a pair, goes on behind it.
 inline void completePair(const unsigned short*& units, std::size_t& count, char*& out) {
     if (count != 0 && VQUtf8::isHighSurrogate(units[-1]) && VQUtf8::isLowSurrogate(*units)) {
@@ -321,10 +350,6 @@ inline void completePair(const unsigned short*& units, std::size_t& count, char*
         --count;
     }
 }
-
-constexpr std::size_t kPlainUnits = 32;  ///< units, and bytes, of a plain step to UTF-8
-constexpr std::size_t kUnits = 8;        ///< units that a step takes, or twice as many
-constexpr std::size_t kStepRoom = 32;    ///< bytes that it writes, or twice as many
 
 /// One step for `Halves` times eight units: false, and nothing done, where zeros are among them.
 template <std::size_t Halves>
@@ -346,6 +371,13 @@ inline bool stepToUtf8(const unsigned short* units, char*& out) {
     if (Halves == 2 && marks16(_mm_cmpeq_epi16(uppermost, zero)) == 0xFFFF) {
         out = toUpToTwo(_mm256_set_m128i(x[Halves - 1], x[0]), out);
         return true;
+    }
+    if (Halves == 2 && VQUtf8::isHighSurrogate(*units)) {
+        if (const SPairs pairs(units); pairs.areThere()) {
+            pairs.write(out);
+            out += Halves * 2 * kUnits;
+            return true;
+        }
     }
     for (std::size_t i = 0; i < Halves; ++i) {
         SForms forms(x[i]);
