@@ -128,13 +128,22 @@ SInventory SInventory::take() {
             countEntries("/proc/self/task"), countMappings()};
 }
 
+SInventory SInventory::takeSettled() {
+    SInventory last = take();
+    for (int tries = 0; tries < 100; ++tries) {
+        VQOperatingSystem::sleepMs(10);
+        const SInventory now = take();
+        if (now == last) {
+            break;
+        }
+        last = now;
+    }
+    return last;
+}
+
 void SInventory::compare(const SSelf& self) const {
     SInventory now = take();
-    const auto isSame = [&] {
-        return now.heapBytes == heapBytes && now.watched == watched && now.descriptors == descriptors &&
-               now.threads == threads && now.mappings == mappings;
-    };
-    for (int tries = 0; tries < 100 && !isSame(); ++tries) {
+    for (int tries = 0; tries < 100 && !(now == *this); ++tries) {
         VQOperatingSystem::sleepMs(10);
         now = take();
     }

@@ -63,8 +63,15 @@ struct SInventory {
     int descriptors, threads, mappings;
 
     static SInventory take();
+    /// When nothing changes any more: for a moment a thread that was joined is still there.
+    static SInventory takeSettled();
     /// Complains about everything that is not as it was. What ends by itself gets a second to do so.
     void compare(const SSelf& self) const;
+
+    bool operator==(const SInventory& other) const {
+        return heapBytes == other.heapBytes && watched == other.watched && descriptors == other.descriptors &&
+               threads == other.threads && mappings == other.mappings;
+    }
 };
 
 /// Two threads that hand texts over, a batch a round: through a ring with semaphores, then under a condition, then

@@ -301,7 +301,7 @@ int runServer(const SSelf& self) {
         CLife first(self, self.board.guestHasLeft);
         first.run();
     }
-    const SInventory before = SInventory::take();
+    const SInventory before = SInventory::takeSettled();
     {
         CLife second(self, self.board.stopServer);
         second.run();

@@ -218,7 +218,8 @@ void CSupervisor::clean(int worker, unsigned generation, bool wasKilled) {
     mReport.wasKilled(worker, generation, wasKilled);
     place.isDead = true;
     const unsigned long long end = nowNs() + kPatience;
-    while (mBoard.openings[worker] != 0 && nowNs() < end) {
+    // After a complaint the one who opens them may be gone.
+    while (mBoard.openings[worker] != 0 && mBoard.complaints == 0 && nowNs() < end) {
         usleep(100);
     }
     char prefix[64];

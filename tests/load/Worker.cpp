@@ -329,7 +329,7 @@ int runWorker(const SSelf& self) {
         CLife first(self, meeting, 0, kFirstLife);
         first.run();
     }
-    const SInventory before = SInventory::take();
+    const SInventory before = SInventory::takeSettled();
     {
         CLife second(self, meeting, kFirstLife, kForEver);
         second.run();
