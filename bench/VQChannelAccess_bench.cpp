@@ -81,7 +81,7 @@ void betweenProcesses(benchmark::State& state, int processors, int timeoutMs) {
 MARLIX_BENCH_MANUAL("VQChannelAccess_ProcessesOneCpu", "ours", 64, 4096, 65536, 1048576) {
     betweenProcesses(state, 1, kNoLimit);
 }
-MARLIX_BENCH_MANUAL("VQChannelAccess_ProcessesOneCpuTimed", "ours", 64, 4096, 65536) {
+MARLIX_BENCH_MANUAL("VQChannelAccess_ProcessesOneCpuTimed", "ours", 64, 4096, 65536, 1048576) {
     betweenProcesses(state, 1, kLimitMs);
 }
 MARLIX_BENCH_MANUAL("VQChannelAccess_ProcessesTwoCpus", "ours", 64, 4096, 65536) {

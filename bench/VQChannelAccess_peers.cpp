@@ -140,7 +140,7 @@ void handOverSegment(benchmark::State& state, int processors) {
 MARLIX_BENCH_MANUAL("VQChannelAccess_ProcessesOneCpu", "floor: segment and futex", 64, 4096, 65536, 1048576) {
     handOverSegment<Waiting::SLEEP>(state, 1);
 }
-MARLIX_BENCH_MANUAL("VQChannelAccess_ProcessesOneCpuTimed", "floor: segment and futex", 64, 4096, 65536) {
+MARLIX_BENCH_MANUAL("VQChannelAccess_ProcessesOneCpuTimed", "floor: segment and futex", 64, 4096, 65536, 1048576) {
     handOverSegment<Waiting::SLEEP>(state, 1);
 }
 MARLIX_BENCH_MANUAL("VQChannelAccess_ProcessesTwoCpus", "floor: segment and spinning", 64, 4096, 65536) {

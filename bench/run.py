@@ -509,7 +509,10 @@ def main():
     if rows is None:
         rows = run(options)
     if options.check:
-        print(f"{len(rows)} comparisons ran with the right results")
+        page = options.build / "check.html"  # the figures are of one short round, so that nothing else keeps them
+        page.write_text(report.page(about, rows), encoding="utf-8")
+        report.with_figures(report.NEW_PAGE, about, rows)
+        print(f"{len(rows)} comparisons ran with the right results; drawn in {page}")
         return
     print()
     print(plain(rows))
