@@ -1,5 +1,6 @@
 #include <backtrace.h>
 
+#include "Backtrace.h"
 #include "FutexLock.h"
 #include "SignalsBlocked.h"
 #include "ThreadState.h"
@@ -91,12 +92,13 @@ void unlockAfterFork() {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-// Before the others of the host register theirs: a fork waits for their locks first and has this one for a moment only.
-__attribute__((constructor(101))) void prepareForFork() {
+void registerForkHandlers() {
     pthread_atfork(lockBeforeFork, unlockAfterFork, nullptr);
 }
 
-// And after them: in a child, the first handler of a signal finds all of the host in order.
+pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
+
+// After the host's other handlers: in a child, the first handler of a signal finds all of the host in order.
 __attribute__((constructor(103))) void completeForFork() {
     pthread_atfork(noteAllHandlers, nullptr, unlockAfterFork);
 }
@@ -120,6 +122,11 @@ int addObject(dl_phdr_info* object, size_t, void* argument) {
 }
 
 }  // namespace
+
+void prepareWalksForFork() {
+    pthread_once(&forkHandlersOnce, registerForkHandlers);
+}
+
 }  // namespace host
 
 using namespace host;

@@ -1,5 +1,7 @@
 #include "Connection.h"
 
+#include "Backtrace.h"
+#include "Ending.h"
 #include "ErrnoKeeper.h"
 #include "ThreadState.h"
 #include "Unsupported.h"
@@ -63,6 +65,7 @@ void forgetInChild() {
 
 void registerForkHandlers() {
     processId = getpid();
+    prepareWalksForFork();
     pthread_atfork(lockBeforeFork, unlockInParent, forgetInChild);
 }
 
@@ -94,6 +97,13 @@ Connection* newConnection() {
 void removeConnection(Connection* connection) {
     connections.remove(connection->id);
     free(connection);
+}
+
+/// -1 without memory, descriptors or ids.
+int makeChannel(unsigned flags) {
+    const ChannelGuard guard;
+    const Channel* const channel = newChannel(flags);
+    return channel != nullptr ? channel->id : -1;
 }
 
 /// The connection's number, or an error number negated.
@@ -143,14 +153,12 @@ int ChannelCreate(unsigned flags) {
                                 "SENDER_LEN and REPLY_LEN",
                                 ENOTSUP));
     ErrnoKeeper keeper;
+    const EndsLater untilReturned;
     prepareForFork();
-    const ChannelGuard guard;
-    Channel* const channel = newChannel(flags);
-    if (channel == nullptr) {
-        keeper.report(EAGAIN);
-        return -1;
-    }
-    return channel->id;
+    if (const int id = makeChannel(flags); id >= 0)
+        return unlessEnding(id, ChannelDestroy);
+    keeper.report(EAGAIN);
+    return -1;
 }
 
 int ChannelDestroy(int chid) {
@@ -171,11 +179,11 @@ int ConnectAttach(uint32_t nd, pid_t pid, int chid, unsigned, int) {
     if (nd != 0)
         return fail(EINVAL);
     ErrnoKeeper keeper;
-    const EndsLater untilAttached;
+    const EndsLater untilReturned;
     prepareForFork();
     const int id = pid == 0 || pid == getpid() ? attachHere(chid) : attachElsewhere(pid, chid);
     if (id >= 0)
-        return _NTO_SIDE_CHANNEL | id;
+        return unlessEnding(_NTO_SIDE_CHANNEL | id, ConnectDetach);
     keeper.report(-id);
     return -1;
 }

@@ -38,6 +38,16 @@ protected:
     }
 };
 
+/// Within an EndsLater: the id of what a call has made. A thread that must end learns it no more, so that nobody could
+/// ever use or destroy it; it is destroyed, and the result is -1.
+template <class Destroy>
+int unlessEnding(int id, Destroy destroy) {
+    if (mustEnd == 0)
+        return id;
+    destroy(id);
+    return -1;
+}
+
 class Unfinished : EndsLater {
 public:
     /// Called in the thread that ends, with all signals blocked. It may wait, and take locks.

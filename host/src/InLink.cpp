@@ -272,8 +272,7 @@ int openToOthers(Channel* channel) {
     char name[48];
     doorbellName(name, getpid(), channel->id, channel->serial);
     Descriptor file(makeSegment(name, kDoorbellSize));
-    Descriptor listener(listenFor(getpid(), channel->id, channel->serial));
-    if (!file.isOpen() || !listener.isOpen())
+    if (!file.isOpen())
         return errno;
     void* const page = mapSegment(file.get(), 0, static_cast<size_t>(kDoorbellSize), channel->doorbell);
     if (page == nullptr)
@@ -281,6 +280,10 @@ int openToOthers(Channel* channel) {
     channel->doorbell = static_cast<Doorbell*>(page);
     channel->doorbell->version = kSegmentVersion;
     channel->doorbell->flags = channel->flags;
+    // Who connects looks at the flags, so these come first.
+    Descriptor listener(listenFor(getpid(), channel->id, channel->serial));
+    if (!listener.isOpen())
+        return errno;
     channel->listener = listener.get();
     if (!watchChannel(channel))
         return errno;
@@ -336,8 +339,10 @@ bool acceptLinks(Channel* channel) {
         // A link needs three descriptors: one that was accepted with less would cut its sender off.
         Descriptor forFile(placeFor(channel->listener));
         Descriptor forPeer(placeFor(channel->listener));
-        if (!forFile.isOpen() || !forPeer.isOpen())
+        Descriptor forSocket(placeFor(channel->listener));
+        if (!forFile.isOpen() || !forPeer.isOpen() || !forSocket.isOpen())
             return false;
+        close(forSocket.release());  // also where the new one first gets the number of a closed standard stream
         Descriptor socket(accept4(channel->listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!socket.isOpen())
             return errno == EAGAIN;

@@ -26,18 +26,26 @@ __thread ThreadTimer own __attribute__((tls_model("initial-exec"))) = {nullptr, 
 // A key for what each thread has anyway, for the sake of its destructor. Made at load time, when keys are few: the
 // first ones need no memory in a thread.
 pthread_key_t endOfThread;
+pthread_once_t preparedOnce = PTHREAD_ONCE_INIT;
 
 void forgetOwnTimer() {
     own = {nullptr, false, Deadline::never()};
 }
 
-__attribute__((constructor(101))) void prepare() {
+void makeKeyAndForkHandler() {
     pthread_key_create(&endOfThread, [](void*) { deleteOwnTimer(); });
     pthread_atfork(nullptr, nullptr, forgetOwnTimer);  // a forked child has no timers
 }
 
+__attribute__((constructor(101))) void prepare() {
+    pthread_once(&preparedOnce, makeKeyAndForkHandler);
+}
+
 bool makeOwnTimer() {
     const SignalsBlocked whileMade;  // a handler that needs the timer meanwhile would make another
+    if (own.isThere)
+        return true;  // as one has just done
+    prepare();
     struct sigaction action = {};
     action.sa_handler = [](int) {};
     sigaction(signalNumber(), &action, nullptr);

@@ -3,6 +3,7 @@
 #include <devctl.h>
 #include <sys/neutrino.h>
 
+#include "ErrnoKeeper.h"
 #include "Interrupter.h"
 #include "ThreadState.h"
 
@@ -100,9 +101,15 @@ ssize_t transferUntil(Deadline deadline, int descriptor, char* bytes, size_t siz
 template <class Direction>
 ssize_t transfer(int descriptor, void* bytes, size_t size) {
     const Deadline deadline = takeTimeout(kTransferStates);
-    if (deadline.isNever() || size == 0 || isStorage(descriptor))
+    if (deadline.isNever() || size == 0)
         return Direction::call(descriptor, static_cast<char*>(bytes), size);
-    return transferUntil<Direction>(deadline, descriptor, static_cast<char*>(bytes), size);
+    ErrnoKeeper keeper;
+    const ssize_t result = isStorage(descriptor)
+                               ? Direction::call(descriptor, static_cast<char*>(bytes), size)
+                               : transferUntil<Direction>(deadline, descriptor, static_cast<char*>(bytes), size);
+    if (result == -1)
+        keeper.report(errno);
+    return result;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <process.h>
 #include <sys/wait.h>
 
+#include "Ending.h"
 #include "ErrnoKeeper.h"
 #include "ThreadState.h"
 
@@ -23,6 +24,7 @@ __thread Stack stack __attribute__((tls_model("initial-exec"))) = {false, 0};
 
 void findStack() {
     const ErrnoKeeper keeper;
+    const EndsLater untilFound;  // the C library takes the heap's lock
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0)
         return;
@@ -58,16 +60,18 @@ int spawnvp(int mode, const char* file, char* const argv[]) {
         return execvp(file, argv);
     if (mode != P_NOWAIT && mode != P_WAIT)
         return fail(EINVAL);
+    ErrnoKeeper keeper;
     pid_t pid;
-    if (const int error = posix_spawnp(&pid, file, nullptr, nullptr, argv, environ); error != 0)
-        return fail(error);
-    if (mode == P_NOWAIT)
+    int error = posix_spawnp(&pid, file, nullptr, nullptr, argv, environ);
+    if (error == 0 && mode == P_NOWAIT)
         return pid;
     int status;
-    while (waitpid(pid, &status, 0) == -1)
-        if (errno != EINTR)
-            return -1;
-    return status;
+    while (error == 0 && waitpid(pid, &status, 0) == -1)
+        error = errno == EINTR ? 0 : errno;
+    if (error == 0)
+        return status;
+    keeper.report(error);
+    return -1;
 }
 
 #pragma GCC visibility push(default)

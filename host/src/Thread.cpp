@@ -139,9 +139,13 @@ void onEndingSignal(int) {
     endIfDue();
 }
 
-bool sendSignal(int id, int signal) {
+int sendSignal(int id, int signal) {
     const ErrnoKeeper keeper;
-    return id > 0 && syscall(SYS_tgkill, getpid(), id, signal) == 0;
+    return syscall(SYS_tgkill, getpid(), id, signal) == 0 ? EOK : errno;
+}
+
+bool isThread(int id) {
+    return id > 0 && sendSignal(id, 0) == EOK;
 }
 
 /// A forked child has one thread, which keeps its priority, and no other to join.
@@ -188,7 +192,7 @@ __attribute__((constructor(102))) void prepareAtLoad() {
 
 bool isGone(const Thread& thread) {
     if (thread.isForeign)
-        return !sendSignal(thread.id, 0);
+        return !isThread(thread.id);
     return thread.isDetached && !thread.isStarting && load(thread.life) == Thread::ENDED;
 }
 
@@ -248,7 +252,7 @@ bool isKnownToKernel(int id) {
     for (const Joined& joined : lastJoined)
         if (joined.id == id && nowNs(CLOCK_MONOTONIC) < joined.untilNs)
             return false;
-    return sendSignal(id, 0);
+    return isThread(id);
 }
 
 Thread* newRecord(int id) {
@@ -271,6 +275,14 @@ int findRunning(pid_t pid, int& tid, Thread*& record) {
     if (record != nullptr && !record->isForeign)
         return load(record->life) == Thread::ENDED ? ESRCH : EOK;
     return isKnownToKernel(tid) ? EOK : ESRCH;
+}
+
+/// The kernel would not take the signal that ends it.
+void keepRunning(int tid) {
+    const TableGuard guard;
+    Thread* record;
+    if (findRunning(0, tid, record) == EOK && record != nullptr)
+        __atomic_store_n(&record->isDestroyed, false, __ATOMIC_SEQ_CST);
 }
 
 /// The id of a thread that has not been joined. The kernel's answer is in the C library's record before the thread
@@ -564,11 +576,14 @@ int ThreadDestroy(int tid, int, void* status) {
                 return 0;  // it looks when it is ready
         }
     }
-    const ErrnoKeeper keeper;
-    const EndsLater untilInstalled;  // else nobody would ever get past it
+    ErrnoKeeper keeper;
+    const EndsLater untilSent;  // else nobody would ever get past the installation
     pthread_once(&endingSignalOnce, installEndingSignal);
-    sendSignal(tid, endingSignal());  // a thread that has ended by itself meanwhile is as good
-    return 0;
+    if (sendSignal(tid, endingSignal()) != EAGAIN)
+        return 0;  // a thread that has ended by itself meanwhile is as good
+    keepRunning(tid);
+    keeper.report(EAGAIN);
+    return -1;
 }
 
 int SchedGet(pid_t pid, int tid, struct sched_param* parameters) {

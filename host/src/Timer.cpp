@@ -1,6 +1,7 @@
 #include "Timer.h"
 
 #include "Connection.h"
+#include "Ending.h"
 #include "ErrnoKeeper.h"
 #include "ThreadState.h"
 #include "Unsupported.h"
@@ -98,7 +99,7 @@ int create(clockid_t clock, const sigevent& event) {
     if (connection == nullptr)
         return -EBADF;
     if (connection->channel == nullptr)
-        return -unsupported("a timer that sends to another process", ENOTSUP);
+        return -ENOTSUP;
     Channel* const channel = connection->channel;
     Timer* const timer = static_cast<Timer*>(calloc(1, sizeof(Timer)));
     const int id = timer == nullptr || !channel->timers.addUser() ? -1 : timers.add(timer);
@@ -216,10 +217,11 @@ int TimerCreate(clockid_t clock, const sigevent* event) {
     if (event->sigev_priority < 1 || event->sigev_priority >= kPriorities)
         return fail(EINVAL);
     ErrnoKeeper keeper;
+    const EndsLater untilReturned;
     const int id = create(clock, *event);
     if (id >= 0)
-        return id;
-    keeper.report(-id);
+        return unlessEnding(id, TimerDestroy);
+    keeper.report(id == -ENOTSUP ? unsupported("a timer that sends to another process", ENOTSUP) : -id);
     return -1;
 }
 

@@ -63,7 +63,8 @@ int ThreadJoin_r(int tid, void** status);
 
 /// Ends a thread at once: 0 the caller, -1 all and with them the process. No destructor and no handler runs; what
 /// the thread had locked stays locked. It happens when the thread next may take a signal. `status` goes to who
-/// joins it. `priority` means nothing here. ESRCH: no such thread.
+/// joins it. `priority` means nothing here. ESRCH: no such thread; EAGAIN: the user has as many signals waiting, and
+/// timers, as the limit allows, and the thread goes on.
 int ThreadDestroy(int tid, int priority, void* status);
 
 /// Priorities are recorded, and are given to the kernel as a nice value where that could be taken back: a thread has
