@@ -7,12 +7,19 @@
 #include <backtrace.h>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
+#include <devctl.h>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <host/KernelIO.h>
+#include <process.h>
+#include <semaphore.h>
+#include <string>
 #include <sys/neutrino.h>
 #include <sys/slog.h>
 #include <sys/trace.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -195,6 +202,27 @@ struct Consumer {
 
 _sync freeMutex;
 _sync ownMutex;
+_sync freeCondition;
+
+constexpr timespec kPast = {0, 0};
+constexpr timespec kNoTime = {0, -1};
+
+[[gnu::format(printf, 1, 2)]] int logWithList(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = vslogf(1, _SLOG_INFO, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+/// Of a semaphore with so many units.
+int waitForUnit(unsigned units) {
+    sem_t semaphore;
+    sem_init(&semaphore, 0, units);
+    const int result = sem_timedwait_monotonic(&semaphore, &kPast);
+    sem_destroy(&semaphore);
+    return result;
+}
 
 class TimerTimeoutConsumer : public testing::TestWithParam<Consumer> {};
 
@@ -220,20 +248,84 @@ const Consumer kConsumers[] = {
     {"trylockOfAHeldOne", [] { EXPECT_EQ(EBUSY, pthread_mutex_trylock(&ownMutex)); }},
     {"timedlock",
      [] {
-         const timespec past = {0, 0};
-         EXPECT_EQ(0, pthread_mutex_timedlock_monotonic(&freeMutex, &past));
+         EXPECT_EQ(0, pthread_mutex_timedlock_monotonic(&freeMutex, &kPast));
          freeMutex = {};
      }},
-    {"timedlockThatExpires",
-     [] {
-         const timespec past = {0, 0};
-         EXPECT_EQ(ETIMEDOUT, pthread_mutex_timedlock_monotonic(&ownMutex, &past));
-     }},
+    {"timedlockThatExpires", [] { EXPECT_EQ(ETIMEDOUT, pthread_mutex_timedlock_monotonic(&ownMutex, &kPast)); }},
     {"unlock", [] { EXPECT_EQ(0, pthread_mutex_unlock(&ownMutex)); }},
     {"unlockThatIsRefused", [] { EXPECT_EQ(EPERM, pthread_mutex_unlock(&freeMutex)); }},
     {"init", [] { EXPECT_EQ(0, pthread_mutex_init(&freeMutex, nullptr)); }},
     {"destroy", [] { EXPECT_EQ(0, pthread_mutex_destroy(&freeMutex)); }},
+    {"kernelsHalfOfLock",
+     [] {
+         EXPECT_EQ(0, SyncMutexLock_r(&freeMutex));
+         freeMutex = {};
+     }},
+    {"kernelsHalfOfUnlock", [] { EXPECT_EQ(0, SyncMutexUnlock_r(&ownMutex)); }},
+    {"cond_waitThatIsRefused", [] { EXPECT_EQ(EPERM, pthread_cond_wait(&freeCondition, &freeMutex)); }},
+    {"cond_timedwaitThatIsRefused",
+     [] { EXPECT_EQ(EINVAL, pthread_cond_timedwait(&freeCondition, &ownMutex, &kNoTime)); }},
+    {"sem_timedwait_monotonic", [] { EXPECT_EQ(0, waitForUnit(1)); }},
+    {"sem_timedwait_monotonicThatExpires", [] { EXPECT_EQ(-1, waitForUnit(0)); }},
+    {"ThreadCreate",
+     [] {
+         _thread_attr attributes = {};
+         attributes.__flags = PTHREAD_CREATE_DETACHED;
+         EXPECT_GT(ThreadCreate(
+                       0, [](void*) -> void* { return nullptr; }, nullptr, &attributes),
+                   0);
+     }},
+    {"ThreadCreateThatIsRefused",
+     [] {
+         EXPECT_EQ(-1, ThreadCreate(
+                           getppid(), [](void*) -> void* { return nullptr; }, nullptr, nullptr));
+     }},
+    {"ThreadDestroyThatIsRefused", [] { EXPECT_EQ(-1, ThreadDestroy(getppid(), -1, nullptr)); }},
+    {"SchedGet",
+     [] {
+         sched_param parameters;
+         EXPECT_EQ(SCHED_RR, SchedGet(0, 0, &parameters));
+     }},
+    {"SchedSet",
+     [] {
+         const sched_param parameters = {10};
+         EXPECT_EQ(0, SchedSet(0, 0, SCHED_NOCHANGE, &parameters));
+     }},
+    {"SchedSetThatIsRefused",
+     [] {
+         const sched_param parameters = {0};
+         EXPECT_EQ(-1, SchedSet(0, 0, SCHED_NOCHANGE, &parameters));
+     }},
+    {"setname", [] { EXPECT_EQ(0, pthread_setname_np(0, "consumer")); }},
+    {"setnameThatIsRefused", [] { EXPECT_EQ(E2BIG, pthread_setname_np(0, std::string(101, 'n').c_str())); }},
+    {"SignalProcmask", [] { EXPECT_EQ(0, SignalProcmask(0, 0, SIG_BLOCK, nullptr, nullptr)); }},
+    {"SignalProcmask_r", [] { EXPECT_EQ(EOK, SignalProcmask_r(0, 0, SIG_BLOCK, nullptr, nullptr)); }},
+    {"SignalProcmaskThatIsRefused",
+     [] { EXPECT_EQ(ESRCH, SignalProcmask_r(0, getppid(), SIG_BLOCK, nullptr, nullptr)); }},
+    {"ClockTime", [] { EXPECT_EQ(0, ClockTime(CLOCK_MONOTONIC, nullptr, nullptr)); }},
+    {"ClockTimeThatIsRefused", [] { EXPECT_EQ(-1, ClockTime(4711, nullptr, nullptr)); }},
+    {"ClockId", [] { EXPECT_NE(-1, ClockId(0, 0)); }},
+    {"ClockIdThatIsRefused", [] { EXPECT_EQ(-1, ClockId(0, -1)); }},
+    {"spawnvp",
+     [] {
+         char name[] = "true";
+         char* const arguments[] = {name, nullptr};
+         EXPECT_GT(spawnvp(P_NOWAIT, name, arguments), 0);
+         EXPECT_GT(wait(nullptr), 0);  // the C library's, which consumes nothing
+     }},
+    {"spawnvpThatIsRefused", [] { EXPECT_EQ(-1, spawnvp(P_NOWAIT, "true", nullptr)); }},
+    {"waitpid",
+     [] {
+         const pid_t child = fork();
+         if (child == 0)
+             _exit(0);
+         EXPECT_EQ(child, waitpid(child, nullptr, WEXITED));
+     }},
+    {"waitpidOfNobody", [] { EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)); }},
+    {"write", [] { EXPECT_EQ(-1, KernelIO::write(-1, nullptr, 0)); }},
+    {"devctl", [] { EXPECT_EQ(EBADF, devctl(-1, 0, nullptr, 0, nullptr)); }},
     {"slogf", [] { slogf(1, _SLOG_INFO, "text"); }},
+    {"vslogf", [] { logWithList("text"); }},
     {"slogi", [] { slogi(1, _SLOG_INFO, 0); }},
     {"slogb", [] { slogb(1, _SLOG_INFO, nullptr, -1); }},
     {"TraceEvent", [] { TraceEvent(_NTO_TRACE_INSERTSUSEREVENT, 1, 2, 3); }},
@@ -252,6 +344,29 @@ const Consumer kConsumers[] = {
          bt_memmap_t map;
          bt_load_memmap(&bt_acc_self, &map);
      }},
+    {"bt_sprn_memmap", [] { EXPECT_EQ(-1, bt_sprn_memmap(nullptr, nullptr, 0)); }},
+    {"bt_unload_memmap", [] { EXPECT_EQ(-1, bt_unload_memmap(nullptr)); }},
+    {"bt_release_accessor", [] { EXPECT_EQ(0, bt_release_accessor(&bt_acc_self)); }},
+    {"MsgSend", [] { EXPECT_EQ(-1, MsgSend(-1, nullptr, 0, nullptr, 0)); }},
+    {"MsgSendOfNoSize", [] { EXPECT_EQ(-1, MsgSend(-1, nullptr, -1, nullptr, 0)); }},
+    {"MsgSendv", [] { EXPECT_EQ(-1, MsgSendv(-1, nullptr, 0, nullptr, 0)); }},
+    {"MsgSendPulseOfNoPriority", [] { EXPECT_EQ(-1, MsgSendPulse(-1, 64, 0, 0)); }},
+    {"MsgReceive", [] { EXPECT_EQ(-1, MsgReceive(-1, nullptr, 0, nullptr)); }},
+    {"MsgReceivev", [] { EXPECT_EQ(-1, MsgReceivev(-1, nullptr, 0, nullptr)); }},
+    {"MsgReceivePulse", [] { EXPECT_EQ(-1, MsgReceivePulse(-1, nullptr, 0, nullptr)); }},
+    {"MsgReplyOfNoSize", [] { EXPECT_EQ(-1, MsgReply(1, 0, nullptr, -1)); }},
+    {"MsgReplyvOfNoSize", [] { EXPECT_EQ(-1, MsgReplyv(1, 0, nullptr, -1)); }},
+    {"MsgError", [] { EXPECT_EQ(-1, MsgError(1, EPERM)); }},
+    {"MsgReadOfNoPlace", [] { EXPECT_EQ(-1, MsgRead(1, nullptr, 0, -1)); }},
+    {"MsgReadvOfNoPlace", [] { EXPECT_EQ(-1, MsgReadv(1, nullptr, 0, -1)); }},
+    {"MsgWriteOfNoPlace", [] { EXPECT_EQ(-1, MsgWrite(1, nullptr, 0, -1)); }},
+    {"MsgWritevOfNoPlace", [] { EXPECT_EQ(-1, MsgWritev(1, nullptr, 0, -1)); }},
+    {"ChannelCreate", [] { EXPECT_GT(ChannelCreate(0), 0); }},
+    {"ConnectAttach", [] { EXPECT_EQ(-1, ConnectAttach(0, 0, -1, _NTO_SIDE_CHANNEL, 0)); }},
+    {"ConnectAttachToAnotherNode", [] { EXPECT_EQ(-1, ConnectAttach(1, 0, 1, _NTO_SIDE_CHANNEL, 0)); }},
+    {"TimerCreateThatIsRefused", [] { EXPECT_EQ(-1, TimerCreate(CLOCK_PROCESS_CPUTIME_ID, nullptr)); }},
+    {"TimerSettime", [] { EXPECT_EQ(-1, TimerSettime(-1, 0, nullptr, nullptr)); }},
+    {"TimerDestroy", [] { EXPECT_EQ(-1, TimerDestroy(-1)); }},
     {"TimerTimeoutThatIsRefused",
      [] { EXPECT_EQ(-1, TimerTimeout(12345, _NTO_TIMEOUT_MUTEX, nullptr, nullptr, nullptr)); }},
 };
