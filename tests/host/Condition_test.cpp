@@ -292,6 +292,32 @@ TEST(ConditionAndTimeouts, AllCallsConsumeAnArmedOne) {
     }
 }
 
+TEST(ConditionAndTimeouts, ARefusedWaitConsumesAnArmedOne) {
+    _sync condition = {}, mutex = {}, other = {};
+    const timespec noTime = {0, -1};
+    const std::function<int()> refusedWaits[] = {
+        [&] { return pthread_cond_wait(&condition, &other); },
+        [&] { return pthread_cond_timedwait(&condition, &mutex, &noTime); },
+    };
+    for (const auto& wait : refusedWaits) {
+        bool isSet = false;
+        pthread_mutex_lock(&mutex);
+        armCondition(0);
+        EXPECT_NE(0, wait());
+        const auto signaller = whenAllSleep([&] {
+            pthread_mutex_lock(&mutex);
+            isSet = true;
+            pthread_cond_signal(&condition);
+            pthread_mutex_unlock(&mutex);
+        });
+        int result = 0;
+        while (result == 0 && !isSet)
+            result = pthread_cond_wait(&condition, &mutex);
+        EXPECT_EQ(0, result);
+        pthread_mutex_unlock(&mutex);
+    }
+}
+
 TEST(ConditionAndSignals, CaughtOnesNeitherEndNorShortenAWait) {
     _sync condition = {}, mutex = {};
     initialise(condition, CLOCK_MONOTONIC, PTHREAD_PROCESS_PRIVATE);

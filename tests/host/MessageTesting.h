@@ -28,11 +28,11 @@ inline bool canStartThreadsInChildren() {
 #endif
 }
 
-/// Returns when all other threads of this process sleep, those that were just started included.
-inline void waitUntilOthersSleep() {
+/// Returns when all threads of a process sleep, those that were just started included; of this one, all others.
+inline void waitUntilSleeping(pid_t pid) {
     for (int looks = 0; looks < 3; ++looks) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
             std::ifstream stat(task.path() / "stat");
             std::string line;
             std::getline(stat, line);
@@ -42,6 +42,18 @@ inline void waitUntilOthersSleep() {
                 looks = 0;
         }
     }
+}
+
+inline void waitUntilOthersSleep() {
+    waitUntilSleeping(getpid());
+}
+
+/// What another thread does as soon as all others sleep, this one in its next call.
+inline std::future<void> whenAllSleep(std::function<void()> act) {
+    return std::async(std::launch::async, [act = std::move(act)] {
+        waitUntilOthersSleep();
+        act();
+    });
 }
 
 inline int openDescriptors(pid_t pid) {

@@ -792,6 +792,105 @@ TEST(MessageTimeout, IsConsumedByTheNextCallWhateverItIs) {
     }
 }
 
+// It is also gone when the call did not have to wait: the next one of its kind waits as long as it takes.
+
+/// A receive that another thread's pulse ends when this one sleeps.
+Outcome receiveLater(const OwnChannel& own) {
+    auto sent = whenAllSleep([&own] { EXPECT_EQ(0, MsgSendPulse(own.coid, 10, 1, 0)); });
+    _pulse pulse;
+    const Outcome outcome = outcomeOf([&] { return MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr); });
+    sent.get();
+    receivePulseNow(own.chid, pulse);  // what a receive that did not wait has left
+    return outcome;
+}
+
+TEST(MessageTimeout, IsGoneAfterAReceiveThatFoundAPulse) {
+    OwnChannel own;
+    _pulse pulse;
+    ASSERT_EQ(0, MsgSendPulse(own.coid, 10, 1, 0));
+    EXPECT_EQ((Outcome{0, 0}), receiveNow(own.chid, &pulse, sizeof pulse));
+    EXPECT_EQ((Outcome{0, 0}), receiveLater(own));
+    ASSERT_EQ(0, MsgSendPulse(own.coid, 10, 1, 0));
+    EXPECT_EQ((Outcome{0, 0}), receivePulseNow(own.chid, pulse));
+    EXPECT_EQ((Outcome{0, 0}), receiveLater(own));
+}
+
+TEST(MessageTimeout, IsGoneAfterAReceiveThatFoundAMessage) {
+    OwnChannel own;
+    auto sender = sendNothingElsewhere(own.coid);
+    waitUntilOthersSleep();
+    const int id = receiveNow(own.chid).result;
+    EXPECT_GT(id, 0);
+    EXPECT_EQ((Outcome{0, 0}), receiveLater(own));
+    EXPECT_EQ(0, MsgReply(id, 0, nullptr, 0));
+    EXPECT_EQ((Outcome{0, 0}), sender.get());
+}
+
+TEST(MessageTimeout, IsGoneAfterASendThatFoundAReceiver) {
+    OwnChannel own;
+    auto sender = std::async(std::launch::async, [&] {
+        Outcome outcome = kTimedOut;
+        while (outcome == kTimedOut) {  // until the receiver waits
+            std::this_thread::sleep_for(5ms);
+            armNow(_NTO_TIMEOUT_SEND);
+            outcome = sendNothing(own.coid);
+        }
+        EXPECT_EQ((Outcome{1, 0}), outcome);
+        return sendNothing(own.coid);
+    });
+    EXPECT_EQ(0, MsgReply(receiveSoon(own.chid), 1, nullptr, 0));
+    waitUntilOthersSleep();
+    EXPECT_EQ(0, MsgReply(receiveSoon(own.chid), 2, nullptr, 0));
+    EXPECT_EQ((Outcome{2, 0}), sender.get());
+}
+
+TEST(MessageTimeout, IsGoneAfterASendThatWasRepliedToInTime) {
+    OwnChannel own;
+    std::atomic<uint64_t> deadline{0};
+    auto sender = std::async(std::launch::async, [&] {
+        Outcome outcome = kTimedOut;
+        while (outcome == kTimedOut) {  // until it is in time, however busy the machine is
+            const uint64_t soon = deadline = monotonicNs() + 50 * kMs;
+            constexpr int kStates = _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY;
+            EXPECT_EQ(0, TimerTimeout(CLOCK_MONOTONIC, kStates | TIMER_ABSTIME, nullptr, &soon, nullptr));
+            outcome = sendNothing(own.coid);
+        }
+        EXPECT_EQ((Outcome{1, 0}), outcome);
+        return sendNothing(own.coid);
+    });
+    int id;
+    do
+        id = receiveSoon(own.chid);
+    while (id > 0 && MsgReply(id, 1, nullptr, 0) != 0);
+    id = receiveSoon(own.chid);
+    while (monotonicNs() < deadline + 20 * kMs)
+        std::this_thread::sleep_for(5ms);
+    waitUntilOthersSleep();
+    EXPECT_EQ(0, MsgReply(id, 2, nullptr, 0));
+    EXPECT_EQ((Outcome{2, 0}), sender.get());
+}
+
+TEST(MessageTimeout, IsGoneAfterWhatIsDoneWithAReceivedMessage) {
+    OwnChannel own;
+    char byte = 'x';
+    const iovec part = {&byte, 1};
+    const std::function<int(int)> calls[] = {
+        [&](int id) { return MsgRead(id, &byte, 1, 0); },  [&](int id) { return MsgReadv(id, &part, 1, 0); },
+        [&](int id) { return MsgWrite(id, &byte, 1, 0); }, [&](int id) { return MsgWritev(id, &part, 1, 0); },
+        [&](int id) { return MsgReply(id, 0, &byte, 1); }, [&](int id) { return MsgReplyv(id, 0, &part, 1); },
+        [&](int id) { return MsgError(id, EOK); },
+    };
+    for (const auto& call : calls) {
+        auto sender = sendNothingElsewhere(own.coid);
+        const int id = receiveSoon(own.chid);
+        armNow(_NTO_TIMEOUT_RECEIVE);
+        EXPECT_EQ(0, call(id));
+        EXPECT_EQ((Outcome{0, 0}), receiveLater(own));
+        MsgReply(id, 0, nullptr, 0);  // unless it was that
+        EXPECT_EQ((Outcome{0, 0}), sender.get());
+    }
+}
+
 // ---- giving up
 
 void doNothing(int) {

@@ -1,6 +1,6 @@
 // Concerns: ids; joining and its errors; time-outs; ends of every kind; priorities, names, masks; forked children;
 // threads of the C++ library.
-#include "HeldElsewhere.h"
+#include "MessageTesting.h"
 
 #include "support/ChildProcess.h"
 #include "support/Sanitizers.h"
@@ -232,6 +232,16 @@ TEST(ThreadJoin, TakesAnEndedThreadWhateverTheTimeSays) {
     waitForEndOf(runner.id());
     armJoin(0);
     EXPECT_EQ(0, runner.join());
+}
+
+TEST(ThreadJoin, OfAnEndedThreadConsumesTheTimeout) {
+    Runner ended, running;
+    ended.end();
+    waitForEndOf(ended.id());
+    armJoin(0);
+    EXPECT_EQ(0, ended.join());
+    const auto ender = whenAllSleep([&] { running.end(); });
+    EXPECT_EQ(0, running.join());
 }
 
 /// A thread's object, whose destructor runs after the thread's function.
