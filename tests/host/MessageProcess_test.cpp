@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <map>
 #include <memory>
 #include <poll.h>
 #include <random>
@@ -76,6 +77,18 @@ void echo(int chid) {
     }
 }
 
+struct Pipe {
+    Pipe() { EXPECT_EQ(0, pipe(ends)); }
+    ~Pipe() {
+        close(ends[0]);
+        close(ends[1]);
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    int ends[2];
+};
+
 /// A process that echoes. It is one of its own so that this one has no thread when it forks clients.
 class EchoServer {
 public:
@@ -87,15 +100,6 @@ public:
     int chid = -1;
 
 private:
-    struct Pipe {
-        Pipe() { EXPECT_EQ(0, pipe(ends)); }
-        ~Pipe() {
-            close(ends[0]);
-            close(ends[1]);
-        }
-        int ends[2];
-    };
-
     void run() const {
         const int made = ChannelCreate(0);
         if (write(mReady.ends[1], &made, sizeof made) == sizeof made)
@@ -354,31 +358,112 @@ TEST(MessageProcess, WaitsForAReceiverThatComesLater) {
     EXPECT_ENDS_WELL(other.finish());
 }
 
+void answerNothing(int chid) {
+    const int id = receiveSoon(chid);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(0, MsgReply(id, 0, nullptr, 0));
+}
+
+/// A process that sends to a channel of this one when its turn comes. First it sends nothing, and is answered: who is
+/// not known yet has not sent. All are to be there before this process has a thread.
+class InTurn {
+public:
+    InTurn(int chid, const std::function<void(int coid)>& send)
+        : mProcess(client(chid, [this, send](int coid) {
+              EXPECT_EQ((Outcome{0, 0}), sendNothing(coid));
+              char byte;
+              EXPECT_EQ(1, read(mTurn.ends[0], &byte, 1));
+              send(coid);
+              EXPECT_EQ(1, write(mSent.ends[1], "s", 1));
+              EXPECT_EQ(1, read(mTurn.ends[0], &byte, 1));
+          })) {}
+
+    pid_t pid() const { return mProcess.pid(); }
+    void begin() const { EXPECT_EQ(1, write(mTurn.ends[1], "b", 1)); }
+    void waitUntilSent() const {
+        char byte;
+        EXPECT_EQ(1, read(mSent.ends[0], &byte, 1));
+    }
+    void end() {
+        EXPECT_EQ(1, write(mTurn.ends[1], "e", 1));
+        EXPECT_ENDS_WELL(mProcess.finish());
+    }
+
+private:
+    Pipe mTurn, mSent;
+    support::ChildProcess mProcess;
+};
+
 TEST(MessageProcess, KeepsTheOrderOfPriorityThenTimeAcrossProcesses) {
-    if (!canStartThreadsInChildren())
-        GTEST_SKIP() << "no threads in the children of a process that has some";
-    OwnChannel own;
-    const pid_t server = getpid();
-    for (int turn = 0; turn < 3; ++turn) {
-        EXPECT_ENDS_WELL(support::runInChild([&] {
-            const int coid = attachTo(server, own.chid);
+    const OwnChannel own;
+    std::vector<std::unique_ptr<InTurn>> others;
+    for (int turn = 0; turn < 3; ++turn)
+        others.push_back(std::make_unique<InTurn>(own.chid, [turn](int coid) {
             EXPECT_EQ(0, MsgSendPulse(coid, 10, 10 + turn, 0));
             EXPECT_EQ(0, MsgSendPulse(coid, turn == 1 ? 20 : 5, 20 + turn, 0));
-            _exit(0);
         }));
+    for (std::size_t i = 0; i < others.size(); ++i)
+        answerNothing(own.chid);
+    for (int turn = 0; turn < 3; ++turn) {
+        others[static_cast<std::size_t>(turn)]->begin();
+        others[static_cast<std::size_t>(turn)]->waitUntilSent();
         EXPECT_EQ(0, MsgSendPulse(own.coid, 10, 30 + turn, 0));
     }
-    std::this_thread::sleep_for(20ms);
     std::vector<int> codes;
     _pulse pulse;
     while (codes.size() < 9) {
-        armFor(_NTO_TIMEOUT_RECEIVE, host::kNsPerSecond);
-        ASSERT_EQ(0, MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr));
+        ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
         codes.push_back(pulse.code);
     }
-    // The first sender was not known to this process yet when it sent itself: only then the order is another.
-    EXPECT_EQ(21, codes[0]);
-    EXPECT_THAT(std::vector<int>(codes.end() - 2, codes.end()), ElementsAre(20, 22));
+    EXPECT_THAT(codes, ElementsAre(21, 10, 30, 11, 31, 12, 32, 20, 22));
+    for (const auto& other : others)
+        other->end();
+}
+
+TEST(MessageProcess, IsReceivedInTheOrderOfTheSendersPrioritiesThenTime) {
+    constexpr int kSenders = 9;
+    static const int kPriorities[kSenders] = {10, 10, 30, 10, 10, 5, 63, 30, 10};
+    const auto isHere = [](int sender) { return sender == 5 || sender == 7; };  // a thread of this process
+    const OwnChannel own;
+    const auto send = [](int coid, int sender) {
+        const sched_param parameters = {kPriorities[sender]};
+        EXPECT_EQ(0, SchedSet(0, 0, SCHED_NOCHANGE, &parameters));
+        armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, 60 * host::kNsPerSecond);
+        return outcomeOf([=] { return MsgSend(coid, &sender, sizeof sender, nullptr, 0); });
+    };
+    std::map<int, std::unique_ptr<InTurn>> others;
+    for (int sender = 0; sender < kSenders; ++sender)
+        if (!isHere(sender))
+            others[sender] = std::make_unique<InTurn>(own.chid, [=](int coid) {
+                EXPECT_EQ((Outcome{sender, 0}), send(coid, sender));
+            });
+    for (std::size_t i = 0; i < others.size(); ++i)
+        answerNothing(own.chid);
+
+    std::map<int, std::future<Outcome>> inside;
+    for (int sender = 0; sender < kSenders; ++sender) {
+        if (isHere(sender)) {
+            inside[sender] = std::async(std::launch::async, send, own.coid, sender);
+            waitUntilOthersSleep();
+        } else {
+            others[sender]->begin();
+            waitUntilSleeping(others[sender]->pid());
+        }
+    }
+    std::vector<int> order;
+    for (int i = 0; i < kSenders; ++i) {
+        int sender = 0;
+        _msg_info info = {};
+        const int id = receiveSoon(own.chid, &sender, sizeof sender, &info);
+        EXPECT_EQ(kPriorities[sender], info.priority);
+        EXPECT_EQ(0, MsgReply(id, sender, nullptr, 0));
+        order.push_back(sender);
+    }
+    EXPECT_THAT(order, ElementsAre(6, 2, 7, 0, 1, 3, 4, 8, 5));
+    for (auto& [sender, outcome] : inside)
+        EXPECT_EQ((Outcome{sender, 0}), outcome.get());
+    for (auto& [sender, other] : others)
+        other->end();
 }
 
 /// Two connections to one channel, whose receiver knows both. It looks at one of them first.
@@ -389,12 +474,6 @@ struct TwoConnections {
     }
     const int coids[2];
 };
-
-void answerNothing(int chid) {
-    const int id = receiveSoon(chid);
-    ASSERT_GT(id, 0);
-    EXPECT_EQ(0, MsgReply(id, 0, nullptr, 0));
-}
 
 TEST(MessageProcess, KeepsTheOrderInWhichOneThreadSendsOverTwoConnections) {
     constexpr int kEnd = -1;

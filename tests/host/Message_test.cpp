@@ -542,23 +542,29 @@ TEST(Pulse, SharesTheOrderWithMessages) {
     sender.get();
 }
 
-TEST(Message, CarriesTheRecordedPriorityOfItsSender) {
+TEST(Message, IsReceivedInTheOrderOfTheSendersPrioritiesThenTime) {
+    const int priorities[] = {10, 30, 5, 30, 10, 63, 1, 10, 30};
     OwnChannel own;
     std::vector<std::future<Outcome>> senders;
-    for (const int priority : {5, 30, 12})
-        senders.push_back(std::async(std::launch::async, [&own, priority] {
-            const sched_param parameters = {priority};
+    for (int i = 0; i < 9; ++i) {
+        senders.push_back(std::async(std::launch::async, [&, i] {
+            const sched_param parameters = {priorities[i]};
             EXPECT_EQ(0, SchedSet(0, 0, SCHED_NOCHANGE, &parameters));
-            return sendNothing(own.coid);
+            armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, 60 * host::kNsPerSecond);
+            return outcomeOf([&] { return MsgSend(own.coid, &i, sizeof i, nullptr, 0); });
         }));
-    int sum = 0;
-    for (int i = 0; i < 3; ++i) {
-        _msg_info info;
-        const int id = receiveSoon(own.chid, nullptr, 0, &info);
-        sum += info.priority;
-        EXPECT_EQ(0, MsgReply(id, 0, nullptr, 0));
+        waitUntilOthersSleep();
     }
-    EXPECT_EQ(5 + 30 + 12, sum);
+    std::vector<int> order;
+    for (int i = 0; i < 9; ++i) {
+        int sender = 0;
+        _msg_info info = {};
+        const int id = receiveSoon(own.chid, &sender, sizeof sender, &info);
+        EXPECT_EQ(priorities[sender], info.priority);
+        EXPECT_EQ(0, MsgReply(id, 0, nullptr, 0));
+        order.push_back(sender);
+    }
+    EXPECT_THAT(order, ElementsAre(5, 1, 3, 8, 0, 4, 7, 2, 6));
     for (auto& sender : senders)
         EXPECT_EQ((Outcome{0, 0}), sender.get());
 }
