@@ -434,8 +434,9 @@ TEST(MessageHostileKnock, ThatIsTakenAwayIsMissedForAboutASecond) {
 
 TEST(MessageHostileServer, EndsItsOwnClientsCallsOnly) {
     // Plays a channel by hand: it listens and has a doorbell, and answers with garbage.
-    int ready[2];
+    int ready[2], ofHonest[2];
     ASSERT_EQ(0, pipe(ready));
+    ASSERT_EQ(0, pipe(ofHonest));
     support::ChildProcess hostile([&] {
         const int listener = listenFor(getpid(), 1, 5);
         char name[48];
@@ -464,17 +465,40 @@ TEST(MessageHostileServer, EndsItsOwnClientsCallsOnly) {
         futexWake(&lane.word, 1, Sharing::SHARED);
         pause();
     });
+    // Replies to the first one last.
+    support::ChildProcess honest([&] {
+        const int chid = ChannelCreate(0);
+        EXPECT_EQ(static_cast<ssize_t>(sizeof chid), write(ofHonest[1], &chid, sizeof chid));
+        const int first = receiveSoon(chid);
+        EXPECT_EQ(1, write(ofHonest[1], "r", 1));
+        for (const int status : {2, 3, 4})
+            EXPECT_EQ(0, MsgReply(receiveSoon(chid), status, nullptr, 0));
+        EXPECT_EQ(0, MsgReply(first, 1, nullptr, 0));
+    });
     char byte;
     ASSERT_EQ(1, read(ready[0], &byte, 1));
+    int chid = -1;
+    ASSERT_EQ(static_cast<ssize_t>(sizeof chid), read(ofHonest[0], &chid, sizeof chid));
     const int coid = ConnectAttach(0, hostile.pid(), 1, _NTO_SIDE_CHANNEL, 0);
     ASSERT_GE(coid, _NTO_SIDE_CHANNEL) << strerror(errno);
+    const int other = ConnectAttach(0, honest.pid(), chid, _NTO_SIDE_CHANNEL, 0);
+    ASSERT_GE(other, _NTO_SIDE_CHANNEL) << strerror(errno);
+    auto first = sendNothingElsewhere(other);
+    ASSERT_EQ(1, read(ofHonest[0], &byte, 1));
     char reply[9] = "--------";
     EXPECT_EQ(5, MsgSend(coid, "x", 1, reply, 4));
     EXPECT_STREQ("----", reply + 4) << "no more than the room";
+    EXPECT_EQ((Outcome{2, 0}), sendNothing(other));
     EXPECT_EQ((Outcome{-1, ESRCH}), sendNothing(coid));
+    EXPECT_EQ((Outcome{3, 0}), sendNothing(other));
     EXPECT_EQ(0, ConnectDetach(coid));
-    close(ready[0]);
-    close(ready[1]);
+    EXPECT_EQ((Outcome{4, 0}), sendNothing(other));
+    EXPECT_EQ((Outcome{1, 0}), first.get());
+    EXPECT_EQ(0, ConnectDetach(other));
+    const auto ofHonestServer = honest.finish();
+    EXPECT_TRUE(ofHonestServer.exitedWith(0)) << ofHonestServer;
+    for (const int end : {ready[0], ready[1], ofHonest[0], ofHonest[1]})
+        close(end);
 }
 
 TEST(MessageStranger, OfAnotherUserIsNotLetIn) {
