@@ -10,9 +10,11 @@
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <poll.h>
 #include <random>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace {
@@ -535,6 +537,87 @@ TEST(MessageStranger, OfAnotherUserIsNotLetIn) {
     EXPECT_TRUE(stranger.exitedWith(0)) << stranger;
     MsgSendPulse(own.coid, 1, 1, 1);
     server.join();
+}
+
+constexpr uid_t kOneUser = 65533, kOtherUser = 65534;
+
+/// A server of one user with a channel that was made as the same or another one.
+class ServerOf {
+public:
+    ServerOf(uid_t owner, uid_t maker) {
+        int ready[2];
+        EXPECT_EQ(0, pipe(ready));
+        mProcess.emplace([&] { serve(owner, maker, ready[1]); });
+        close(ready[1]);
+        EXPECT_EQ(static_cast<ssize_t>(sizeof mChid), read(ready[0], &mChid, sizeof mChid));
+        close(ready[0]);
+    }
+    int attach() const { return ConnectAttach(0, mProcess->pid(), mChid, _NTO_SIDE_CHANNEL, 0); }
+    /// True when the calling process could write to its doorbell, as whoever sends does.
+    bool hasOpenDoor() const {
+        unsigned serial = 0;
+        const int door = openDoorbell(mProcess->pid(), mChid, serial);
+        close(door);
+        return door >= 0;
+    }
+
+private:
+    static void serve(uid_t owner, uid_t maker, int output) {
+        ASSERT_EQ(0, seteuid(maker));
+        const int chid = ChannelCreate(0);
+        ASSERT_EQ(0, seteuid(0));
+        ASSERT_EQ(0, setresuid(owner, owner, owner));
+        ASSERT_EQ(0, prctl(PR_SET_DUMPABLE, 1));  // as a program is that was started by its user
+        ASSERT_EQ(static_cast<ssize_t>(sizeof chid), write(output, &chid, sizeof chid));
+        for (int id; (id = receiveSoon(chid)) > 0;)
+            MsgReply(id, 42, nullptr, 0);
+    }
+
+    std::optional<support::ChildProcess> mProcess;
+    int mChid = -1;
+};
+
+/// What becomes of a message to a server, from a process of a user.
+void sendAs(uid_t user, const ServerOf& server, Outcome expected) {
+    const auto result = support::runInChild([&] {
+        ASSERT_EQ(0, setresuid(user, user, user));
+        EXPECT_TRUE(server.hasOpenDoor());
+        Outcome outcome = outcomeOf([&] { return server.attach(); });
+        if (outcome.result != -1)
+            outcome = sendNothing(outcome.result);
+        EXPECT_EQ(expected, outcome);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(MessageStranger, IsLetInWhenItIsRoot) {
+    if (getuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    const ServerOf server(kOneUser, kOneUser);
+    sendAs(kOneUser, server, {42, 0});
+    if (!server.hasOpenDoor())
+        GTEST_SKIP() << "here even root may not look into the processes of others";
+    sendAs(0, server, {42, 0});
+}
+
+TEST(MessageStranger, IsNotTrustedAsAServer) {
+    if (getuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    const ServerOf ofAnother(kOtherUser, kOtherUser);
+    const auto result = support::runInChild([&] {
+        ASSERT_EQ(0, setresuid(kOneUser, kOneUser, kOneUser));
+        EXPECT_FALSE(ofAnother.hasOpenDoor());
+        EXPECT_EQ((Outcome{-1, EPERM}), outcomeOf([&] { return ofAnother.attach(); }));
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+// The kernel lets a user look into what is the same user's by now; who listens says the socket.
+TEST(MessageStranger, IsNotTrustedAsTheMakerOfAChannelEither) {
+    if (getuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    const ServerOf server(kOneUser, kOtherUser);
+    sendAs(kOneUser, server, {-1, EPERM});
 }
 
 }  // namespace
