@@ -91,6 +91,12 @@ int start(void* (*function)(void*), void* argument = nullptr) {
     return ThreadCreate(0, function, argument, nullptr);
 }
 
+int startDetached(void* (*function)(void*), void* argument = nullptr) {
+    _thread_attr attributes = {};
+    attributes.__flags = PTHREAD_CREATE_DETACHED;
+    return ThreadCreate(0, function, argument, &attributes);
+}
+
 bool isAlive(int tid) {
     return access(("/proc/self/task/" + std::to_string(tid)).c_str(), F_OK) == 0;
 }
@@ -160,17 +166,12 @@ TEST(ThreadCreate, DetachedThreadsLeaveNothingToJoin) {
 TEST(ThreadCreate, ManyDetachedThreadsComeAndGo) {
     static std::atomic<int> ended;
     ended = 0;
-    _thread_attr attributes = {};
-    attributes.__flags = PTHREAD_CREATE_DETACHED;
     constexpr int kThreads = 1000;
     for (int i = 0; i < kThreads; ++i)
-        ASSERT_GT(ThreadCreate(
-                      0,
-                      [](void*) -> void* {
-                          ++ended;
-                          return nullptr;
-                      },
-                      nullptr, &attributes),
+        ASSERT_GT(startDetached([](void*) -> void* {
+                      ++ended;
+                      return nullptr;
+                  }),
                   0);
     while (ended != kThreads)
         std::this_thread::yield();
@@ -403,6 +404,47 @@ TEST(ThreadDestroy, EndsTheCaller) {
         void* status = nullptr;
         EXPECT_EQ(0, ThreadJoin_r(id, &status));
         EXPECT_EQ(kStatus, status);
+        EXPECT_FALSE(hasReturned);
+    }
+}
+
+/// Of a detached thread that has been ended: nobody joins it, and nothing is recorded of it.
+void expectForgotten(int id) {
+    waitForEndOf(id);
+    EXPECT_EQ(ESRCH, ThreadJoin_r(id, nullptr));
+    EXPECT_EQ(-ESRCH, priorityOf(id));
+    EXPECT_EQ(-1, ThreadDestroy(id, -1, nullptr));
+    EXPECT_EQ(ESRCH, errno);
+}
+
+TEST(ThreadDestroy, EndsADetachedThread) {
+    NEEDS_THREADS_THAT_VANISH();
+    Runner runner(PTHREAD_CREATE_DETACHED);
+    runner.forget();
+    while (runner.seenId == 0)
+        std::this_thread::yield();
+    ASSERT_EQ(0, setPriorityOf(runner.id(), 21));
+    EXPECT_EQ(EINVAL, ThreadJoin_r(runner.id(), nullptr));
+    EXPECT_EQ(0, ThreadDestroy(runner.id(), -1, kStatus));
+    expectForgotten(runner.id());
+    EXPECT_FALSE(runner.hasLeft);
+}
+
+TEST(ThreadDestroy, EndsADetachedCaller) {
+    NEEDS_THREADS_THAT_VANISH();
+    for (const bool byId : {false, true}) {
+        static std::atomic<bool> hasReturned;
+        hasReturned = false;
+        bool marker = byId;
+        const int id = startDetached(
+            [](void* mode) -> void* {
+                ThreadDestroy(mode != nullptr ? gettid() : 0, -1, kStatus);
+                hasReturned = true;
+                return nullptr;
+            },
+            byId ? &marker : nullptr);
+        ASSERT_GT(id, 0);
+        expectForgotten(id);
         EXPECT_FALSE(hasReturned);
     }
 }
