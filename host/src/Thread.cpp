@@ -50,6 +50,8 @@ struct Thread {
     bool isDetached;
     bool isStarting;  // its creator still needs the record
     bool isJoined;    // another thread waits for its end
+    bool isLeft;      // ended without the C library's part of it, which a join makes up for
+    bool isReleased;  // by the first of two, of a detached one: see detachIfLater
     unsigned life;    // a futex word, of these:
     enum Life : unsigned { RUNS, AWAITED, ENDED };
     int priority;
@@ -91,11 +93,36 @@ void noteEnd() {
     }
 }
 
+// The signal that ends another thread. It is among those that an emulator passes on.
+int endingSignal() {
+    return SIGRTMAX - 4;
+}
+
+/// For the creator of a detached thread, and for the thread when it ends by itself: the later one detaches it for the C
+/// library. Of one that ThreadDestroy ends that would keep the stack; it is joined instead.
+void detachIfLater(Thread* thread, pthread_t handle) {
+    if (__atomic_exchange_n(&thread->isReleased, true, __ATOMIC_ACQ_REL))
+        pthread_detach(handle);
+}
+
+/// From here on ThreadDestroy does not end it any more.
+void detachOwn() {
+    if (ownThread == nullptr || isOwnForeign || !ownThread->isDetached)
+        return;
+    sigset_t ending;
+    sigemptyset(&ending);
+    sigaddset(&ending, endingSignal());
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+    detachIfLater(ownThread, pthread_self());
+}
+
 void onEndOfThread(void* value) {
-    if (++endRounds < kEndRound)
+    if (++endRounds < kEndRound) {
         pthread_setspecific(endKey, value);
-    else
+    } else {
+        detachOwn();
         noteEnd();
+    }
 }
 
 void beToldOfTheEnd() {
@@ -128,11 +155,6 @@ private:
     const EndsLater mUntilReleased;
     const sig_atomic_t mWasAtTable;
 };
-
-// The signal that ends another thread. It is among those that an emulator passes on.
-int endingSignal() {
-    return SIGRTMAX - 4;
-}
 
 void onEndingSignal(int) {
     mustEnd = 1;
@@ -196,11 +218,16 @@ bool isGone(const Thread& thread) {
     return thread.isDetached && !thread.isStarting && load(thread.life) == Thread::ENDED;
 }
 
+/// Gives back the stack of a thread that is gone; false while the kernel is not done with it.
+bool isGivenBack(const Thread& thread) {
+    return !thread.isLeft || pthread_tryjoin_np(thread.handle, nullptr) != EBUSY;
+}
+
 /// Frees the records that nobody can ask for any more.
 void clearTable() {
     for (Thread** link = &firstThread; *link != nullptr;) {
         Thread* const thread = *link;
-        if (isGone(*thread)) {
+        if (isGone(*thread) && isGivenBack(*thread)) {
             *link = thread->next;
             free(thread);
         } else {
@@ -338,7 +365,7 @@ int start(Thread* thread, size_t stackSize) {
     store(thread->handle, handle);
     store(thread->id, idOf(*thread, handle));
     if (isDetached)
-        pthread_detach(handle);
+        detachIfLater(thread, handle);
     return 0;
 }
 
@@ -407,6 +434,8 @@ void endOwnThread() {
     Unfinished::takeAllBack();
     forgetOwnValues();
     deleteOwnTimer();
+    if (ownThread != nullptr && !isOwnForeign)
+        ownThread->isLeft = true;
     noteEnd();
     for (;;)
         syscall(SYS_exit, 0);
@@ -549,6 +578,7 @@ int ThreadJoin_r(int tid, void** status) {
     if (status != nullptr)
         *status = thread->isDestroyed ? thread->status : value;
     thread->isJoined = false;
+    thread->isLeft = false;
     thread->isDetached = true;
     store(thread->life, unsigned(Thread::ENDED));
     noteJoined(tid);

@@ -9,9 +9,11 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
+#include <malloc.h>
 #include <memory>
 #include <pthread.h>
 #include <string>
@@ -447,6 +449,53 @@ TEST(ThreadDestroy, EndsADetachedCaller) {
         expectForgotten(id);
         EXPECT_FALSE(hasReturned);
     }
+}
+
+/// What may be written to of the memory that is mapped here.
+std::size_t writableBytes() {
+    std::ifstream maps("/proc/self/maps");
+    std::size_t bytes = 0;
+    for (std::string line; std::getline(maps, line);) {
+        std::size_t begin = 0, end = 0;
+        char mode[5] = "";
+        std::sscanf(line.c_str(), "%zx-%zx %4s", &begin, &end, mode);
+        bytes += mode[1] == 'w' ? end - begin : 0;
+    }
+    return bytes;
+}
+
+/// By another thread, at any moment, or by itself; or they return.
+void startAndEndDetachedThreads(int threads) {
+    for (int i = 0; i < threads; ++i) {
+        void* (*const kWays[])(void*) = {
+            [](void*) -> void* {
+                for (;;)
+                    pause();
+            },
+            [](void*) -> void* {
+                ThreadDestroy(0, -1, nullptr);
+                return nullptr;
+            },
+            [](void*) -> void* { return nullptr; },
+        };
+        const int id = startDetached(kWays[i % 3]);
+        ASSERT_GT(id, 0);
+        if (i % 3 == 0) {
+            std::this_thread::sleep_for(std::chrono::microseconds(50 * (i % 5)));
+            ASSERT_EQ(0, ThreadDestroy(id, -1, nullptr));
+        }
+        waitForEndOf(id);
+    }
+}
+
+TEST(ThreadDestroy, OfDetachedThreadsLeavesNoMemoryBehind) {
+    NEEDS_THREADS_THAT_VANISH();
+    startAndEndDetachedThreads(15);  // what the C library keeps for the next ones
+    const std::size_t mappedBefore = writableBytes();
+    const std::size_t heapBefore = mallinfo2().uordblks;
+    startAndEndDetachedThreads(150);
+    EXPECT_LT(writableBytes(), mappedBefore + (2 << 20)) << "at least 100 stacks have 25 MB";
+    EXPECT_LT(mallinfo2().uordblks, heapBefore + (4 << 10)) << "at least 100 records have 15 KB";
 }
 
 TEST(ThreadDestroy, EndsAThreadThatSleepsInACall) {
