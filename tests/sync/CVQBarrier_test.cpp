@@ -149,30 +149,32 @@ TEST(CVQBarrier, KeepsRoundsApartWhenThreadsReturnAtOnce) {
     }
 }
 
+// Each three arrivals end a round, and nobody else leaves. Three at least of the five can always arrive, so that the
+// last arrival, which completes a round, comes.
 TEST(CVQBarrier, MoreThreadsThanItIsForMakeRoundsInTurns) {
-    constexpr int kThreads = 6, kRounds = 200;
-    CVQBarrier barrier(2);
+    constexpr int kThreads = 5, kRound = 3, kArrivals = 1000 * kRound;
+    CVQBarrier barrier(kRound);
+    std::atomic<int> arrived{0}, departed{0};
     std::vector<std::thread> workers;
     for (int i = 0; i < kThreads; ++i) {
         workers.emplace_back([&] {
-            for (int round = 0; round < kRounds; ++round) {
+            while (++arrived <= kArrivals) {
                 barrier.wait();
+                const int departures = ++departed;
+                EXPECT_LE(departures, arrived / kRound * kRound);
             }
         });
     }
-    // The number of arrivals is even, and whoever arrives finds a partner, as long as two are left.
-    std::atomic<bool> allDone{false};
-    std::thread rescuer([&] {
-        while (!allDone) {
-            std::this_thread::sleep_for(milliseconds(20));
-            barrier.breakThrough();
-        }
-    });
     for (std::thread& worker : workers) {
         worker.join();
     }
-    allDone = true;
-    rescuer.join();
+    EXPECT_EQ(kArrivals, departed);
+    CArrivals arrivals(barrier);
+    arrivals.add(5);
+    arrivals.waitForReleased(3);
+    EXPECT_EQ(3, arrivals.released);  // nothing is left over from before
+    barrier.wait();
+    arrivals.waitForReleased(5);
 }
 
 // No arrival may be forgotten, whichever side of the break it comes to: one thread alone at a barrier for two is
