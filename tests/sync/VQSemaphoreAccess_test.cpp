@@ -1,6 +1,6 @@
 // VQSemaphoreAccess, CVQBinarySemaphore, CVQCountingSemaphore.
-// Concerns: the counts and their bounds; the three kinds of time-out and the errors they leave; what a time-out leaves
-// behind; many threads; processes, some of them killed; signals; reports.
+// Concerns: the counts and their bounds; the three kinds of time-out and the errors they leave; many threads;
+// processes, some of them killed; signals; reports.
 #include <VQSemaphoreAccess.h>
 
 #include <CVQBinarySemaphore.h>
@@ -273,27 +273,6 @@ TEST(VQSemaphoreAccess, TheLongestTimeoutIsNotInThePast) {
     });
     EXPECT_TRUE(VQSemaphoreAccess::lock(semaphore.handle, INT_MAX));
     poster.join();
-}
-
-// What is armed for a wait that does not come must not end the thread's next one.
-TEST(VQSemaphoreAccess, ATimeoutThatWasNotNeededIsGone) {
-    SHandle semaphore(1, 1);
-    EXPECT_TRUE(VQSemaphoreAccess::lock(semaphore.handle, 1));
-    _sync mutex = {};
-    std::thread holder;
-    std::atomic<bool> isHeld{false};
-    holder = std::thread([&] {
-        pthread_mutex_lock(&mutex);
-        isHeld = true;
-        std::this_thread::sleep_for(milliseconds(30));
-        pthread_mutex_unlock(&mutex);
-    });
-    while (!isHeld) {
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(0, pthread_mutex_lock(&mutex));
-    pthread_mutex_unlock(&mutex);
-    holder.join();
 }
 
 TEST(VQSemaphoreAccess, APostWakesOneTaker) {
