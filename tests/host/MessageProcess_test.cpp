@@ -1,23 +1,36 @@
 // Concerns: messages and pulses between processes: bytes and lengths, order, time-outs and giving up, many clients and
-// threads, the end of either side at any moment, children, descriptors and memory left behind.
+// threads, the end of either side at any moment, children, the thread that watches, descriptors and memory left behind.
 #include "LinkSocket.h"
+#include "LogSocket.h"
 #include "MessageTesting.h"
 
+#include "file/Descriptors.h"
+#include "shm/SharedName.h"
 #include "support/ChildProcess.h"
 #include "support/Sanitizers.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryFolder.h"
+
+#include <CVQFileHandle.h>
+#include <VQSharedMemoryAccess.h>
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <poll.h>
 #include <random>
+#include <set>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/slog.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -1138,6 +1151,180 @@ TEST(MessageProcess, StartsNoThreadBeforeTheFirstConnectionToAnotherProcess) {
         EXPECT_EQ(kTimedOut, receiveNow(own.chid));
         EXPECT_EQ(before, threads());
     }));
+}
+
+/// The ids of this process's threads.
+std::set<int> threadIds() {
+    std::set<int> ids;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+        ids.insert(std::stoi(task.path().filename()));
+    return ids;
+}
+
+/// The same, with the one that a sanitizer may have as soon as there is a second one.
+std::set<int> threadIdsOnceThereWereTwo() {
+    const int second = ThreadCreate(
+        0, [](void*) -> void* { return nullptr; }, nullptr, nullptr);
+    while (access(("/proc/self/task/" + std::to_string(second)).c_str(), F_OK) == 0)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(EOK, ThreadJoin_r(second, nullptr));
+    return threadIds();
+}
+
+template <class T>
+std::vector<T> without(const std::set<T>& all, const std::set<T>& some) {
+    std::vector<T> others;
+    std::set_difference(all.begin(), all.end(), some.begin(), some.end(), std::back_inserter(others));
+    return others;
+}
+
+/// A connection and a message over it.
+int sendOverNewConnection(const EchoServer& server) {
+    const int coid = attachTo(server.pid(), server.chid);
+    EXPECT_EQ((Outcome{0, 0}), sendNothing(coid));
+    return coid;
+}
+
+void serveOnce(int chid) {
+    const int id = receiveSoon(chid);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(0, MsgReply(id, 0, nullptr, 0));
+}
+
+TEST(MessageProcess, HasOneThreadThatWatchesAllConnections) {
+    const EchoServer servers[3];
+    OwnChannel own, another;
+    const std::set<int> before = threadIdsOnceThereWereTwo();
+    std::vector<std::unique_ptr<Other>> clients;
+    for (const int chid : {own.chid, own.chid, another.chid})
+        clients.push_back(std::make_unique<Other>([chid, parent = getpid()] {
+            sendNothing(attachTo(parent, chid));
+            pause();
+        }));
+    for (const int chid : {own.chid, own.chid, another.chid})
+        serveOnce(chid);
+    EXPECT_EQ(1u, without(threadIds(), before).size());
+    for (int round = 0; round < 2; ++round) {
+        std::vector<int> coids;
+        for (int i = 0; i < 9; ++i)
+            coids.push_back(sendOverNewConnection(servers[i % 3]));
+        EXPECT_EQ(1u, without(threadIds(), before).size());
+        for (const int coid : coids)
+            EXPECT_EQ(0, ConnectDetach(coid));
+    }
+    clients.clear();
+    EXPECT_EQ(1u, without(threadIds(), before).size());
+}
+
+/// The signals that a thread of this process blocks, as the kernel tells.
+std::string signalsBlockedBy(int tid) {
+    std::ifstream status("/proc/self/task/" + std::to_string(tid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("SigBlk:", 0) == 0)
+            return line;
+    return "";
+}
+
+TEST(MessageProcess, ItsThreadThatWatchesTakesNoSignals) {
+    if (support::isEmulated())
+        GTEST_SKIP() << "the emulator takes the signals for all threads of its program";
+    const EchoServer server;
+    const std::set<int> before = threadIdsOnceThereWereTwo();
+    const int coid = sendOverNewConnection(server);
+    sigset_t all, old;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &old);
+    const std::string blocked = signalsBlockedBy(gettid());
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    ASSERT_NE(blocked, signalsBlockedBy(gettid()));
+    int watching = 0;
+    for (const int id : without(threadIds(), before))
+        watching += signalsBlockedBy(id) == blocked ? 1 : 0;
+    EXPECT_EQ(1, watching);
+    EXPECT_EQ(0, ConnectDetach(coid));
+}
+
+TEST(MessageProcessInChild, HasNoThreadThatWatchesBeforeItConnectsItself) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no thread can watch in a child here";
+    const EchoServer server;
+    const int coid = sendOverNewConnection(server);
+    EXPECT_ENDS_WELL(support::runInChild([&] {
+        EXPECT_EQ(1, threads());
+        OwnChannel own;
+        EXPECT_EQ(1, threads());
+        sendOverNewConnection(server);
+        sendOverNewConnection(server);
+        EXPECT_EQ(2, threads());
+    }));
+    EXPECT_EQ(0, ConnectDetach(coid));
+}
+
+/// Of a channel, of each side of a connection, and of the thread that watches.
+constexpr unsigned kOfAChannel = 2, kOfAConnection = 3, kOfTheWatcher = 2;
+
+// With a file and memory that the library has opened there, and in a log call.
+TEST(MessageProcess, LeavesNoDescriptorToAProgramThatItBecomes) {
+    const support::TemporaryFolder folder;
+    const std::string path = folder.write("file", "text");
+    const LogSocket log(folder / "log");
+    const support::ScopedEnvironment variable("NTO_SLOG", folder / "log");
+    while (slogb(1, _SLOG_INFO, nullptr, 0) == 0)
+        armNow(_NTO_TIMEOUT_SEND);  // until its queue is full
+    const EchoServer server;
+    int ready[2];
+    ASSERT_EQ(0, pipe(ready));
+    const Other client([&, parent = getpid()] {
+        int chid = -1;
+        if (read(ready[0], &chid, sizeof chid) == sizeof chid)
+            sendNothing(attachTo(parent, chid));
+        pause();
+    });
+    const std::set<int> before = files::openDescriptors();
+
+    OwnChannel own;
+    struct sigevent event = {};
+    SIGEV_PULSE_INIT(&event, own.coid, 10, 1, nullptr);
+    const int timer = TimerCreate(CLOCK_MONOTONIC, &event);
+    const _itimer soon = {kMs, 0};
+    EXPECT_EQ(0, TimerSettime(timer, 0, &soon, nullptr));
+    _pulse pulse;
+    EXPECT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    const int coid = attachTo(server.pid(), server.chid);
+    std::string reply;
+    EXPECT_EQ((Outcome{100000, 0}), sendText(coid, std::string(100000, 't'), reply, 100000));
+    ASSERT_EQ(static_cast<ssize_t>(sizeof own.chid), write(ready[1], &own.chid, sizeof own.chid));
+    serveOnce(own.chid);
+    const shmtest::SharedName name;
+    const int memory = VQSharedMemoryAccess::open(name, 4096, VQSharedMemoryAccess::OPEN_CREATE_EXCLUSIVE);
+    EXPECT_NE(-1, memory);
+    const CVQFileHandle file(CVQPath(path.c_str()), O_RDONLY);
+    EXPECT_TRUE(file.isOpen());
+    std::atomic<bool> isOver{false};
+    std::thread logging([&] {
+        while (!isOver)
+            slogb(1, _SLOG_INFO, nullptr, 0);  // waits for the logger for a second
+    });
+
+    constexpr unsigned kAll = kOfAChannel + 2 * kOfAConnection + kOfTheWatcher + 3;
+    std::vector<int> ours;
+    for (int tries = 0; tries < 20000 && ours.size() != kAll; ++tries) {
+        std::this_thread::sleep_for(1ms);
+        ours = without(files::openDescriptors(), before);
+    }
+    EXPECT_EQ(kAll, ours.size());
+    for (const int descriptor : ours) {
+        std::error_code isClosed;
+        const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+        EXPECT_TRUE(files::isClosedOnExec(descriptor)) << std::filesystem::read_symlink(link, isClosed);
+    }
+    isOver = true;
+    logging.join();
+    VQSharedMemoryAccess::close(memory);
+    EXPECT_EQ(0, ConnectDetach(coid));
+    EXPECT_EQ(0, TimerDestroy(timer));
+    close(ready[0]);
+    close(ready[1]);
 }
 
 TEST(MessageProcess, IsRefusedWhereFilesMayNotBeLargeEnough) {
