@@ -1,10 +1,12 @@
-// Concerns: above the standard streams, close-on-exec there too, closed at the end, errno.
+// Concerns: above the standard streams, close-on-exec there too, closed at the end, errno; programs that need none.
 #include "Descriptor.h"
 
+#include "file/Descriptors.h"
 #include "support/ChildProcess.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>
+#include <string>
 
 namespace {
 
@@ -41,6 +43,19 @@ TEST(Descriptor, KeepsTheReasonWhyThereIsNone) {
     const host::Descriptor descriptor(open("/no such folder/file", O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(ENOENT, errno);
     EXPECT_FALSE(descriptor.isOpen());
+}
+
+// Not for what happens before main either. The standard streams it has from here.
+TEST(Descriptor, AProgramThatOnlyUsesLocksAndStringsHasNone) {
+    std::string inherited = "0 1 2 ";
+    for (const int descriptor : files::openDescriptors())
+        if (descriptor > STDERR_FILENO && !files::isClosedOnExec(descriptor))
+            inherited += std::to_string(descriptor) + ' ';
+    const auto result = support::runProgram(HOST_MESSAGE_PEER, {"locks"});
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    if (!support::isEmulated()) {  // the emulator may have some itself
+        EXPECT_EQ(inherited, result.out);
+    }
 }
 
 }  // namespace

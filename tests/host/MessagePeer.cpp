@@ -3,8 +3,19 @@
 //   call PID CHANNEL    tries all that a server does, and kills it in the end
 //   unblock PID CHANNEL gives up a message that the server with _NTO_CHF_UNBLOCK then replies to; ends the server
 //   count FILE TURN     locks and waits in shared memory, in turns with another one
+//   locks               uses locks, strings and threads only, and shows the descriptors that it has then
 // Exit status 0 when all went as it should; else a line on standard error says what did not.
 #include "Hostile.h"
+
+#include "file/Descriptors.h"
+
+#include <CVQBarrier.h>
+#include <CVQBinarySemaphore.h>
+#include <CVQCriticalSection.h>
+#include <CVQMutex.h>
+#include <CVQString.h>
+#include <CVQWaitCondition.h>
+#include <VQTriggerAccess.h>
 
 #include <cerrno>
 #include <climits>
@@ -15,6 +26,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <pthread.h>
+#include <set>
 #include <string>
 #include <sys/mman.h>
 #include <sys/neutrino.h>
@@ -301,14 +313,20 @@ struct Shared {
     uint32_t sum;
 };
 
+template <class T>
+T* mapFile(const char* path) {
+    const int file = open(path, O_RDWR | O_CLOEXEC);
+    REQUIRE(file != -1);
+    void* const mapped = mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    REQUIRE(mapped != MAP_FAILED);
+    close(file);
+    return static_cast<T*>(mapped);
+}
+
 void count(const char* path, unsigned turn) {
     constexpr uint32_t kTurns = 2000;
     constexpr int kSteps = 20000;
-    const int file = open(path, O_RDWR | O_CLOEXEC);
-    REQUIRE(file != -1);
-    Shared* const shared =
-        static_cast<Shared*>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
-    REQUIRE(shared != MAP_FAILED);
+    Shared* const shared = mapFile<Shared>(path);
     for (int i = 0; i < kSteps; ++i) {
         REQUIRE(pthread_mutex_lock(&shared->mutex) == 0);
         shared->sum = shared->sum + 1;
@@ -327,6 +345,71 @@ void count(const char* path, unsigned turn) {
     REQUIRE(pthread_mutex_unlock(&shared->mutex) == 0);
 }
 
+// Descriptors.
+
+void show(const std::set<int>& descriptors) {
+    for (const int descriptor : descriptors)
+        std::printf("%d ", descriptor);
+}
+
+/// Each lock is waited for, too, for a while in vain and then until another thread lets go of it.
+void useLocks() {
+    static CVQMutex mutex(true, CVQMutex::RECURSIVE);
+    static CVQCriticalSection section;
+    static CVQBinarySemaphore semaphore(false);
+    static CVQBarrier barrier(2);
+    static CVQWaitCondition condition;
+    static VQOSTypes::TRIGGER_HANDLE trigger;
+    static bool isSignalled = false;
+    REQUIRE(VQTriggerAccess::create(trigger));
+    REQUIRE(mutex.lock());
+    REQUIRE(section.lock() == 0);
+    const int thread = ThreadCreate(
+        0,
+        [](void*) -> void* {
+            REQUIRE(!mutex.lock(1));
+            barrier.wait();
+            REQUIRE(mutex.lock());
+            isSignalled = true;
+            REQUIRE(condition.signal() == 0);
+            REQUIRE(mutex.unlock() == 0);
+            REQUIRE(section.lock() == 0);
+            REQUIRE(section.unlock() == 0);
+            REQUIRE(semaphore.unlock() == 0);
+            REQUIRE(VQTriggerAccess::signal(trigger));
+            return nullptr;
+        },
+        nullptr, nullptr);
+    REQUIRE(thread > 0);
+    barrier.wait();
+    while (!isSignalled)
+        REQUIRE(condition.wait(mutex, 60000));
+    REQUIRE(mutex.unlock() == 0);
+    usleep(1000);
+    REQUIRE(section.unlock() == 0);
+    REQUIRE(semaphore.lock(60000));
+    REQUIRE(!semaphore.lock(1));
+    REQUIRE(VQTriggerAccess::wait(trigger, 60000));
+    REQUIRE(!VQTriggerAccess::wait(trigger, 1));
+    REQUIRE(ThreadJoin_r(thread, nullptr) == EOK);
+}
+
+void useStrings() {
+    CVQString text;
+    text.format("%d %s", 12, "words");
+    text.append(" and more");
+    REQUIRE(text == CVQString("12 words and more"));
+}
+
+void useLocksAndStrings() {
+    const std::set<int> before = files::openDescriptors();
+    useLocks();
+    useStrings();
+    const std::set<int> after = files::openDescriptors();
+    show(after);
+    REQUIRE(after == before);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -340,6 +423,8 @@ int main(int argc, char** argv) {
         unblock(std::atoi(argv[2]), std::atoi(argv[3]));
     else if (role == "count" && argc == 4)
         count(argv[2], static_cast<unsigned>(std::atoi(argv[3])));
+    else if (role == "locks" && argc == 2)
+        useLocksAndStrings();
     else
         REQUIRE(!"a known role");
 }
