@@ -3,9 +3,11 @@
 //   call PID CHANNEL    tries all that a server does, and kills it in the end
 //   unblock PID CHANNEL gives up a message that the server with _NTO_CHF_UNBLOCK then replies to; ends the server
 //   count FILE TURN     locks and waits in shared memory, in turns with another one
+//   pass FILE TURN      the same with semaphores and a barrier
 //   locks               uses locks, strings and threads only, and shows the descriptors that it has then
 // Exit status 0 when all went as it should; else a line on standard error says what did not.
 #include "Hostile.h"
+#include "SharedLocks.h"
 
 #include "file/Descriptors.h"
 
@@ -345,6 +347,31 @@ void count(const char* path, unsigned turn) {
     REQUIRE(pthread_mutex_unlock(&shared->mutex) == 0);
 }
 
+/// Without limit and within a time in turns.
+int patienceOf(unsigned step) {
+    return step % 2 == 0 ? -1 : 60000;
+}
+
+void pass(const char* path, unsigned turn) {
+    SharedLocks& shared = *mapFile<SharedLocks>(path);
+    for (unsigned i = 0; i < SharedLocks::kSteps; ++i) {
+        REQUIRE(VQSemaphoreAccess::lock(shared.exclusive, patienceOf(i)));
+        shared.sum = shared.sum + 1;
+        REQUIRE(VQSemaphoreAccess::unlock(shared.exclusive) == 0);
+    }
+    for (unsigned i = 0; i < SharedLocks::kTurns; ++i) {
+        REQUIRE(VQSemaphoreAccess::lock(shared.turns[turn], patienceOf(i)));
+        REQUIRE(shared.turn % 2 == turn);
+        ++shared.turn;
+        REQUIRE(VQSemaphoreAccess::unlock(shared.turns[1 - turn]) == 0);
+    }
+    for (uint32_t& arrivals : shared.arrivals) {
+        __atomic_fetch_add(&arrivals, 1, __ATOMIC_RELAXED);
+        shared.barrier.wait();
+        REQUIRE(__atomic_load_n(&arrivals, __ATOMIC_RELAXED) == 2);
+    }
+}
+
 // Descriptors.
 
 void show(const std::set<int>& descriptors) {
@@ -423,6 +450,8 @@ int main(int argc, char** argv) {
         unblock(std::atoi(argv[2]), std::atoi(argv[3]));
     else if (role == "count" && argc == 4)
         count(argv[2], static_cast<unsigned>(std::atoi(argv[3])));
+    else if (role == "pass" && argc == 4)
+        pass(argv[2], static_cast<unsigned>(std::atoi(argv[3])));
     else if (role == "locks" && argc == 2)
         useLocksAndStrings();
     else

@@ -1,13 +1,18 @@
 // Concerns: processes that are not forked from one another, and that may be 32-bit and 64-bit programs, in both roles:
-// messages, pulses, time-outs, many threads, killed clients and servers; locks in shared memory. MessagePeer.cpp says
-// what each does. The program of the other width is one that another build made.
+// messages, pulses, time-outs, many threads, killed clients and servers; locks in shared memory, semaphores and
+// barriers, too. MessagePeer.cpp says what each does. The program of the other width is one that another build made.
+#include "SharedLocks.h"
+
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+#include <new>
 #include <sstream>
+#include <sys/mman.h>
 #include <sys/neutrino.h>
 #include <unistd.h>
 
@@ -116,6 +121,27 @@ TEST_P(MessageWidths, DoNotMatterToLocksInSharedMemory) {
     std::memcpy(&shared, bytes, sizeof shared);
     EXPECT_EQ(2000u, shared.turn);
     EXPECT_EQ(40000u, shared.sum);
+}
+
+TEST_P(MessageWidths, DoNotMatterToSemaphoresAndBarriersInSharedMemory) {
+    const support::TemporaryFolder folder;
+    const std::string path = folder.write("shared", std::string(sizeof(SharedLocks), '\0'));
+    const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    void* const mapped = mmap(nullptr, sizeof(SharedLocks), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    ASSERT_NE(MAP_FAILED, mapped);
+    close(file);
+    const SharedLocks& shared = *new (mapped) SharedLocks;
+    support::ChildOptions patient;
+    patient.deadline = std::chrono::seconds(100);
+    support::ChildProcess one(first({"pass", path, "0"}), patient);
+    support::ChildProcess other(second({"pass", path, "1"}), patient);
+    const auto oneResult = one.finish(), otherResult = other.finish();
+    EXPECT_TRUE(oneResult.exitedWith(0)) << oneResult;
+    EXPECT_TRUE(otherResult.exitedWith(0)) << otherResult;
+    EXPECT_EQ(2 * SharedLocks::kSteps, shared.sum);
+    EXPECT_EQ(2 * SharedLocks::kTurns, shared.turn);
+    EXPECT_THAT(shared.arrivals, testing::Each(2u));
+    munmap(mapped, sizeof(SharedLocks));
 }
 
 INSTANTIATE_TEST_SUITE_P(Host, MessageWidths, testing::Values(HOST_PAIRS), nameOf);
