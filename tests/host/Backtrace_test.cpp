@@ -12,12 +12,15 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -188,6 +191,34 @@ TEST(Backtrace, RefusesOtherThreadsAndSaysSo) {
     EXPECT_EQ(EINVAL, errno);
     const std::string line = "neutrino host: a backtrace of another thread is not supported on Linux\n";
     EXPECT_EQ(line + line, testing::internal::GetCapturedStderr());
+}
+
+// The heap is not the handler's to use: it may have interrupted it.
+TEST(Backtrace, IsRefusedInAHandlerThatInterruptsTheHeap) {
+    const auto result = support::runInChild([] {
+        static volatile sig_atomic_t refusals;
+        refusals = 0;
+        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        ASSERT_EQ(STDERR_FILENO, dup2(nowhere, STDERR_FILENO));
+        struct sigaction action = {};
+        action.sa_handler = [](int) {
+            bt_accessor_t accessor;
+            bt_init_accessor(&accessor, BT_THREAD, 1);
+            refusals = refusals + 1;
+        };
+        ASSERT_EQ(0, sigaction(SIGALRM, &action, nullptr));
+        const itimerval often{{0, 100}, {0, 100}};
+        ASSERT_EQ(0, setitimer(ITIMER_REAL, &often, nullptr));
+        while (refusals < 500) {
+            void* volatile block = std::malloc(3000);
+            void* volatile another = std::malloc(5000);
+            std::free(block);
+            std::free(another);
+        }
+        const itimerval never{};
+        ASSERT_EQ(0, setitimer(ITIMER_REAL, &never, nullptr));
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
 }
 
 TEST(Backtrace, RefusesNonsense) {

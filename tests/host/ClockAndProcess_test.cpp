@@ -4,6 +4,7 @@
 #include "SignalStorm.h"
 
 #include "support/ChildProcess.h"
+#include "support/ScopedEnvironment.h"
 
 #include <alloca.h>
 #include <cerrno>
@@ -125,6 +126,21 @@ TEST(Spawn, RunsAProgramWithItsArguments) {
     EXPECT_EQ(42, WEXITSTATUS(status));
     status = spawnvp(P_WAIT, "sh", const_cast<char* const*>(arguments));  // found in PATH
     EXPECT_EQ(42, WEXITSTATUS(status));
+}
+
+TEST(Spawn, LeavesErrnoWhereItSucceeds) {
+    const support::ScopedEnvironment path("PATH", "/nowhere:/usr/bin:/bin");
+    const char* const arguments[] = {"true", nullptr};
+    for (const int mode : {P_WAIT, P_NOWAIT}) {
+        errno = EIO;
+        const int result = spawnvp(mode, "true", const_cast<char* const*>(arguments));
+        EXPECT_EQ(EIO, errno);
+        if (mode == P_NOWAIT) {
+            EXPECT_EQ(result, waitpid(result, nullptr, WEXITED));
+        } else {
+            EXPECT_EQ(0, result);
+        }
+    }
 }
 
 TEST(Spawn, MayReplaceTheCaller) {

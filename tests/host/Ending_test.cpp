@@ -100,11 +100,10 @@ public:
         mPid = fork();
         if (mPid == 0)
             serve(ends[1]);
-        int chid = 0;
-        EXPECT_EQ(static_cast<ssize_t>(sizeof chid), read(ends[0], &chid, sizeof chid));
+        EXPECT_EQ(static_cast<ssize_t>(sizeof mChid), read(ends[0], &mChid, sizeof mChid));
         close(ends[0]);
         close(ends[1]);
-        coid = ConnectAttach(0, mPid, chid, _NTO_SIDE_CHANNEL, 0);
+        coid = attach();
         EXPECT_GE(coid, _NTO_SIDE_CHANNEL);
     }
     ~Elsewhere() {
@@ -114,6 +113,8 @@ public:
     }
     Elsewhere(const Elsewhere&) = delete;
     Elsewhere& operator=(const Elsewhere&) = delete;
+
+    int attach() const { return ConnectAttach(0, mPid, mChid, _NTO_SIDE_CHANNEL, 0); }
 
     int coid;
 
@@ -132,6 +133,7 @@ private:
     }
 
     pid_t mPid;
+    int mChid = -1;
 };
 
 /// A process, on the first processor, that sends to a channel of this one.
@@ -551,6 +553,51 @@ private:
 
 /// How often is enough, and how often it is tried on a machine that has other things to do meanwhile.
 constexpr int kTimesInTime = 10, kTries = 200;
+
+/// Calls that make something, by which it is known: how many threads of 300 were ended before they knew it, and how many
+/// more descriptors the process has afterwards.
+struct SMade {
+    int unknown = 0;
+    long descriptors = 0;
+};
+SMade endMakers(const std::function<int()>& make, const std::function<void(int)>& destroy) {
+    destroy(make());  // what the first one makes for good
+    const long before = openDescriptors(getpid());
+    std::minstd_rand random(4711);
+    SMade made;
+    for (int i = 0; i < 300; ++i) {
+        std::atomic<int> id{-1};
+        Doomed maker([&] {
+            id = make();
+            for (;;)
+                pause();
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 250));
+        maker.end();
+        if (id >= 0)
+            destroy(id);
+        else
+            ++made.unknown;
+    }
+    made.descriptors = openDescriptors(getpid()) - before;
+    return made;
+}
+
+// A thread may also end when the call is over and its result not yet stored: that is as on the target, and rare.
+TEST(EndingThread, LeavesNoConnectionThatNobodyKnows) {
+    NEEDS_THREADS_THAT_VANISH();
+    const Elsewhere server;
+    const SMade made = endMakers([&] { return server.attach(); }, ConnectDetach);
+    EXPECT_GT(made.unknown, 0);
+    EXPECT_LE(made.descriptors, 3 * made.unknown / 10);
+}
+
+TEST(EndingThread, LeavesNoChannelThatNobodyKnows) {
+    NEEDS_THREADS_THAT_VANISH();
+    const SMade made = endMakers([] { return ChannelCreate(0); }, ChannelDestroy);
+    EXPECT_GT(made.unknown, 0);
+    EXPECT_LE(made.descriptors, made.unknown / 10);
+}
 
 TEST(EndingThread, LeavesAMutexToTheNext) {
     NEEDS_THREADS_THAT_VANISH();

@@ -55,6 +55,15 @@ TEST_F(KernelIOTest, EitherStateBoundsATransferAndOthersDoNot) {
     EXPECT_EQ(EAGAIN, errno);
 }
 
+TEST_F(KernelIOTest, ATransferWithATimeoutLeavesErrnoWhereItSucceeds) {
+    for (const bool isWriting : {true, false}) {
+        arm(_NTO_TIMEOUT_SEND, 1000 * kMs);
+        errno = EIO;
+        EXPECT_EQ(1, isWriting ? KernelIO::write(mPipe[1], "x", 1) : KernelIO::read(mPipe[0], &mByte, 1));
+        EXPECT_EQ(EIO, errno);
+    }
+}
+
 TEST_F(KernelIOTest, ATransferConsumesTheTimeout) {
     ASSERT_EQ(1, write(mPipe[1], "x", 1));
     arm(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_MUTEX, 0);

@@ -1384,6 +1384,7 @@ public:
     int attach() const { return attach(mChid); }
     void beShort() const { wishFor('s'); }
     void haveEnough() const { wishFor('e'); }
+    void haveNoInput() const { wishFor('c'); }
 
     int quiet = -1;
 
@@ -1397,6 +1398,8 @@ private:
         for (;;) {
             char wish = 0;
             const int id = receiveSoon(chid, &wish, 1);
+            if (wish == 'c')
+                close(STDIN_FILENO);
             if (wish == 's')
                 few = std::make_unique<FewDescriptors>(left);
             if (wish == 'e')
@@ -1419,6 +1422,18 @@ class MessageProcessLeft : public testing::TestWithParam<unsigned> {};
 TEST_P(MessageProcessLeft, WaitsForAServerThatIsShortOfDescriptors) {
     const ShortServer server(GetParam());
     server.beShort();
+    const int later = server.attach();
+    auto sent = sendNothingElsewhere(later);
+    EXPECT_EQ(std::future_status::timeout, sent.wait_for(50ms));
+    server.haveEnough();
+    EXPECT_EQ((Outcome{0, 0}), sent.get());
+    EXPECT_EQ(0, ConnectDetach(later));
+}
+
+TEST_P(MessageProcessLeft, WaitsForAServerThatIsShortOfDescriptorsAndHasNoStandardInput) {
+    const ShortServer server(GetParam());
+    server.beShort();
+    server.haveNoInput();
     const int later = server.attach();
     auto sent = sendNothingElsewhere(later);
     EXPECT_EQ(std::future_status::timeout, sent.wait_for(50ms));

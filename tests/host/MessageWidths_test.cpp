@@ -131,10 +131,8 @@ TEST_P(MessageWidths, DoNotMatterToSemaphoresAndBarriersInSharedMemory) {
     ASSERT_NE(MAP_FAILED, mapped);
     close(file);
     const SharedLocks& shared = *new (mapped) SharedLocks;
-    support::ChildOptions patient;
-    patient.deadline = std::chrono::seconds(100);
-    support::ChildProcess one(first({"pass", path, "0"}), patient);
-    support::ChildProcess other(second({"pass", path, "1"}), patient);
+    support::ChildProcess one(first({"pass", path, "0"}));
+    support::ChildProcess other(second({"pass", path, "1"}));
     const auto oneResult = one.finish(), otherResult = other.finish();
     EXPECT_TRUE(oneResult.exitedWith(0)) << oneResult;
     EXPECT_TRUE(otherResult.exitedWith(0)) << otherResult;

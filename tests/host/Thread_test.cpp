@@ -645,6 +645,23 @@ TEST(Sched, RefusesOtherPriorities) {
     EXPECT_EQ(10, priorityOf(0));
 }
 
+TEST(ThreadDestroy, SaysThatTheKernelHasNoRoomForItsSignal) {
+    Runner runner;
+    while (runner.seenId == 0)
+        usleep(500);
+    rlimit before;
+    ASSERT_EQ(0, getrlimit(RLIMIT_SIGPENDING, &before));
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_SIGPENDING, &none));
+    EXPECT_EQ(-1, ThreadDestroy(runner.id(), -1, &runner));
+    EXPECT_EQ(EAGAIN, errno);
+    ASSERT_EQ(0, setrlimit(RLIMIT_SIGPENDING, &before));
+    runner.end();
+    void* status = nullptr;
+    EXPECT_EQ(EOK, runner.join(&status));
+    EXPECT_EQ(kStatus, status);  // its own: nobody has ended it
+}
+
 /// The kernel's nice values, in a child, at the lowest priority and at 37.
 void expectNice(bool mayRaise, int atLowest, int at37) {
     const auto result = support::runInChild([=] {
