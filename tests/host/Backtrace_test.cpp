@@ -202,8 +202,10 @@ TEST(Backtrace, IsRefusedInAHandlerThatInterruptsTheHeap) {
         ASSERT_EQ(STDERR_FILENO, dup2(nowhere, STDERR_FILENO));
         struct sigaction action = {};
         action.sa_handler = [](int) {
+            const int before = errno;
             bt_accessor_t accessor;
             bt_init_accessor(&accessor, BT_THREAD, 1);
+            errno = before;
             refusals = refusals + 1;
         };
         ASSERT_EQ(0, sigaction(SIGALRM, &action, nullptr));
