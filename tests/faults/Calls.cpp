@@ -103,7 +103,8 @@ CALL(ThreadCreate, ERRNO, int,
      (process, function, argument, attributes), EAGAIN, EFAULT, EINTR, EINVAL, ENOMEM, ENOTSUP, EPERM, ESRCH)
 CALL(ThreadJoin_r, VALUE, int, (int thread, void** status), (thread, status), EBUSY, EDEADLK, EFAULT, EINTR, EINVAL,
      ESRCH, ETIMEDOUT)
-CALL(ThreadDestroy, ERRNO, int, (int thread, int priority, void* status), (thread, priority, status), EAGAIN, EINVAL, ESRCH)
+CALL(ThreadDestroy, ERRNO, int, (int thread, int priority, void* status), (thread, priority, status), EAGAIN,
+     EINVAL, ESRCH)
 CALL(SchedGet, ERRNO, int, (pid_t process, int thread, sched_param* parameters), (process, thread, parameters),
      EFAULT, ESRCH)
 CALL(SchedSet, ERRNO, int, (pid_t process, int thread, int policy, const sched_param* parameters),

@@ -16,6 +16,7 @@
 #include <process.h>
 #include <semaphore.h>
 #include <string>
+#include <sys/ioctl.h>
 #include <sys/neutrino.h>
 #include <sys/slog.h>
 #include <sys/trace.h>
@@ -323,7 +324,11 @@ const Consumer kConsumers[] = {
      }},
     {"waitpidOfNobody", [] { EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)); }},
     {"write", [] { EXPECT_EQ(-1, KernelIO::write(-1, nullptr, 0)); }},
-    {"devctl", [] { EXPECT_EQ(EBADF, devctl(-1, 0, nullptr, 0, nullptr)); }},
+    {"devctl",
+     [] {
+         int count;
+         EXPECT_EQ(EBADF, devctl(-1, FIONREAD, &count, sizeof count, nullptr));
+     }},
     {"slogf", [] { slogf(1, _SLOG_INFO, "text"); }},
     {"vslogf", [] { logWithList("text"); }},
     {"slogi", [] { slogi(1, _SLOG_INFO, 0); }},
