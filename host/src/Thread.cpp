@@ -48,11 +48,12 @@ struct Thread {
     bool isReady;    // runs, and can take the signal that ends it
     bool isForeign;  // not started by ThreadCreate
     bool isDetached;
-    bool isStarting;  // its creator still needs the record
-    bool isJoined;    // another thread waits for its end
-    bool isLeft;      // ended without the C library's part of it, which a join makes up for
-    bool isReleased;  // by the first of two, of a detached one: see detachIfLater
-    unsigned life;    // a futex word, of these:
+    bool isStarting;   // its creator still needs the record
+    bool isJoined;     // another thread waits for its end
+    bool isReturning;  // in the last steps of an end of its own
+    bool isLeft;       // ended without the C library's part of it, which a join makes up for
+    bool isReleased;   // by the first of two, of a detached one: see detachIfLater
+    unsigned life;     // a futex word, of these:
     enum Life : unsigned { RUNS, AWAITED, ENDED };
     int priority;
     int policy;
@@ -113,6 +114,7 @@ void detachOwn() {
     sigemptyset(&ending);
     sigaddset(&ending, endingSignal());
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+    ownThread->isReturning = true;
     detachIfLater(ownThread, pthread_self());
 }
 
@@ -178,6 +180,8 @@ void forgetOthersInChild() {
     firstThread = ownThread;
     if (ownThread == nullptr)
         return;
+    if (ownThread->isDetached && !isOwnForeign)
+        pthread_detach(pthread_self());
     ownThread->next = nullptr;
     ownThread->id = static_cast<int>(threadId());
     ownThread->isForeign = true;
@@ -215,29 +219,46 @@ __attribute__((constructor(102))) void prepareAtLoad() {
 bool isGone(const Thread& thread) {
     if (thread.isForeign)
         return !isThread(thread.id);
-    return thread.isDetached && !thread.isStarting && load(thread.life) == Thread::ENDED;
+    return thread.isDetached && !thread.isStarting && load(thread.life) == Thread::ENDED &&
+           !(thread.isLeft && isThread(thread.id));  // the kernel is done with its stack
 }
 
-/// Gives back the stack of a thread that is gone; false while the kernel is not done with it.
-bool isGivenBack(const Thread& thread) {
-    return !thread.isLeft || pthread_tryjoin_np(thread.handle, nullptr) != EBUSY;
-}
-
-/// Frees the records that nobody can ask for any more.
-void clearTable() {
-    for (Thread** link = &firstThread; *link != nullptr;) {
-        Thread* const thread = *link;
-        if (isGone(*thread) && isGivenBack(*thread)) {
-            *link = thread->next;
+/// Records that nobody can ask for any more. They are freed, and stacks given back, when the lock is free again: that
+/// takes locks of the C library's.
+class GoneThreads {
+public:
+    GoneThreads() = default;
+    ~GoneThreads() {
+        while (mFirst != nullptr) {
+            Thread* const thread = mFirst;
+            mFirst = thread->next;
+            if (thread->isLeft)
+                pthread_tryjoin_np(thread->handle, nullptr);
             free(thread);
-        } else {
-            link = &thread->next;
         }
     }
-}
+    GoneThreads(const GoneThreads&) = delete;
+    GoneThreads& operator=(const GoneThreads&) = delete;
+
+    void takeFromTable() {
+        for (Thread** link = &firstThread; *link != nullptr;) {
+            Thread* const thread = *link;
+            if (isGone(*thread)) {
+                *link = thread->next;
+                thread->next = mFirst;
+                mFirst = thread;
+            } else {
+                link = &thread->next;
+            }
+        }
+    }
+
+private:
+    const EndsLater mUntilFreed;
+    Thread* mFirst = nullptr;
+};
 
 void enter(Thread* thread) {
-    clearTable();
     thread->next = firstThread;
     firstThread = thread;
 }
@@ -435,7 +456,7 @@ void endOwnThread() {
     forgetOwnValues();
     deleteOwnTimer();
     if (ownThread != nullptr && !isOwnForeign)
-        ownThread->isLeft = true;
+        ownThread->isLeft = !ownThread->isReturning;  // a handler may come in between
     noteEnd();
     for (;;)
         syscall(SYS_exit, 0);
@@ -530,7 +551,9 @@ int ThreadCreate(pid_t pid, void* (*function)(void*), void* argument, const stru
         thread->policy = load(creator->policy);
     }
     {
+        GoneThreads gone;
         const TableGuard guard;
+        gone.takeFromTable();
         enter(thread);
     }
     const int error = start(thread, attributes != nullptr ? attributes->__stacksize : 0);
@@ -574,6 +597,7 @@ int ThreadJoin_r(int tid, void** status) {
         joining.during(join);
     else
         join();  // of a thread that has ended
+    GoneThreads gone;
     const TableGuard guard;
     if (status != nullptr)
         *status = thread->isDestroyed ? thread->status : value;
@@ -582,7 +606,7 @@ int ThreadJoin_r(int tid, void** status) {
     thread->isDetached = true;
     store(thread->life, unsigned(Thread::ENDED));
     noteJoined(tid);
-    clearTable();
+    gone.takeFromTable();
     return EOK;
 }
 
@@ -594,14 +618,16 @@ int ThreadDestroy(int tid, int, void* status) {
         endAsTold(status);
         return 0;  // to a handler, and the call that it interrupted ends the thread
     }
+    bool wasDestroyed = false;
     {
         const TableGuard guard;
         Thread* record;
         if (const int error = findRunning(0, tid, record); error != EOK)
             return result(error);
         if (record != nullptr && !record->isForeign) {
-            store(record->status, status);
-            __atomic_store_n(&record->isDestroyed, true, __ATOMIC_SEQ_CST);
+            wasDestroyed = __atomic_exchange_n(&record->isDestroyed, true, __ATOMIC_SEQ_CST);
+            if (!wasDestroyed)
+                store(record->status, status);
             if (!__atomic_load_n(&record->isReady, __ATOMIC_SEQ_CST))
                 return 0;  // it looks when it is ready
         }
@@ -611,7 +637,8 @@ int ThreadDestroy(int tid, int, void* status) {
     pthread_once(&endingSignalOnce, installEndingSignal);
     if (sendSignal(tid, endingSignal()) != EAGAIN)
         return 0;  // a thread that has ended by itself meanwhile is as good
-    keepRunning(tid);
+    if (!wasDestroyed)
+        keepRunning(tid);
     keeper.report(EAGAIN);
     return -1;
 }
@@ -631,11 +658,13 @@ int SchedSet(pid_t pid, int tid, int policy, const struct sched_param* parameter
     const int priority = parameters->sched_priority;
     if (priority < 1 || priority > kLastPriority || (policy != SCHED_NOCHANGE && !isPolicy(policy)))
         return result(EINVAL);
+    GoneThreads gone;
     const TableGuard guard;
     Thread* record;
     if (const int error = findRunning(pid, tid, record); error != EOK)
         return result(error);
     if (record == nullptr) {
+        gone.takeFromTable();
         record = newRecord(tid);
         if (record == nullptr)
             return result(ENOMEM);

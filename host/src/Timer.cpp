@@ -217,10 +217,13 @@ int TimerCreate(clockid_t clock, const sigevent* event) {
     if (event->sigev_priority < 1 || event->sigev_priority >= kPriorities)
         return fail(EINVAL);
     ErrnoKeeper keeper;
-    const EndsLater untilReturned;
-    const int id = create(clock, *event);
-    if (id >= 0)
-        return unlessEnding(id, TimerDestroy);
+    int id;
+    {
+        const EndsLater untilReturned;
+        id = create(clock, *event);
+        if (id >= 0)
+            return unlessEnding(id, TimerDestroy);
+    }
     keeper.report(id == -ENOTSUP ? unsupported("a timer that sends to another process", ENOTSUP) : -id);
     return -1;
 }

@@ -196,6 +196,7 @@ TEST(Backtrace, RefusesOtherThreadsAndSaysSo) {
 // The heap is not the handler's to use: it may have interrupted it.
 TEST(Backtrace, IsRefusedInAHandlerThatInterruptsTheHeap) {
     const auto result = support::runInChild([] {
+        constexpr int kEnough = 500;
         static volatile sig_atomic_t refusals;
         refusals = 0;
         const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -207,18 +208,20 @@ TEST(Backtrace, IsRefusedInAHandlerThatInterruptsTheHeap) {
             bt_init_accessor(&accessor, BT_THREAD, 1);
             errno = before;
             refusals = refusals + 1;
+            if (refusals == kEnough) {
+                const itimerval never{};
+                setitimer(ITIMER_REAL, &never, nullptr);
+            }
         };
         ASSERT_EQ(0, sigaction(SIGALRM, &action, nullptr));
         const itimerval often{{0, 100}, {0, 100}};
         ASSERT_EQ(0, setitimer(ITIMER_REAL, &often, nullptr));
-        while (refusals < 500) {
+        while (refusals < kEnough) {
             void* volatile block = std::malloc(3000);
             void* volatile another = std::malloc(5000);
             std::free(block);
             std::free(another);
         }
-        const itimerval never{};
-        ASSERT_EQ(0, setitimer(ITIMER_REAL, &never, nullptr));
     });
     EXPECT_TRUE(result.exitedWith(0)) << result;
 }

@@ -1185,12 +1185,6 @@ int sendOverNewConnection(const EchoServer& server) {
     return coid;
 }
 
-void serveOnce(int chid) {
-    const int id = receiveSoon(chid);
-    ASSERT_GT(id, 0);
-    EXPECT_EQ(0, MsgReply(id, 0, nullptr, 0));
-}
-
 TEST(MessageProcess, HasOneThreadThatWatchesAllConnections) {
     const EchoServer servers[3];
     OwnChannel own, another;
@@ -1202,7 +1196,7 @@ TEST(MessageProcess, HasOneThreadThatWatchesAllConnections) {
             pause();
         }));
     for (const int chid : {own.chid, own.chid, another.chid})
-        serveOnce(chid);
+        answerNothing(chid);
     EXPECT_EQ(1u, without(threadIds(), before).size());
     for (int round = 0; round < 2; ++round) {
         std::vector<int> coids;
@@ -1294,7 +1288,7 @@ TEST(MessageProcess, LeavesNoDescriptorToAProgramThatItBecomes) {
     std::string reply;
     EXPECT_EQ((Outcome{100000, 0}), sendText(coid, std::string(100000, 't'), reply, 100000));
     ASSERT_EQ(static_cast<ssize_t>(sizeof own.chid), write(ready[1], &own.chid, sizeof own.chid));
-    serveOnce(own.chid);
+    answerNothing(own.chid);
     const shmtest::SharedName name;
     const int memory = VQSharedMemoryAccess::open(name, 4096, VQSharedMemoryAccess::OPEN_CREATE_EXCLUSIVE);
     EXPECT_NE(-1, memory);
@@ -1419,9 +1413,8 @@ private:
 
 class MessageProcessLeft : public testing::TestWithParam<unsigned> {};
 
-TEST_P(MessageProcessLeft, WaitsForAServerThatIsShortOfDescriptors) {
-    const ShortServer server(GetParam());
-    server.beShort();
+/// A new sender waits for a server that is short of descriptors.
+void expectToWaitFor(const ShortServer& server) {
     const int later = server.attach();
     auto sent = sendNothingElsewhere(later);
     EXPECT_EQ(std::future_status::timeout, sent.wait_for(50ms));
@@ -1430,16 +1423,17 @@ TEST_P(MessageProcessLeft, WaitsForAServerThatIsShortOfDescriptors) {
     EXPECT_EQ(0, ConnectDetach(later));
 }
 
+TEST_P(MessageProcessLeft, WaitsForAServerThatIsShortOfDescriptors) {
+    const ShortServer server(GetParam());
+    server.beShort();
+    expectToWaitFor(server);
+}
+
 TEST_P(MessageProcessLeft, WaitsForAServerThatIsShortOfDescriptorsAndHasNoStandardInput) {
     const ShortServer server(GetParam());
     server.beShort();
     server.haveNoInput();
-    const int later = server.attach();
-    auto sent = sendNothingElsewhere(later);
-    EXPECT_EQ(std::future_status::timeout, sent.wait_for(50ms));
-    server.haveEnough();
-    EXPECT_EQ((Outcome{0, 0}), sent.get());
-    EXPECT_EQ(0, ConnectDetach(later));
+    expectToWaitFor(server);
 }
 
 INSTANTIATE_TEST_SUITE_P(Descriptors, MessageProcessLeft, testing::Values(0, 1, 2));

@@ -130,12 +130,10 @@ SInventory SInventory::take() {
 
 SInventory SInventory::takeSettled() {
     SInventory last = take();
-    for (int tries = 0; tries < 100; ++tries) {
-        VQOperatingSystem::sleepMs(10);
+    for (int tries = 0, same = 0; tries < 200 && same < 10; ++tries) {
+        VQOperatingSystem::sleepMs(5);
         const SInventory now = take();
-        if (now == last) {
-            break;
-        }
+        same = now == last ? same + 1 : 0;
         last = now;
     }
     return last;
