@@ -201,10 +201,6 @@ void fromUtf8AVX2(const char* text, std::size_t bytes, unsigned short* out, std:
 
 // ---- to UTF-8
 
-constexpr std::size_t kPlainUnits = 32;  ///< units, and bytes, of a plain step to UTF-8
-constexpr std::size_t kUnits = 8;        ///< units that a step takes, or twice as many
-constexpr std::size_t kStepRoom = 32;    ///< bytes that it writes, or twice as many
-
 constexpr unsigned kCloseKeys = 256;
 
 /// Closes the gaps in eight units of 16 bits: the key has a bit set for each that has two bytes.
@@ -321,8 +317,6 @@ struct SForms {
 struct SPairs {
     __m256i units;
 
-    explicit SPairs(const unsigned short* from) : units(_mm256_set_m128i(load(from + kUnits), load(from))) {}
-
     static __m256i all(unsigned bits) { return _mm256_set1_epi32(static_cast<int>(bits)); }
     __m256i bits(unsigned mask) const { return _mm256_and_si256(units, all(mask)); }
 
@@ -351,6 +345,10 @@ inline void completePair(const unsigned short*& units, std::size_t& count, char*
     }
 }
 
+constexpr std::size_t kPlainUnits = 32;  ///< units, and bytes, of a plain step to UTF-8
+constexpr std::size_t kUnits = 8;        ///< units that a step takes, or twice as many
+constexpr std::size_t kStepRoom = 32;    ///< bytes that it writes, or twice as many
+
 /// One step for `Halves` times eight units: false, and nothing done, where zeros are among them.
 template <std::size_t Halves>
 inline bool stepToUtf8(const unsigned short* units, char*& out) {
@@ -372,12 +370,11 @@ inline bool stepToUtf8(const unsigned short* units, char*& out) {
         out = toUpToTwo(_mm256_set_m128i(x[Halves - 1], x[0]), out);
         return true;
     }
-    if (Halves == 2 && VQUtf8::isHighSurrogate(*units)) {
-        if (const SPairs pairs(units); pairs.areThere()) {
-            pairs.write(out);
-            out += Halves * 2 * kUnits;
-            return true;
-        }
+    if (const SPairs pairs{_mm256_set_m128i(x[Halves - 1], x[0])};
+        Halves == 2 && VQUtf8::isHighSurrogate(*units) && pairs.areThere()) {
+        pairs.write(out);
+        out += sizeof pairs.units;  // four bytes for each pair, as it had
+        return true;
     }
     for (std::size_t i = 0; i < Halves; ++i) {
         SForms forms(x[i]);
