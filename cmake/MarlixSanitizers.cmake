@@ -6,4 +6,11 @@ if(MARLIX_SANITIZE)
     # The library is compiled without run-time type information, in which this check would look for its objects' types.
     add_compile_options(-fno-sanitize=vptr)
     add_link_options(-fsanitize=${MARLIX_SANITIZE})
+    # What GCC says of itself and Clang, until lately, did not.
+    foreach(sanitizer IN ITEMS address thread)
+        string(TOUPPER ${sanitizer} name)
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND MARLIX_SANITIZE MATCHES ${sanitizer})
+            add_compile_definitions(__SANITIZE_${name}__=1)
+        endif()
+    endforeach()
 endif()

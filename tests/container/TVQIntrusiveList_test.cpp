@@ -78,8 +78,8 @@ TEST(TVQIntrusiveList, AnEmptyListsHeadPointsAtItselfBothWays) {
 }
 
 TEST(TVQIntrusiveList, InsertsBeforeAPositionAndAppends) {
-    List list;
     Element one(1), two(2), three(3);
+    List list;
     list.push_back(one);
     list.push_back(three);
     list.insert(++list.begin(), two);
@@ -93,8 +93,8 @@ TEST(TVQIntrusiveList, InsertsBeforeAPositionAndAppends) {
 }
 
 TEST(TVQIntrusiveList, EraseReturnsThePositionBehindAndClearsTheLinks) {
-    List list;
     Element one(1), two(2), three(3);
+    List list;
     for (Element* element : {&one, &two, &three})
         list.push_back(*element);
     EXPECT_EQ(&three, &*list.erase(two));
@@ -110,8 +110,8 @@ TEST(TVQIntrusiveList, EraseReturnsThePositionBehindAndClearsTheLinks) {
 }
 
 TEST(TVQIntrusiveList, IsEmptiedByErasingEachAsItIsWalkedOver) {
-    List list;
     Element one(1), two(2);
+    List list;
     list.push_back(one);
     list.push_back(two);
     for (auto each = list.begin(); each != list.end();)
@@ -131,8 +131,8 @@ TEST(TVQIntrusiveList, AListThatEndsLetsItsObjectsGo) {
 }
 
 TEST(TVQIntrusiveList, ACopyOfAnObjectIsInNoList) {
-    List list;
     Element one(1), two(2);
+    List list;
     list.push_back(one);
     const Element copy(one);
     EXPECT_EQ(nullptr, static_cast<const SVQListBaseHook&>(copy).mNext);
@@ -143,16 +143,16 @@ TEST(TVQIntrusiveList, ACopyOfAnObjectIsInNoList) {
 
 TEST(TVQIntrusiveList, ErasingWhatIsInNoListIsACriticalError) {
     expectCriticalError([] {
-        List list;
         Element one(1);
+        List list;
         list.erase(one);
     });
 }
 
 TEST(TVQIntrusiveList, InsertingWhatIsInAListIsACriticalError) {
     expectCriticalError([] {
-        List list;
         Element one(1);
+        List list;
         list.push_back(one);
         list.push_back(one);
     });
@@ -167,8 +167,8 @@ TEST(TVQIntrusiveSlist, AnEmptyListsHeadPointsAtItself) {
 }
 
 TEST(TVQIntrusiveSlist, PushesAtTheFront) {
-    Slist list;
     Element one(1), two(2), three(3);
+    Slist list;
     for (Element* element : {&one, &two, &three})
         list.push_front(*element);
     EXPECT_THAT(numbersOf(list), ElementsAre(3, 2, 1));
@@ -176,8 +176,8 @@ TEST(TVQIntrusiveSlist, PushesAtTheFront) {
 }
 
 TEST(TVQIntrusiveSlist, FindsAnObjectByItsAddressAlone) {
-    Slist list;
     Element one(1), two(2), other(1);
+    Slist list;
     list.push_front(one);
     list.push_front(two);
     EXPECT_EQ(&one, list.find(&one));
@@ -188,8 +188,8 @@ TEST(TVQIntrusiveSlist, FindsAnObjectByItsAddressAlone) {
 }
 
 TEST(TVQIntrusiveSlist, ErasesFromAnywhere) {
-    Slist list;
     Element one(1), two(2), three(3);
+    Slist list;
     for (Element* element : {&one, &two, &three})
         list.push_front(*element);
     list.erase(two);
@@ -215,8 +215,8 @@ TEST(TVQIntrusiveSlist, AListThatEndsLetsItsObjectsGo) {
 
 TEST(TVQIntrusiveSlist, ErasingWhatIsNotInTheListIsACriticalError) {
     expectCriticalError([] {
-        Slist list;
         Element one(1), two(2);
+        Slist list;
         list.push_front(one);
         list.erase(two);
     });
@@ -230,8 +230,8 @@ TEST(TVQIntrusiveSlist, ErasingWhatIsNotInTheListIsACriticalError) {
 
 TEST(TVQIntrusiveSlist, InsertingWhatIsInAListIsACriticalError) {
     expectCriticalError([] {
-        Slist list;
         Element one(1);
+        Slist list;
         list.push_front(one);
         list.push_front(one);
     });

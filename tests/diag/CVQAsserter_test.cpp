@@ -9,6 +9,7 @@
 #include "LoggedLines.h"
 #include "NeutrinoDoubles.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 #include "support/ScopedEnvironment.h"
 #include "support/SlogCapture.h"
 #include "support/TemporaryFolder.h"
@@ -670,9 +671,8 @@ TEST_F(CVQAsserterTest, AChildForkedByTheInfoFunctionReportsOnItsOwn) {
 }
 
 TEST_F(CVQAsserterTest, FitsTheDefaultStackOfAThread) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the sanitizers make frames larger";
-#endif
+    if (support::kIsSanitized)
+        GTEST_SKIP() << "the sanitizers make frames larger";
     const auto result = run([] {
         pthread_attr_t attributes;
         pthread_attr_init(&attributes);

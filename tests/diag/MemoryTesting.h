@@ -2,6 +2,8 @@
 // the static library, with and without "--memtrace=1".
 #pragma once
 
+#include "support/Sanitizers.h"
+
 #include <VQMemory.h>
 
 #include <cstddef>
@@ -15,11 +17,7 @@
 
 namespace memorytest {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
+using support::kIsSanitized;
 
 /// A size that no heap has; the compiler does not know of it.
 inline volatile std::size_t vUnavailable = SIZE_MAX / 2;
@@ -30,11 +28,7 @@ inline void look(const void* block) {
 }
 
 /// The sanitizers' heaps do not let go of their locks in a child forked while another thread allocates.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kHeapSurvivesFork = false;
-#else
-constexpr bool kHeapSurvivesFork = true;
-#endif
+constexpr bool kHeapSurvivesFork = !kIsSanitized;
 
 /// Whether `new` comes from the library: a sanitizer's run-time stands before a shared library, but not before the
 /// program itself.

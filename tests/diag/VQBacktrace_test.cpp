@@ -10,6 +10,7 @@
 #include "LoggedLines.h"
 #include "NeutrinoDoubles.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 #include "support/SlogCapture.h"
 #include "support/TemporaryFolder.h"
 
@@ -756,9 +757,8 @@ TEST_F(VQBacktraceTest, OneThreadWritesAtATime) {
 }
 
 TEST_F(VQBacktraceTest, GivesTheHeapBlockOfALongMapBack) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the sanitizers' heaps tell nothing of what is in use";
-#endif
+    if (support::kIsSanitized)
+        GTEST_SKIP() << "the sanitizers' heaps tell nothing of what is in use";
     fileOf(
         [this] {
             doubles::ScriptedStack stack;
@@ -775,9 +775,8 @@ TEST_F(VQBacktraceTest, GivesTheHeapBlockOfALongMapBack) {
 }
 
 TEST_F(VQBacktraceTest, NeedsNoMemoryForAMapOf27EntriesAndGoesWithoutALongerOne) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the sanitizers need the address space that this test takes away";
-#endif
+    if (support::kIsSanitized)
+        GTEST_SKIP() << "the sanitizers need the address space that this test takes away";
     if (support::isEmulated())
         GTEST_SKIP() << "the emulator does not keep the address-space limit";
     const std::string text = fileOf(

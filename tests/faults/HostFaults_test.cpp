@@ -3,6 +3,7 @@
 // no descriptor is lost, and what is done next works as ever.
 #include "Wrapping.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 #include "support/SlogCapture.h"
 #include "support/TemporaryFolder.h"
 
@@ -357,11 +358,7 @@ protected:
 
 constexpr int kMostCalls = 200;
 
-#if defined(__SANITIZE_THREAD__)
-const bool kForksWithThreads = false;
-#else
-const bool kForksWithThreads = !support::isEmulated();
-#endif
+const bool kForksWithThreads = !support::kIsThreadSanitized && !support::isEmulated();
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/Forker.h"
+#include "support/Sanitizers.h"
 
 #include <algorithm>
 #include <atomic>
@@ -369,7 +370,7 @@ TEST_F(MemoryMap, PrintsAForgedCountWithoutReadingOn) {
 
 // A thread that forks waits with its locks for what this handler has interrupted.
 TEST(Backtrace, InAHandlerComesBackWhileAnotherThreadForks) {
-    if (kIsSanitized)
+    if (support::kIsSanitized)
         GTEST_SKIP() << "a sanitizer's own locks wait for each other";
 #if defined(__arm__)
     GTEST_SKIP() << "the tables of ARM hold at calls, and the handler comes anywhere";
@@ -419,7 +420,7 @@ TEST(Backtrace, DoesNotWaitInAChildThatWasForkedAmongTheHostsConstructors) {
 }
 
 TEST(Backtrace, NeedsNeitherHeapNorDescriptors) {
-    if (kIsSanitized || support::isEmulated())
+    if (support::kIsSanitized || support::isEmulated())
         GTEST_SKIP() << "the heap of a sanitizer or an emulator does not run out";
     const auto result = support::runInChild([] {
         static char text[8192];

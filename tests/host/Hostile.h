@@ -4,19 +4,6 @@
 #include <cstdlib>
 #include <sys/resource.h>
 
-#if defined(__has_feature)
-#define HOST_TEST_HAS_FEATURE(name) __has_feature(name)
-#else
-#define HOST_TEST_HAS_FEATURE(name) 0
-#endif
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || HOST_TEST_HAS_FEATURE(address_sanitizer) ||   \
-    HOST_TEST_HAS_FEATURE(thread_sanitizer)
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
-
 /// Takes a block from the heap and keeps it. Volatile: compilers may drop an allocation that nobody uses.
 inline bool isAvailable(std::size_t size) {
     void* volatile block = std::malloc(size);

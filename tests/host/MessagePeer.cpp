@@ -10,6 +10,7 @@
 #include "SharedLocks.h"
 
 #include "file/Descriptors.h"
+#include "support/Sanitizers.h"
 
 #include <CVQBarrier.h>
 #include <CVQBinarySemaphore.h>
@@ -42,7 +43,7 @@ namespace {
 
 constexpr uint64_t kMs = 1000000;
 constexpr uint64_t kPatienceNs = 20000 * kMs;
-constexpr int kLongest = kIsSanitized ? 4 << 20 : 64 << 20;
+constexpr int kLongest = support::kIsSanitized ? 4 << 20 : 64 << 20;
 constexpr int kUnblockStatus = 77;
 
 void require(bool isSo, int line, const char* what) {

@@ -714,7 +714,7 @@ TEST(MessageProcessTimeout, HasOneOutcomeWhenItRacesTheReply) {
 }
 
 TEST(MessageProcessTimeout, EndsASendWhoseReplyIsBeingWritten) {
-    constexpr int kRoom = kIsSanitized ? 1 << 20 : 8 << 20;
+    constexpr int kRoom = support::kIsSanitized ? 1 << 20 : 8 << 20;
     const OwnChannel own;
     const Other sender(client(own.chid, [](int coid) {
         std::vector<char> reply(kRoom);

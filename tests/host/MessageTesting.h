@@ -3,6 +3,7 @@
 
 #include "HeldElsewhere.h"
 #include "Hostile.h"
+#include "support/Sanitizers.h"
 
 #include "support/ChildProcess.h"
 
@@ -21,11 +22,7 @@
 
 /// Neither the emulator nor the thread sanitizer can start threads in the children of a process that has some.
 inline bool canStartThreadsInChildren() {
-#if defined(__SANITIZE_THREAD__)
-    return false;
-#else
-    return !HOST_TEST_HAS_FEATURE(thread_sanitizer) && !support::isEmulated();
-#endif
+    return !support::kIsThreadSanitized && !support::isEmulated();
 }
 
 /// Returns when all threads of a process sleep, those that were just started included; of this one, all others.

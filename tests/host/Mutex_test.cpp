@@ -2,6 +2,7 @@
 // signals; contention; recursion; all-zero storage; system calls. Processes: MutexProcess_test.cpp.
 #include "HeldElsewhere.h"
 #include "SignalStorm.h"
+#include "support/Sanitizers.h"
 
 #include "support/ChildProcess.h"
 
@@ -568,9 +569,8 @@ bool survivesWithoutSystemCalls(Body body) {
 class MutexSystemCalls : public testing::Test {
 protected:
     void SetUp() override {
-#if defined(__SANITIZE_THREAD__)
-        GTEST_SKIP() << "the thread sanitizer asks for memory now and then";
-#endif
+        if (support::kIsThreadSanitized)
+            GTEST_SKIP() << "the thread sanitizer asks for memory now and then";
         if (support::isEmulated())
             GTEST_SKIP() << "the emulator itself makes system calls";
     }
@@ -615,9 +615,8 @@ TEST_F(MutexSystemCalls, AreNotMadeByNestedLocks) {
 }
 
 TEST_F(MutexSystemCalls, AreNotMadeByAProcessWithOneThread) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the sanitizer has a thread of its own, which does not end with the one that is killed";
-#endif
+    if (support::kIsThreadSanitized)
+        GTEST_SKIP() << "the sanitizer has a thread of its own, which does not end with the one that is killed";
     const auto result = support::runInChild([] {
         _sync mutex = {};
         pthread_mutex_lock(&mutex);

@@ -6,6 +6,7 @@
 #include "PrivateMounts.h"
 
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 #include "support/ScopedEnvironment.h"
 #include "support/SlogCapture.h"
 #include "support/TemporaryFolder.h"
@@ -338,7 +339,7 @@ TEST_F(Slog, DeliversUnderAnExpiredTimeOutWhenItNeedNotWait) {
 // Hostile surroundings
 
 TEST_F(Slog, NeedsNoHeap) {
-    if (kIsSanitized || support::isEmulated())
+    if (support::kIsSanitized || support::isEmulated())
         GTEST_SKIP() << "the heap of a sanitizer or an emulator does not run out";
     const auto result = support::runInChild([] {
         exhaustHeap();
@@ -349,7 +350,7 @@ TEST_F(Slog, NeedsNoHeap) {
 }
 
 TEST_F(Slog, NeedsLittleStack) {
-    if (kIsSanitized)
+    if (support::kIsSanitized)
         GTEST_SKIP() << "a sanitizer takes stack of its own";
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);

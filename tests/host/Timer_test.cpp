@@ -3,6 +3,7 @@
 #include "MessageTesting.h"
 #include "SignalStorm.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 
 #include <atomic>
 #include <chrono>
@@ -540,7 +541,7 @@ TEST(Timer, TimersTakeNoDescriptors) {
 
 // The second's look at the door falls before.
 TEST(Timer, AWaitForAnExpirySleepsAndAsksTheKernelForNothingElse) {
-    if (support::isEmulated() || kIsSanitized)
+    if (support::isEmulated() || support::kIsSanitized)
         GTEST_SKIP() << "the emulator and the sanitizers make system calls of their own";
     const auto result = support::runInChild([] {
         const OwnChannel channel;

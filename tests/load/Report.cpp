@@ -1,5 +1,7 @@
 #include "Report.h"
 
+#include "support/Sanitizers.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -135,12 +137,10 @@ void CReport::judgeMemory() {
         squares += ms * ms;
     }
     mGrowthKiB = products / squares * static_cast<double>(kept.back().ms - kept.front().ms);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     constexpr double kMostKiB = 4096;
-    if (mGrowthKiB > kMostKiB) {
+    if (mGrowthKiB > kMostKiB && !support::kIsSanitized) {
         mBoard.complain("the server's memory grows: by %.0f KiB", mGrowthKiB);
     }
-#endif
 }
 
 void CReport::showComplaints(int errors) const {

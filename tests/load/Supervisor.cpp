@@ -4,6 +4,8 @@
 #include "Server.h"
 #include "Worker.h"
 
+#include "support/Sanitizers.h"
+
 #include <CVQShMem.h>
 #include <VQOperatingSystem.h>
 #include <VQSharedMemoryAccess.h>
@@ -26,11 +28,7 @@ namespace load {
 namespace {
 
 constexpr unsigned long long kMs = 1000000, kSecond = 1000 * kMs;
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr unsigned long long kPatience = 120 * kSecond;
-#else
-constexpr unsigned long long kPatience = 30 * kSecond;
-#endif
+constexpr unsigned long long kPatience = (support::kIsSanitized ? 120 : 30) * kSecond;
 
 /// A segment of the library's, made here, whose object is built in it, and taken away in the end.
 template <class T>

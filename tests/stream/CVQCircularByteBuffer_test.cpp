@@ -6,6 +6,7 @@
 #include "stream/Streams.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 
 #include <CVQByteStream.h>
 #include <CVQCircularByteBuffer.h>
@@ -29,12 +30,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr const char* kCopySite = "CVQRCMemoryBuffer:264";
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 
 unsigned write(CVQCircularByteBuffer& buffer, const std::string& text) {
     return buffer.write(text.data(), text.size());
@@ -464,7 +459,7 @@ TEST(CVQCircularByteBuffer, DumpsALineWhereverItsBeginningCanBeMoved) {
 }
 
 TEST(CVQCircularByteBuffer, MakesNoTextWithoutMemoryToGatherIt) {
-    if (kSanitized || support::isEmulated())
+    if (support::kIsSanitized || support::isEmulated())
         GTEST_SKIP() << "the address space cannot be limited here";
     const support::ChildResult result = support::runInChild([] {
         constexpr int kCapacity = 64 << 20;

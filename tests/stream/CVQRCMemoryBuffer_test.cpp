@@ -4,6 +4,7 @@
 #include "stream/Streams.h"
 #include "support/AssertionLog.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 #include "support/SlogCapture.h"
 
 #include <CVQByteStream.h>
@@ -69,10 +70,7 @@ TEST(CVQRCMemoryBuffer, HasTheSizeAskedForAndAlignedBytes) {
 
 // The report of an allocation that fails says how long a block is: a header of 16 bytes and the size in units of 8.
 TEST(CVQRCMemoryBuffer, AsksForAHeaderAndItsSizeRoundedUpTo8Bytes) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the address space cannot be limited here";
-#endif
-    if (support::isEmulated())
+    if (support::kIsSanitized || support::isEmulated())
         GTEST_SKIP() << "the address space cannot be limited here";
     const struct {
         unsigned size;

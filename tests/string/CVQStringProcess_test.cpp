@@ -2,6 +2,7 @@
 // capacities and texts that only a 64-bit host can ask for.
 #include "StringInternals.h"
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 
 #include <CVQAsserter.h>
 
@@ -23,12 +24,6 @@ using testing::IsEmpty;
 using testing::Pair;
 
 constexpr bool k64Bit = sizeof(void*) == 8;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 
 // ---- threads
 
@@ -163,7 +158,7 @@ TEST(CVQString, WorksInAForkedChild) {
 }
 
 TEST(CVQString, EndsTheProcessWhereThereIsNoMemory) {
-    if (kSanitized || support::isEmulated())
+    if (support::kIsSanitized || support::isEmulated())
         GTEST_SKIP() << "the address space cannot be limited here";
     Reports reports;
     const auto child = support::runInChild([] {

@@ -3,12 +3,16 @@
 
 namespace support {
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kIsSanitized = __has_feature(thread_sanitizer) || __has_feature(address_sanitizer);
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kIsThreadSanitized = true;
 #else
-constexpr bool kIsSanitized = false;
+constexpr bool kIsThreadSanitized = false;
+#endif
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kIsSanitized = true;
+#else
+constexpr bool kIsSanitized = kIsThreadSanitized;
 #endif
 
 }  // namespace support
