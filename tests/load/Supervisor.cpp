@@ -83,6 +83,7 @@ private:
     void killAll(SUnit& unit);
     void stop(SUnit& unit);
     bool hasEnded(SUnit& unit);
+    bool isOverdue(const SUnit& unit);
     void clean(int worker, unsigned generation, bool wasKilled);
     bool startServer();
     void endServer();
@@ -217,7 +218,10 @@ void CSupervisor::clean(int worker, unsigned generation, bool wasKilled) {
     place.isDead = true;
     const unsigned long long end = nowNs() + kPatience;
     // After a complaint the one who opens them may be gone.
-    while (mBoard.openings[worker] != 0 && mBoard.complaints == 0 && nowNs() < end) {
+    while (mBoard.openings[worker] != 0 && mBoard.complaints == 0) {
+        if (nowNs() >= end) {
+            mBoard.complain("the server does not get a segment of process %d, start %u open", worker, generation);
+        }
         usleep(100);
     }
     char prefix[64];
@@ -261,6 +265,15 @@ void CSupervisor::stop(SUnit& unit) {
     unit.endNs = nowNs() + kPatience;
 }
 
+/// Complains about a unit that was told to stop and runs on.
+bool CSupervisor::isOverdue(const SUnit& unit) {
+    const bool isLate = unit.isStopping && nowNs() >= unit.endNs;
+    if (isLate) {
+        mBoard.complain("unit %d, start %u does not stop", unitOf(unit.members[0]), unit.generation);
+    }
+    return isLate;
+}
+
 void CSupervisor::look(SUnit& unit) {
     if (hasEnded(unit)) {
         for (const int member : unit.members) {
@@ -269,9 +282,7 @@ void CSupervisor::look(SUnit& unit) {
         ++mReport.stops;
         start(unit);
     } else if (nowNs() >= unit.endNs) {
-        if (unit.isStopping) {
-            mBoard.complain("unit %d, start %u does not stop", unitOf(unit.members[0]), unit.generation);
-        } else if (pick(4) == 0) {
+        if (!isOverdue(unit) && pick(4) == 0) {
             stop(unit);
             return;
         }
@@ -390,7 +401,7 @@ int CSupervisor::run() {
         if (!unit.isStopping) {
             stop(unit);
         }
-        while (!hasEnded(unit) && nowNs() < unit.endNs && mBoard.complaints == 0) {
+        while (!hasEnded(unit) && !isOverdue(unit) && mBoard.complaints == 0) {
             usleep(1000);
         }
         for (const int member : unit.members) {
