@@ -2,6 +2,7 @@
 // the order of texts; iteration; copies and moves; reports.
 #include "container/Elements.h"
 #include "container/Reports.h"
+#include "support/Sanitizers.h"
 
 #include <CVQString.h>
 #include <TVQMap.h>
@@ -26,7 +27,7 @@ TYPED_TEST_SUITE(TVQMapTest, MapKinds);
 
 TYPED_TEST(TVQMapTest, AgreesWithAStandardMap) {
     const int before = TypeParam::alive();
-    for (unsigned seed = 0; seed < 10; ++seed) {
+    for (unsigned seed = 0; seed < support::roundsHere(10u); ++seed) {
         std::mt19937 random(seed);
         TVQMap<TypeParam, TypeParam> map;
         std::map<int, int> model;

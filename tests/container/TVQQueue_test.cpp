@@ -3,6 +3,7 @@
 #include "container/Elements.h"
 #include "container/Reports.h"
 #include "container/Watched.h"
+#include "support/Sanitizers.h"
 
 #include <TVQQueue.h>
 
@@ -32,7 +33,7 @@ TYPED_TEST_SUITE(TVQQueueTest, QueueKinds);
 
 TYPED_TEST(TVQQueueTest, AgreesWithAStandardDequeOverRandomOperations) {
     const int before = TypeParam::alive();
-    for (unsigned seed = 0; seed < 20; ++seed) {
+    for (unsigned seed = 0; seed < support::roundsHere(20u); ++seed) {
         std::mt19937 random(seed);
         TVQQueue<TypeParam> queue;
         std::deque<int> model;

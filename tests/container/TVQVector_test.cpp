@@ -4,6 +4,7 @@
 #include "container/Elements.h"
 #include "container/Reports.h"
 #include "container/Watched.h"
+#include "support/Sanitizers.h"
 
 #include <CVQString.h>
 #include <TVQVector.h>
@@ -207,7 +208,7 @@ TYPED_TEST_SUITE(TVQVectorTest, VectorKinds);
 
 TYPED_TEST(TVQVectorTest, AgreesWithAStandardVectorOverRandomOperations) {
     const int aliveBefore = alive<TypeParam>();
-    for (unsigned seed = 0; seed < 20; ++seed) {
+    for (unsigned seed = 0; seed < support::roundsHere(20u); ++seed) {
         Walk<TypeParam>(seed).run(500, /*watched*/ false);
         if (testing::Test::HasFatalFailure())
             FAIL() << "seed " << seed;

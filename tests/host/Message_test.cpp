@@ -4,6 +4,7 @@
 #include "OnProcessor.h"
 
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 
 #include <algorithm>
 #include <atomic>
@@ -1087,7 +1088,7 @@ TEST(Connection, AndItsChannelMayGoWhileAReceiverCopies) {
         GTEST_SKIP() << "what is lent to a receiver is lent to another processor";
     std::vector<char> sent(1 << 20), received(1 << 20);
     std::mt19937 random(7);
-    for (int round = 0; round < 1500; ++round) {
+    for (int round = 0; round < support::roundsHere(1500); ++round) {
         const int chid = ChannelCreate(0);
         const int coid = ConnectAttach(0, 0, chid, _NTO_SIDE_CHANNEL, 0);
         constexpr int kShort = 8;

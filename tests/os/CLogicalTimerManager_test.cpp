@@ -171,7 +171,7 @@ TEST(CLogicalTimerManager, AStopByAnotherThreadReturnsAfterTheHandler) {
 TEST(CLogicalTimerManager, TenThousandTimersAreStartedAndStoppedByOtherThreadsAndTheCountsAddUp) {
     constexpr std::size_t kTimers = 10000;
     constexpr unsigned kThreads = 3;
-    constexpr int kStarts = support::kIsSanitized ? 5000 : 20000;
+    const int kStarts = support::roundsHere(20000);
     CLogicalTimerManager manager(1, true);
     std::vector<std::unique_ptr<CCountingLogicalTimer>> timers;
     for (std::size_t i = 0; i < kTimers; ++i)

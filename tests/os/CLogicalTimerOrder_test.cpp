@@ -8,6 +8,7 @@
 #include <os/TimerPulses.h>
 
 #include "support/AssertionLog.h"
+#include "support/Sanitizers.h"
 
 #include <gtest/gtest.h>
 
@@ -796,14 +797,14 @@ std::vector<long long> playUnderTest(int count, unsigned seed, int steps, unsign
 }  // namespace
 
 TEST(CLogicalTimerPlain, FewTimersBehaveAsInThePlainVersion) {
-    for (unsigned seed = 0; seed < 400; ++seed)
+    for (unsigned seed = 0; seed < support::roundsHere(400u); ++seed)
         for (const int handlerActs : {0, 5, 10})
             ASSERT_EQ(playPlain(6, seed, 200, 8, handlerActs), playUnderTest(6, seed, 200, 8, handlerActs))
                 << "seed " << seed << ", " << handlerActs;
 }
 
 TEST(CLogicalTimerPlain, ManyTimersBehaveAsInThePlainVersion) {
-    for (unsigned seed = 0; seed < 10; ++seed)
+    for (unsigned seed = 0; seed < support::roundsHere(10u); ++seed)
         for (const unsigned maxMs : {20u, 2000u})
             ASSERT_EQ(playPlain(1000, seed, 4000, maxMs, 3), playUnderTest(1000, seed, 4000, maxMs, 3))
                 << "seed " << seed << ", " << maxMs;

@@ -1,5 +1,7 @@
-// Sanitizers: what a test cannot do under one.
+// Sanitizers: what a test cannot do under one, or only less often.
 #pragma once
+
+#include "support/ChildProcess.h"
 
 namespace support {
 
@@ -14,6 +16,12 @@ constexpr bool kIsSanitized = true;
 #else
 constexpr bool kIsSanitized = kIsThreadSanitized;
 #endif
+
+/// How many rounds of a random test: a fifth where each takes ten times as long, under a sanitizer or an emulator.
+template <class Number>
+Number roundsHere(Number all) {
+    return kIsSanitized || isEmulated() ? all / 5 : all;
+}
 
 }  // namespace support
 
