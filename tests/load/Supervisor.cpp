@@ -198,8 +198,14 @@ void CSupervisor::killAll(SUnit& unit) {
         usleep(pick(3000));
     }
     for (const int victim : victims) {
+        // The kernel may take half a minute to be done with it, where many map the same files; the server goes on.
         int status = 0;
-        if (reap(victim, /*isWaiting*/ true, status)) {
+        bool hasEnded = false;
+        while (mProcesses[victim].pid != 0 && !(hasEnded = reap(victim, /*isWaiting*/ false, status))) {
+            sample();
+            usleep(500);
+        }
+        if (hasEnded) {
             if (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) {
                 ++mReport.kills;
             } else {
