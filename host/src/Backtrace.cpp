@@ -49,12 +49,17 @@ _Unwind_Reason_Code store(_Unwind_Context* frame, void* argument) {
 // forked during another thread's walk, and nothing can unlock it there. So a fork waits for the walk.
 FutexLock sWalk;
 
+/// A walk waits for a fork, and a fork for a walk, but not for ever: either may have interrupted its own thread in what
+/// the other one waits for, the heap or the linker's list.
+bool lockWalk() {
+    return sWalk.lock({nowNs(CLOCK_MONOTONIC) + kNsPerSecond});
+}
+
 /// Around a walk. Signals wait for its end: a handler that walks as well would wait for its own thread, here or in the
-/// linker. The walk waits for a fork, but not for ever: that may wait for what the caller was interrupted in, the heap
-/// for one.
+/// linker.
 class WalkGuard {
 public:
-    WalkGuard() : mHasLock(sWalk.lock({nowNs(CLOCK_MONOTONIC) + kNsPerSecond})) {}
+    WalkGuard() : mHasLock(lockWalk()) {}
     ~WalkGuard() {
         if (mHasLock)
             sWalk.unlock();
@@ -67,7 +72,9 @@ private:
     const bool mHasLock;
 };
 
-sigset_t sMaskBefore;  // of the thread that forks
+// Of the thread that forks.
+__thread sigset_t sMaskBefore __attribute__((tls_model("initial-exec")));
+__thread bool sHasWalk __attribute__((tls_model("initial-exec"))) = false;
 
 // A fork that began before the last of the handlers below was registered does not run that in its child.
 __thread bool sRunsAllHandlers __attribute__((tls_model("initial-exec"))) = false;
@@ -79,17 +86,23 @@ void noteAllHandlers() {
 void lockBeforeFork() {
     if (!sRunsAllHandlers)
         return;
-    const sigset_t before = blockSignals();
-    sWalk.lock();
-    sMaskBefore = before;
+    sMaskBefore = blockSignals();
+    sHasWalk = lockWalk();
 }
 
 void unlockAfterFork() {
     if (!sRunsAllHandlers)
         return;
-    const sigset_t before = sMaskBefore;
-    sWalk.unlock();
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (sHasWalk)
+        sWalk.unlock();
+    pthread_sigmask(SIG_SETMASK, &sMaskBefore, nullptr);
+}
+
+void forgetWalkInChild() {
+    if (!sRunsAllHandlers)
+        return;
+    sWalk.forget();
+    pthread_sigmask(SIG_SETMASK, &sMaskBefore, nullptr);
 }
 
 void registerForkHandlers() {
@@ -100,7 +113,7 @@ pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
 
 // After the host's other handlers: in a child, the first handler of a signal finds all of the host in order.
 __attribute__((constructor(103))) void completeForFork() {
-    pthread_atfork(noteAllHandlers, nullptr, unlockAfterFork);
+    pthread_atfork(noteAllHandlers, nullptr, forgetWalkInChild);
 }
 
 bool isRefused(const bt_accessor_t* accessor) {

@@ -45,15 +45,15 @@ struct Thread {
     sigset_t signalMask;  // for its function
     void* status;         // what ThreadDestroy left, valid when `isDestroyed`
     bool isDestroyed;
-    bool isReady;    // runs, and can take the signal that ends it
     bool isForeign;  // not started by ThreadCreate
     bool isDetached;
-    bool isStarting;   // its creator still needs the record
-    bool isJoined;     // another thread waits for its end
-    bool isReturning;  // in the last steps of an end of its own
-    bool isLeft;       // ended without the C library's part of it, which a join makes up for
-    bool isReleased;   // by the first of two, of a detached one: see detachIfLater
-    unsigned life;     // a futex word, of these:
+    bool isStarting;  // its creator still needs the record
+    bool isJoined;    // another thread waits for its end
+    bool isLeft;      // ended without the C library's part of it, which a join makes up for
+    bool isReleased;  // by the first of two, of a detached one: see detachIfLater
+    unsigned begin;   // of these, where the thread and who ends it meet:
+    enum Begin : unsigned { STARTS, TAKES_SIGNALS, IS_STOPPED };
+    unsigned life;  // a futex word, of these:
     enum Life : unsigned { RUNS, AWAITED, ENDED };
     int priority;
     int policy;
@@ -62,7 +62,8 @@ struct Thread {
 Thread* firstThread = nullptr;  // guarded by the lock below
 FutexLock tableLock;
 
-bool anyoneForeign = false;  // a record was made for a thread that ThreadCreate did not start
+bool anyoneForeign = false;   // a record was made for a thread that ThreadCreate did not start
+bool hasLeaderEnded = false;  // the first thread, to which the kernel takes signals until the process ends
 
 __thread Thread* ownThread __attribute__((tls_model("initial-exec"))) = nullptr;
 // Somebody frees a foreign thread's record as soon as the kernel says that it is gone. The thread itself reads it under
@@ -87,8 +88,10 @@ void noteEnd() {
     Thread* const own = ownThread;
     ownThread = nullptr;
     if (own == nullptr || isOwnForeign) {
-        if (static_cast<pid_t>(threadId()) == getpid())
+        if (static_cast<pid_t>(threadId()) == getpid()) {
+            store(hasLeaderEnded, true);
             noteLeaderEnded();
+        }
     } else if (__atomic_exchange_n(&own->life, unsigned(Thread::ENDED), __ATOMIC_ACQ_REL) == Thread::AWAITED) {
         futexWake(&own->life, INT_MAX, Sharing::PRIVATE);
     }
@@ -106,25 +109,23 @@ void detachIfLater(Thread* thread, pthread_t handle) {
         pthread_detach(handle);
 }
 
-/// From here on ThreadDestroy does not end it any more.
-void detachOwn() {
-    if (ownThread == nullptr || isOwnForeign || !ownThread->isDetached)
-        return;
+void blockEndingSignal() {
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, endingSignal());
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-    ownThread->isReturning = true;
-    detachIfLater(ownThread, pthread_self());
 }
 
 void onEndOfThread(void* value) {
     if (++endRounds < kEndRound) {
         pthread_setspecific(endKey, value);
-    } else {
-        detachOwn();
-        noteEnd();
+        return;
     }
+    blockEndingSignal();              // for good: from here on the thread ends in the C library's way
+    const SignalsBlocked untilNoted;  // nor does a handler end it
+    if (ownThread != nullptr && !isOwnForeign && ownThread->isDetached)
+        detachIfLater(ownThread, pthread_self());
+    noteEnd();
 }
 
 void beToldOfTheEnd() {
@@ -169,7 +170,8 @@ int sendSignal(int id, int signal) {
 }
 
 bool isThread(int id) {
-    return id > 0 && sendSignal(id, 0) == EOK;
+    const bool isEndedLeader = id == getpid() && load(hasLeaderEnded);
+    return id > 0 && !isEndedLeader && sendSignal(id, 0) == EOK;
 }
 
 /// A forked child has one thread, which keeps its priority, and no other to join.
@@ -177,6 +179,7 @@ void forgetOthersInChild() {
     mustEnd = 0;
     beToldOfTheEnd();
     tableLock.forget();
+    hasLeaderEnded = false;
     firstThread = ownThread;
     if (ownThread == nullptr)
         return;
@@ -271,7 +274,7 @@ void remove(Thread* thread) {
     free(thread);
 }
 
-/// The record of an id, if it has one; that of a detached thread only while it runs.
+/// The record of an id, if it has one; that of a detached thread until the kernel is done with it.
 Thread* find(int id) {
     if (ownThread != nullptr && load(ownThread->id) == id)
         return ownThread;
@@ -325,12 +328,12 @@ int findRunning(pid_t pid, int& tid, Thread*& record) {
     return isKnownToKernel(tid) ? EOK : ESRCH;
 }
 
-/// The kernel would not take the signal that ends it.
-void keepRunning(int tid) {
-    const TableGuard guard;
-    Thread* record;
-    if (findRunning(0, tid, record) == EOK && record != nullptr)
-        __atomic_store_n(&record->isDestroyed, false, __ATOMIC_SEQ_CST);
+/// Of the thread, which asks for one of the two, and of whoever ends it, the first one decides. True when it is so.
+bool begins(Thread* thread, Thread::Begin how) {
+    unsigned begin = Thread::STARTS;
+    return __atomic_compare_exchange_n(&thread->begin, &begin, unsigned(how), false, __ATOMIC_ACQ_REL,
+                                       __ATOMIC_ACQUIRE) ||
+           begin == how;
 }
 
 /// The id of a thread that has not been joined. The kernel's answer is in the C library's record before the thread
@@ -352,11 +355,25 @@ void* runThread(void* argument) {
     learnThreadId(static_cast<unsigned>(idOf(*self, handle)));
     store(self->id, static_cast<int>(threadId()));
     beToldOfTheEnd();
-    __atomic_store_n(&self->isReady, true, __ATOMIC_SEQ_CST);
-    if (__atomic_load_n(&self->isDestroyed, __ATOMIC_SEQ_CST))
+    if (!begins(self, Thread::TAKES_SIGNALS))
         endOwnThread();
     pthread_sigmask(SIG_SETMASK, &self->signalMask, nullptr);
     return self->function(self->argument);
+}
+
+/// With the lock: a thread whose id the table has may be joined, and its handle is good for nothing then.
+void enterId(Thread* thread, pthread_t handle) {
+    const int id = idOf(*thread, handle);
+    store(thread->id, id);
+    // Who saw the id before the table had it may have set a priority.
+    for (Thread* other = firstThread; other != nullptr; other = other->next) {
+        if (other->isForeign && other->id == id) {
+            store(thread->priority, other->priority);
+            store(thread->policy, other->policy);
+            remove(other);
+            return;
+        }
+    }
 }
 
 /// Creates the thread of a record; 0 or an error number.
@@ -384,7 +401,10 @@ int start(Thread* thread, size_t stackSize) {
     if (result != 0)
         return result;
     store(thread->handle, handle);
-    store(thread->id, idOf(*thread, handle));
+    {
+        const TableGuard guard;
+        enterId(thread, handle);
+    }
     if (isDetached)
         detachIfLater(thread, handle);
     return 0;
@@ -456,7 +476,7 @@ void endOwnThread() {
     forgetOwnValues();
     deleteOwnTimer();
     if (ownThread != nullptr && !isOwnForeign)
-        ownThread->isLeft = !ownThread->isReturning;  // a handler may come in between
+        ownThread->isLeft = true;
     noteEnd();
     for (;;)
         syscall(SYS_exit, 0);
@@ -480,7 +500,7 @@ void stopJoining(void* what) {
 void endAsTold(void* status) {
     if (ownThread != nullptr && !isOwnForeign) {
         store(ownThread->status, status);
-        __atomic_store_n(&ownThread->isDestroyed, true, __ATOMIC_SEQ_CST);
+        store(ownThread->isDestroyed, true);
     }
     mustEnd = 1;
     endIfDue();
@@ -618,29 +638,26 @@ int ThreadDestroy(int tid, int, void* status) {
         endAsTold(status);
         return 0;  // to a handler, and the call that it interrupted ends the thread
     }
-    bool wasDestroyed = false;
-    {
-        const TableGuard guard;
-        Thread* record;
-        if (const int error = findRunning(0, tid, record); error != EOK)
-            return result(error);
-        if (record != nullptr && !record->isForeign) {
-            wasDestroyed = __atomic_exchange_n(&record->isDestroyed, true, __ATOMIC_SEQ_CST);
-            if (!wasDestroyed)
-                store(record->status, status);
-            if (!__atomic_load_n(&record->isReady, __ATOMIC_SEQ_CST))
-                return 0;  // it looks when it is ready
-        }
-    }
     ErrnoKeeper keeper;
-    const EndsLater untilSent;  // else nobody would ever get past the installation
+    const EndsLater untilDone;  // else nobody would ever get past the installation
     pthread_once(&endingSignalOnce, installEndingSignal);
-    if (sendSignal(tid, endingSignal()) != EAGAIN)
-        return 0;  // a thread that has ended by itself meanwhile is as good
-    if (!wasDestroyed)
-        keepRunning(tid);
-    keeper.report(EAGAIN);
-    return -1;
+    const TableGuard guard;
+    Thread* record;
+    int error = findRunning(0, tid, record);
+    const bool isOurs = error == EOK && record != nullptr && !record->isForeign;
+    // A thread that has ended by itself meanwhile is as good as one that takes the signal.
+    if (error == EOK && !(isOurs && begins(record, Thread::IS_STOPPED)) &&
+        sendSignal(tid, endingSignal()) == EAGAIN)
+        error = EAGAIN;
+    if (error != EOK) {
+        keeper.report(error);
+        return -1;
+    }
+    if (isOurs && !load(record->isDestroyed)) {  // a joiner looks with the lock
+        store(record->status, status);
+        store(record->isDestroyed, true);
+    }
+    return 0;
 }
 
 int SchedGet(pid_t pid, int tid, struct sched_param* parameters) {

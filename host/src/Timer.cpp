@@ -102,8 +102,11 @@ int create(clockid_t clock, const sigevent& event) {
         return -ENOTSUP;
     Channel* const channel = connection->channel;
     Timer* const timer = static_cast<Timer*>(calloc(1, sizeof(Timer)));
-    const int id = timer == nullptr || !channel->timers.addUser() ? -1 : timers.add(timer);
+    const bool hasRoom = timer != nullptr && channel->timers.addUser();
+    const int id = hasRoom ? timers.add(timer) : -1;
     if (id < 0) {
+        if (hasRoom)
+            channel->timers.removeUser();
         free(timer);
         return -EAGAIN;
     }

@@ -19,6 +19,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <link.h>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/time.h>
@@ -410,6 +411,35 @@ TEST(Backtrace, InAHandlerComesBackWhileAnotherThreadForks) {
         isOver = true;
         caller.join();
     }
+}
+
+// The handler has interrupted what the walk waits for, and the fork waits for the walk.
+TEST(Backtrace, WaitsForAForkInAHandlerThatHasTheLinkersList) {
+    NEEDS_THREADS_AFTER_FORK();
+    const auto result = support::runInChild([] {
+        signal(SIGUSR1, [](int) {
+            const pid_t child = fork();
+            if (child == 0)
+                _exit(0);
+            waitpid(child, nullptr, 0);
+        });
+        static std::atomic<bool> isWithin{false};
+        std::thread walker([] {
+            while (!isWithin)
+                usleep(1000);
+            static bt_memmap_t map;
+            EXPECT_EQ(0, bt_load_memmap(&bt_acc_self, &map));
+        });
+        const auto forkInHandler = [](dl_phdr_info*, std::size_t, void*) {
+            isWithin = true;
+            usleep(50000);
+            raise(SIGUSR1);
+            return 1;
+        };
+        dl_iterate_phdr(forkInHandler, nullptr);
+        walker.join();
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
 }
 
 // And finds its signals as they were.

@@ -10,6 +10,7 @@
 #include <climits>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
@@ -623,6 +624,42 @@ TEST(ThreadDestroy, TheProcessGoesOnWithoutItsFirstThread) {
         ThreadDestroy(0, -1, nullptr);
     });
     EXPECT_TRUE(result.exitedWith(5)) << result;
+}
+
+TEST(ThreadDestroy, TheFirstThreadIsKnownToHaveEnded) {
+    NEEDS_THREADS_THAT_VANISH();
+    NEEDS_THREADS_AFTER_FORK();
+    const auto result = support::runInChild([] {
+        start([](void*) -> void* {
+            const int first = getpid();
+            sched_param parameters;
+            while (SchedGet(0, first, &parameters) != -1)
+                usleep(500);
+            const bool isGone = errno == ESRCH;
+            const bool isRefused = ThreadDestroy(first, -1, nullptr) == -1 && errno == ESRCH;
+            _exit(isGone && isRefused ? 5 : 6);
+        });
+        ThreadDestroy(0, -1, nullptr);
+    });
+    EXPECT_TRUE(result.exitedWith(5)) << result;
+}
+
+TEST(Sched, OfAThreadThatJustStartsDoesNotHideItFromAJoiner) {
+    std::atomic<bool> isOver{false};
+    std::thread setter([&] {
+        while (!isOver)
+            for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+                setPriorityOf(std::stoi(task.path().filename()), 10);
+    });
+    const int rounds = support::roundsHere(2000);
+    for (int round = 0; round < rounds; ++round)
+        EXPECT_EQ(0, ThreadJoin_r(start([](void*) -> void* {
+                                      usleep(100);
+                                      return nullptr;
+                                  }),
+                                  nullptr));
+    isOver = true;
+    setter.join();
 }
 
 TEST(Sched, RecordsPriorities) {
