@@ -170,7 +170,7 @@ int sendSignal(int id, int signal) {
 }
 
 bool isThread(int id) {
-    const bool isEndedLeader = id == getpid() && load(hasLeaderEnded);
+    const bool isEndedLeader = load(hasLeaderEnded) && id == getpid();
     return id > 0 && !isEndedLeader && sendSignal(id, 0) == EOK;
 }
 
@@ -328,7 +328,7 @@ int findRunning(pid_t pid, int& tid, Thread*& record) {
     return isKnownToKernel(tid) ? EOK : ESRCH;
 }
 
-/// Of the thread, which asks for one of the two, and of whoever ends it, the first one decides. True when it is so.
+/// The thread asks for TAKES_SIGNALS, who ends it for IS_STOPPED, and the first one decides. True when it is as asked.
 bool begins(Thread* thread, Thread::Begin how) {
     unsigned begin = Thread::STARTS;
     return __atomic_compare_exchange_n(&thread->begin, &begin, unsigned(how), false, __ATOMIC_ACQ_REL,

@@ -198,14 +198,12 @@ void CSupervisor::killAll(SUnit& unit) {
         usleep(pick(3000));
     }
     for (const int victim : victims) {
-        // The kernel may take half a minute to be done with it, where many map the same files; the server goes on.
-        int status = 0;
-        bool hasEnded = false;
-        while (mProcesses[victim].pid != 0 && !(hasEnded = reap(victim, /*isWaiting*/ false, status))) {
-            sample();
-            usleep(500);
-        }
-        if (hasEnded) {
+        if (mProcesses[victim].pid != 0) {
+            int status = 0;
+            while (!reap(victim, /*isWaiting*/ false, status)) {
+                sample();  // the kernel may take half a minute to be done with it, and the server goes on
+                usleep(500);
+            }
             if (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) {
                 ++mReport.kills;
             } else {
@@ -268,7 +266,7 @@ bool CSupervisor::hasEnded(SUnit& unit) {
 void CSupervisor::stop(SUnit& unit) {
     mBoard.stopUnit[unitOf(unit.members[0])] = true;
     unit.isStopping = true;
-    unit.endNs = nowNs() + kPatience;
+    unit.endNs = nowNs() + 4 * kPatience;  // the kernel may take its time with their ends, too
 }
 
 /// Complains about a unit that was told to stop and runs on.
