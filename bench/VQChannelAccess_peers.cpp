@@ -223,10 +223,12 @@ MARLIX_BENCH_FEW("VQChannelAccess_EndOfPeer", "floor: a descriptor of the proces
 
 // ---- libraries
 
+#if BENCH_ZEROMQ || BENCH_NNG
 // Abstract names, so that no file is left behind.
 std::string addressOf(const char* scheme, int number) {
     return scheme + std::string("bench_channels_") + std::to_string(number);
 }
+#endif
 
 #if BENCH_ZEROMQ
 void overZeroMq(benchmark::State& state, int processors) {

@@ -45,6 +45,6 @@ install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${MARLIX_DOC_DIR} COMP
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${MARLIX_DOC_DIR} COMPONENT development
     FILES_MATCHING PATTERN "*.md")
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/guide DESTINATION ${MARLIX_DOC_DIR}/examples COMPONENT development
-    PATTERN CMakeLists.txt EXCLUDE)
+    REGEX "/guide/CMakeLists\\.txt$" EXCLUDE)  # it builds the programs in this project
 # The guide as pages, with the reference, if `dev docs` has made them.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/build/docs/html DESTINATION ${MARLIX_DOC_DIR} COMPONENT development OPTIONAL)
