@@ -52,7 +52,8 @@ public:
     /// Ends another thread at once, wherever it is: no destructor runs, what it locked stays locked. -1 on failure.
     /// As on the platform, a `tid` of -1 is all threads, and so ends the process: mind what an id is that is none.
     static int terminate(int tid);
-    /// Ends the calling thread in the same way.
+    /// Ends the calling thread in the same way. Not for signal handlers: on the host the process aborts where the handler
+    /// has interrupted one of the kernel's calls at work.
     [[noreturn]] static void terminate();
 
     static int getCurrentThreadId();

@@ -2,7 +2,8 @@
 //   A signal ends a thread on the spot, except
 //     where it holds the channels' lock     it ends when it gives that up;
 //     where it EndsLater                    having begun what others see, it ends when that is done;
-//     where something is Unfinished         in the wait within, it takes back first what it had begun.
+//     where something is Unfinished         in the wait within, it takes back first what it had begun; or goes on where
+//                                           the wait is about to be over.
 //   So whatever waits without limit is an Unfinished one's wait, and the rest of an EndsLater takes no time to speak of.
 #pragma once
 
@@ -52,8 +53,12 @@ class Unfinished : EndsLater {
 public:
     /// Called in the thread that ends, with all signals blocked. It may wait, and take locks.
     using TakeBack = void (*)(void* what);
+    /// Called in a signal handler: true once the wait ends by itself, soon, and may be at something that no thread must
+    /// be ended in.
+    using IsEnding = bool (*)(const void* what);
 
-    Unfinished(TakeBack takeBack, void* what) : mTakeBack(takeBack), mWhat(what) {}
+    Unfinished(TakeBack takeBack, void* what, IsEnding isEnding = nullptr)
+        : mTakeBack(takeBack), mWhat(what), mIsEnding(isEnding) {}
 
     /// Calls `wait`, within which the thread may be ended.
     template <class Wait>
@@ -64,6 +69,10 @@ public:
 
     /// Of all that the calling thread is in the waits of, the innermost first.
     static void takeAllBack();
+    /// Whether the innermost wait must be left to its end.
+    static bool mustGoOn() {
+        return innermost != nullptr && innermost->mIsEnding != nullptr && innermost->mIsEnding(innermost->mWhat);
+    }
 
 private:
     class Window {
@@ -85,6 +94,7 @@ private:
 
     const TakeBack mTakeBack;
     void* const mWhat;
+    const IsEnding mIsEnding;
     Unfinished* mOuter = nullptr;
 };
 

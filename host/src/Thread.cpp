@@ -47,11 +47,12 @@ struct Thread {
     bool isDestroyed;
     bool isForeign;  // not started by ThreadCreate
     bool isDetached;
-    bool isStarting;  // its creator still needs the record
-    bool isJoined;    // another thread waits for its end
-    bool isLeft;      // ended without the C library's part of it, which a join makes up for
-    bool isReleased;  // by the first of two, of a detached one: see detachIfLater
-    unsigned begin;   // of these, where the thread and who ends it meet:
+    bool isStarting;   // its creator still needs the record
+    bool isScheduled;  // its priority was set
+    bool isJoined;     // another thread waits for its end
+    bool isLeft;       // ended without the C library's part of it, which a join makes up for
+    bool isReleased;   // by the first of two, of a detached one: see isReleasedBefore
+    unsigned begin;    // of these, where the thread and who ends it meet:
     enum Begin : unsigned { STARTS, TAKES_SIGNALS, IS_STOPPED };
     unsigned life;  // a futex word, of these:
     enum Life : unsigned { RUNS, AWAITED, ENDED };
@@ -104,16 +105,8 @@ int endingSignal() {
 
 /// For the creator of a detached thread, and for the thread when it ends by itself: the later one detaches it for the C
 /// library. Of one that ThreadDestroy ends that would keep the stack; it is joined instead.
-void detachIfLater(Thread* thread, pthread_t handle) {
-    if (__atomic_exchange_n(&thread->isReleased, true, __ATOMIC_ACQ_REL))
-        pthread_detach(handle);
-}
-
-void blockEndingSignal() {
-    sigset_t ending;
-    sigemptyset(&ending);
-    sigaddset(&ending, endingSignal());
-    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+bool isReleasedBefore(Thread* thread) {
+    return __atomic_exchange_n(&thread->isReleased, true, __ATOMIC_ACQ_REL);
 }
 
 void onEndOfThread(void* value) {
@@ -121,10 +114,9 @@ void onEndOfThread(void* value) {
         pthread_setspecific(endKey, value);
         return;
     }
-    blockEndingSignal();              // for good: from here on the thread ends in the C library's way
-    const SignalsBlocked untilNoted;  // nor does a handler end it
-    if (ownThread != nullptr && !isOwnForeign && ownThread->isDetached)
-        detachIfLater(ownThread, pthread_self());
+    blockSignals();  // for good: from here on the thread ends in the C library's way, and no handler ends it
+    if (ownThread != nullptr && !isOwnForeign && ownThread->isDetached && isReleasedBefore(ownThread))
+        pthread_detach(pthread_self());
     noteEnd();
 }
 
@@ -133,7 +125,6 @@ void beToldOfTheEnd() {
         pthread_setspecific(endKey, &endKey);
 }
 
-Thread* findOwn();
 [[noreturn]] void endOwnThread();
 
 // A handler that forks must not wait for the lock that its own thread holds.
@@ -278,10 +269,15 @@ void remove(Thread* thread) {
 Thread* find(int id) {
     if (ownThread != nullptr && load(ownThread->id) == id)
         return ownThread;
-    for (Thread* thread = firstThread; thread != nullptr; thread = thread->next)
-        if (load(thread->id) == id && !isGone(*thread))
+    Thread* foreign = nullptr;  // of who saw the id before the table had the thread's own
+    for (Thread* thread = firstThread; thread != nullptr; thread = thread->next) {
+        if (load(thread->id) != id || isGone(*thread))
+            continue;
+        if (!thread->isForeign)
             return thread;
-    return nullptr;
+        foreign = thread;
+    }
+    return foreign;
 }
 
 /// The C library's join returns before the kernel has forgotten the thread: for a moment its id still takes signals.
@@ -325,7 +321,7 @@ int findRunning(pid_t pid, int& tid, Thread*& record) {
     record = find(tid);
     if (record != nullptr && !record->isForeign)
         return load(record->life) == Thread::ENDED ? ESRCH : EOK;
-    return isKnownToKernel(tid) ? EOK : ESRCH;
+    return tid == static_cast<int>(threadId()) || isKnownToKernel(tid) ? EOK : ESRCH;
 }
 
 /// The thread asks for TAKES_SIGNALS, who ends it for IS_STOPPED, and the first one decides. True when it is as asked.
@@ -365,11 +361,13 @@ void* runThread(void* argument) {
 void enterId(Thread* thread, pthread_t handle) {
     const int id = idOf(*thread, handle);
     store(thread->id, id);
-    // Who saw the id before the table had it may have set a priority.
+    // Who saw the id before the table had it may have set a priority, before the thread could do so itself.
     for (Thread* other = firstThread; other != nullptr; other = other->next) {
         if (other->isForeign && other->id == id) {
-            store(thread->priority, other->priority);
-            store(thread->policy, other->policy);
+            if (!thread->isScheduled) {
+                store(thread->priority, other->priority);
+                store(thread->policy, other->policy);
+            }
             remove(other);
             return;
         }
@@ -377,8 +375,7 @@ void enterId(Thread* thread, pthread_t handle) {
 }
 
 /// Creates the thread of a record; 0 or an error number.
-int start(Thread* thread, size_t stackSize) {
-    const bool isDetached = thread->isDetached;  // another thread may join it as soon as it runs
+int start(Thread* thread, size_t stackSize, pthread_t& handle) {
     pthread_attr_t attributes;
     int result = pthread_attr_init(&attributes);
     if (result != 0)
@@ -394,20 +391,10 @@ int start(Thread* thread, size_t stackSize) {
     sigdelset(&thread->signalMask, endingSignal());
     if (result == 0)
         result = pthread_attr_setsigmask_np(&attributes, &all);
-    pthread_t handle;
     if (result == 0)
         result = pthread_create(&handle, &attributes, runThread, thread);
     pthread_attr_destroy(&attributes);
-    if (result != 0)
-        return result;
-    store(thread->handle, handle);
-    {
-        const TableGuard guard;
-        enterId(thread, handle);
-    }
-    if (isDetached)
-        detachIfLater(thread, handle);
-    return 0;
+    return result;
 }
 
 bool waitForEnd(Thread* thread, Deadline deadline, Unfinished& join) {
@@ -487,6 +474,11 @@ struct Joining {
     Deadline deadline;
 };
 
+/// The target has ended, and the C library's join may be giving its stack back, with a lock held.
+bool isJoinEnding(const void* what) {
+    return load(static_cast<const Joining*>(what)->thread->life) == Thread::ENDED;
+}
+
 /// For a joiner that ends. What the C library has begun without a limit it does not take back.
 void stopJoining(void* what) {
     const Joining& self = *static_cast<Joining*>(what);
@@ -527,7 +519,7 @@ void Unfinished::takeAllBack() {
 }
 
 void endIfDue() {
-    if (endsLater == 0 && !endsWithChannels())
+    if (endsLater == 0 && !endsWithChannels() && !Unfinished::mustGoOn())
         endOwnThread();
 }
 
@@ -576,16 +568,27 @@ int ThreadCreate(pid_t pid, void* (*function)(void*), void* argument, const stru
         gone.takeFromTable();
         enter(thread);
     }
-    const int error = start(thread, attributes != nullptr ? attributes->__stacksize : 0);
-    const TableGuard guard;
-    const int id = load(thread->id);
-    if (error == 0) {
-        thread->isStarting = false;
-        return id;
+    const bool isDetached = thread->isDetached;  // another thread may join it as soon as it runs
+    pthread_t handle;
+    if (const int error = start(thread, attributes != nullptr ? attributes->__stacksize : 0, handle); error != 0) {
+        const TableGuard guard;
+        remove(thread);
+        keeper.report(error);
+        return -1;
     }
-    remove(thread);
-    keeper.report(error);
-    return -1;
+    store(thread->handle, handle);
+    int id;
+    bool mustDetach;
+    {
+        const TableGuard guard;
+        enterId(thread, handle);
+        id = load(thread->id);
+        mustDetach = isDetached && isReleasedBefore(thread);
+        thread->isStarting = false;
+    }
+    if (mustDetach)
+        pthread_detach(handle);
+    return id;
 }
 
 int ThreadJoin_r(int tid, void** status) {
@@ -593,7 +596,7 @@ int ThreadJoin_r(int tid, void** status) {
     if (tid == static_cast<int>(threadId()))
         return EDEADLK;
     Joining self = {nullptr, deadline};
-    Unfinished joining(stopJoining, &self);
+    Unfinished joining(stopJoining, &self, isJoinEnding);
     Thread*& thread = self.thread;
     {
         const TableGuard guard;
@@ -613,15 +616,16 @@ int ThreadJoin_r(int tid, void** status) {
     }
     void* value = nullptr;
     const auto join = [&] { return pthread_join(load(thread->handle), &value); };
-    if (deadline.isNever())
-        joining.during(join);
-    else
-        join();  // of a thread that has ended
+    // With a limit, of a thread that has ended.
+    const int error = deadline.isNever() ? joining.during(join) : join();
     GoneThreads gone;
     const TableGuard guard;
+    if (error != 0) {  // it has detached itself by the C library's means
+        thread->isJoined = false;
+        return error;
+    }
     if (status != nullptr)
         *status = thread->isDestroyed ? thread->status : value;
-    thread->isJoined = false;
     thread->isLeft = false;
     thread->isDetached = true;
     store(thread->life, unsigned(Thread::ENDED));
@@ -693,6 +697,7 @@ int SchedSet(pid_t pid, int tid, int policy, const struct sched_param* parameter
             isOwnForeign = true;
         }
     }
+    record->isScheduled = true;
     store(record->priority, priority);
     if (policy != SCHED_NOCHANGE)
         store(record->policy, policy);

@@ -18,7 +18,9 @@ struct ThreadState {
 
 __thread ThreadState state __attribute__((tls_model("initial-exec"))) = {0, 0, {0}};
 
-// A handler that makes an emulated call between two stores here must find either no time-out or a whole one.
+// A handler that makes an emulated call between two accesses here must find either no time-out or a whole one. What it
+// armed and used up itself must not end up as half of the interrupted one: where the deadline has changed meanwhile, all
+// is done again.
 void orderForHandlers() {
     __atomic_signal_fence(__ATOMIC_SEQ_CST);
 }
@@ -59,15 +61,26 @@ void learnThreadId(unsigned id) {
 
 void armTimeout(unsigned states, Deadline deadline) {
     const unsigned id = threadId();
-    state.deadline = deadline;
-    state.states = states;
-    orderForHandlers();
+    do {
+        state.states = 0;
+        orderForHandlers();
+        state.deadline = deadline;
+        orderForHandlers();
+        state.states = states;
+        orderForHandlers();
+    } while (state.deadline.ns != deadline.ns);
     __nto_owner = states == 0 ? id : 0;
 }
 
 ArmedTimeout takeArmedTimeouts() {
     const unsigned id = threadId();
-    const ArmedTimeout armed = {state.states, state.deadline};
+    ArmedTimeout armed;
+    do {
+        armed.deadline = state.deadline;
+        orderForHandlers();
+        armed.states = state.states;
+        orderForHandlers();
+    } while (state.deadline.ns != armed.deadline.ns);
     state.states = 0;
     orderForHandlers();
     __nto_owner = id;

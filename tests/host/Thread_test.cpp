@@ -1,6 +1,7 @@
 // Concerns: ids; joining and its errors; time-outs; ends of every kind; priorities, names, masks; forked children;
 // threads of the C++ library.
 #include "MessageTesting.h"
+#include "Spin.h"
 
 #include "support/ChildProcess.h"
 #include "support/Sanitizers.h"
@@ -213,6 +214,23 @@ TEST(ThreadJoin, RefusesWhatCannotBeJoined) {
     EXPECT_EQ(EINVAL, ThreadJoin_r(id, nullptr));
     mayEnd = true;
     other.join();
+}
+
+TEST(ThreadJoin, RefusesAThreadThatDetachedItself) {
+    static std::atomic<bool> isDetached, mayEnd;
+    isDetached = mayEnd = false;
+    const int id = start([](void*) -> void* {
+        pthread_detach(pthread_self());  // the C library's way, which the host does not hear of
+        isDetached = true;
+        while (!mayEnd)
+            std::this_thread::yield();
+        return nullptr;
+    });
+    while (!isDetached)
+        std::this_thread::yield();
+    EXPECT_EQ(EINVAL, ThreadJoin_r(id, nullptr));
+    EXPECT_EQ(10, priorityOf(id)) << "it is still known";
+    mayEnd = true;
 }
 
 TEST(ThreadJoin, TimesOutAndCanBeDoneAgain) {
@@ -563,6 +581,34 @@ TEST(ThreadDestroy, ThreadsThatStartAndJoinOthersLeaveNoLockBehind) {
         ASSERT_EQ(0, ThreadDestroy(busy, -1, nullptr));
         ASSERT_EQ(0, ThreadJoin_r(busy, nullptr));
         ASSERT_EQ(10, priorityOf(0));
+    }
+}
+
+// The joiner may be giving the stack back just then, with a lock of the C library's that all who start threads need.
+TEST(ThreadDestroy, OfAJoinerWhoseTargetEndsLeavesNoLockBehind) {
+    NEEDS_THREADS_THAT_VANISH();
+    static std::atomic<bool> mayEnd;
+    static std::atomic<int> target;
+    for (int i = 0; i < 3000; ++i) {
+        mayEnd = false;
+        target = start([](void*) -> void* {
+            while (!mayEnd)
+                host::pauseProcessor();
+            return nullptr;
+        });
+        const int joiner = start([](void*) -> void* {
+            ThreadJoin_r(target, nullptr);
+            return nullptr;
+        });
+        mayEnd = true;
+        for (int spins = i * 7 % 2000; spins > 0; --spins)
+            host::pauseProcessor();
+        ThreadDestroy(joiner, -1, nullptr);  // unless it has ended already
+        armJoin(60 * host::kNsPerSecond);
+        ASSERT_EQ(0, ThreadJoin_r(joiner, nullptr));
+        // One that the joiner has left for good; or it has joined it.
+        const int left = ThreadJoin_r(target, nullptr);
+        ASSERT_TRUE(left == EBUSY || left == ESRCH || left == EOK) << left;
     }
 }
 

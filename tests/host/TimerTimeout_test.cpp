@@ -3,6 +3,7 @@
 #include "HeldElsewhere.h"
 
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 
 #include <backtrace.h>
 #include <cerrno>
@@ -21,6 +22,7 @@
 #include <sys/slog.h>
 #include <sys/trace.h>
 #include <sys/wait.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 namespace {
@@ -418,6 +420,58 @@ TEST(TimerTimeout, IsConsumedByACallInASignalHandler) {
     raise(SIGUSR1);
     EXPECT_TRUE(lockWaits());
 }
+
+#if defined(__x86_64__)
+
+bool isStepping = false, hasHandlerRun = false;
+int instruction = 0, instructionOfHandler = 0;
+
+/// Has the processor stop after each instruction, or no more.
+void setStepping(void* context, bool isOn) {
+    constexpr greg_t kTrapFlag = 0x100;
+    greg_t& flags = static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_EFL];
+    flags = isOn ? flags | kTrapFlag : flags & ~kTrapFlag;
+}
+
+void onStep(int, siginfo_t*, void* context) {
+    const bool isDue = isStepping && instruction++ == instructionOfHandler;
+    isStepping &= !isDue;
+    setStepping(context, isStepping);
+    if (!isDue)
+        return;
+    hasHandlerRun = true;
+    armImmediate(_NTO_TIMEOUT_NANOSLEEP);
+    delay(1);
+}
+
+// A handler with a time-out of its own comes at each instruction of the arming in turn. What it used up may be the
+// interrupted thread's, but it leaves that nothing of its own.
+TEST(TimerTimeout, IsNotEarlyForAHandlersTimeoutInBetween) {
+    if (support::kIsSanitized)
+        GTEST_SKIP() << "a sanitizer's own code is not made to be stepped through";
+    constexpr uint64_t kWait = 3 * kMs;
+    struct sigaction step = {};
+    step.sa_sigaction = onStep;
+    step.sa_flags = SA_SIGINFO;
+    for (const int signal : {SIGTRAP, SIGUSR1})
+        ASSERT_EQ(0, sigaction(signal, &step, nullptr));
+    int withoutTimeout = 0;
+    for (hasHandlerRun = true; hasHandlerRun; ++instructionOfHandler) {
+        hasHandlerRun = false;
+        isStepping = true;
+        instruction = 0;
+        const uint64_t wait = kWait, begin = monotonicNs();
+        raise(SIGUSR1);  // from its return on
+        TimerTimeout(CLOCK_MONOTONIC, _NTO_TIMEOUT_NANOSLEEP, nullptr, &wait, nullptr);
+        isStepping = false;
+        withoutTimeout += delay(2 * kWait / kMs) == 0 ? 1 : 0;
+        EXPECT_GE(monotonicNs() - begin, kWait) << "handler at instruction " << instructionOfHandler;
+    }
+    EXPECT_GT(instructionOfHandler, 50);
+    EXPECT_LT(withoutTimeout, instructionOfHandler) << "else this looks at nothing";
+}
+
+#endif
 
 TEST(TimerTimeout, TakesTheEventThatUnblocks) {
     struct sigevent event;

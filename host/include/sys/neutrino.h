@@ -78,7 +78,7 @@ int SchedSet(pid_t pid, int tid, int policy, const struct sched_param* parameter
 
 // Clocks and signals.
 
-/// Reads a clock in nanoseconds into `old`, and sets it to `*set` before. Both may be null.
+/// Reads a clock in nanoseconds into `old`, and then sets it to `*set`. Both may be null.
 int ClockTime(clockid_t id, const uint64_t* set, uint64_t* old);
 
 /// The processor-time clock of a thread of this process, or of a whole process (`tid` 0); `pid` 0 is this one. -1 and
