@@ -17,8 +17,8 @@ constexpr unsigned kLineTimersLeft = 85;
 // A search that takes more steps leaves a signpost for the next one.
 constexpr unsigned kStepsToSignpost = 16;
 
-// At 0 a timer is not registered.
-constexpr unsigned long long kFirstExpiry = 1;
+// At 0 a timer is not registered; and what is registered in a round is not due in it.
+constexpr unsigned long long kSoonestNs = 1;
 
 unsigned long long timeSinceBias() {
     const unsigned long long bias = VQOperatingSystem::getMonotonicBias();
@@ -56,7 +56,7 @@ void CLogicalTimerManager::registerTimer(CLogicalTimer& timer, unsigned int time
     }
     const unsigned long long timeNs = timeMs * VQTimerPulses::kNsPerMs;
     const unsigned long long now = timeSinceBias();
-    timer.mExpiry = std::max(now + timeNs, kFirstExpiry);
+    timer.mExpiry = now + std::max(timeNs, kSoonestNs);
     // Kept: logical-period-wraps. Modulo 2^32.
     timer.mPeriodNs = singleShot ? 0 : static_cast<unsigned int>(timeNs);
     // A single-shot timer that fired in this round is still in the list, and will be given its place at the end.
