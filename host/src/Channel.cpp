@@ -20,7 +20,8 @@ namespace {
 struct alignas(kCacheLine) {
     _sync lock;
     Message* freeMessages;
-} shared = {{0, 0}, nullptr};
+    Message* lastFree;
+} shared = {{0, 0}, nullptr, nullptr};
 
 // Messages lie in blocks that never move, since their receive ids outlive them.
 constexpr unsigned kBlockSize = 64;
@@ -42,13 +43,27 @@ void* allocateLines(size_t size) {
     return lines;
 }
 
+void addFirstFree(Message* message) {
+    if (shared.freeMessages == nullptr)
+        shared.lastFree = message;
+    message->next = shared.freeMessages;
+    shared.freeMessages = message;
+}
+
+void addLastFree(Message* message) {
+    message->next = nullptr;
+    if (shared.freeMessages == nullptr)
+        shared.freeMessages = message;
+    else
+        shared.lastFree->next = message;
+    shared.lastFree = message;
+}
+
 void addFreeMessages(Message* block, unsigned firstIndex) {
     for (unsigned i = kBlockSize; i-- > 0;) {
         block[i].index = firstIndex + i;
-        if (block[i].index != 0) {
-            block[i].next = shared.freeMessages;
-            shared.freeMessages = &block[i];
-        }
+        if (block[i].index != 0)
+            addFirstFree(&block[i]);
     }
 }
 
@@ -310,14 +325,10 @@ bool queuePulse(Channel* channel, int priority, int code, union sigval value, in
     return true;
 }
 
-void releasePulse(Channel* channel, QueuedPulse* pulse) {
-    pulse->next = channel->freePulses;
-    channel->freePulses = pulse;
-}
-
 void sayDisconnected(Channel* channel, int scoid, int priority) {
     if ((channel->flags & _NTO_CHF_DISCONNECT) == 0 || channel->isDestroyed)
         return;
+    queueExpiries(channel);
     sigval none;
     none.sival_ptr = nullptr;
     if (queuePulse(channel, priority, _PULSE_CODE_DISCONNECT, none, scoid))
@@ -331,6 +342,7 @@ Message* newMessage(Channel* channel) {
     shared.freeMessages = static_cast<Message*>(message->next);
     message->isPulse = false;
     message->isUnblockAsked = false;
+    message->isIdKept = false;
     message->users = 0;
     message->isOver = false;
     message->channel = channel;
@@ -342,8 +354,10 @@ void dropMessage(Message* message) {
     releaseChannel(message->channel);
     message->state = Message::State::FREE;
     message->generation = (message->generation + 1) % kGenerations;
-    message->next = shared.freeMessages;
-    shared.freeMessages = message;
+    if (message->isIdKept)
+        addLastFree(message);
+    else
+        addFirstFree(message);
 }
 
 int receiveIdOf(const Message* message) {
@@ -363,6 +377,7 @@ Message* findReceived(int rcvid) {
 Waker finishMessage(Message* message, int status, int error) {
     if (message->state == Message::State::QUEUED)
         takeFromQueue(message->channel, message);
+    message->isIdKept = message->state == Message::State::RECEIVED;
     message->state = Message::State::REPLIED;
     message->isOver = true;
     message->status = status;
@@ -400,13 +415,21 @@ void finishMessages(const Channel* channel, int coid, int error) {
     }
 }
 
-void askForRelease(Message* message) {
+QueuedPulse* newReleasePulse(Message* message) {
     message->isUnblockAsked = true;
     sigval id;
     id.sival_ptr = nullptr;
     id.sival_int = receiveIdOf(message);
-    if (queuePulse(message->channel, message->priority, _PULSE_CODE_UNBLOCK, id, message->info.scoid))
-        callReceiver(message->channel).make();
+    return newPulse(message->channel, message->priority, _PULSE_CODE_UNBLOCK, id, message->info.scoid);
+}
+
+void askForRelease(Message* message) {
+    QueuedPulse* const pulse = newReleasePulse(message);
+    if (pulse == nullptr)
+        return;
+    queueExpiries(message->channel);
+    queueArrival(message->channel, pulse);
+    callReceiver(message->channel).make();
 }
 
 }  // namespace host

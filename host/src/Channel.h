@@ -95,6 +95,7 @@ struct EntryQueue {
 };
 
 struct QueuedPulse : QueueEntry {
+    struct InLink* link;  // over which it came, as long as that lives; or null
     _pulse pulse;
 };
 
@@ -192,6 +193,7 @@ struct alignas(kCacheLine) Message : QueueEntry {
     unsigned generation;
     State state;
     bool isUnblockAsked;  // the pulse that asks for the sender's release was queued
+    bool isIdKept;        // by a receiver that has not replied: the id must not come back soon
     unsigned users;       // threads that copy from it or to its sender, without the lock
     bool isOver;          // its sender goes on, with the result below, as soon as there are no users
     int status;
@@ -286,12 +288,14 @@ inline bool isAnyAsleep(const Channel* channel) {
 unsigned beginSleep(Channel* channel, bool isInside, bool pulsesOnly);
 void endSleep(Channel* channel, bool isInside, bool pulsesOnly);
 
+/// Tells its sender, and forgets the link.
+void noteReceived(QueuedPulse* pulse);
 /// Null without memory.
 QueuedPulse* newPulse(Channel* channel, int priority, int code, union sigval value, int scoid);
 /// Queues the pulses of what has expired at the channel.
 inline void queueExpiries(Channel* channel) {
     if (channel->timers.count != 0)
-        queueDue(channel);
+        queueDue(channel, UINT64_MAX);
 }
 /// A new pulse or message takes its place.
 void queueArrival(Channel* channel, QueueEntry* entry);
@@ -301,7 +305,13 @@ inline void takeFromQueue(Channel* channel, QueueEntry* entry) {
 }
 /// False without memory.
 bool queuePulse(Channel* channel, int priority, int code, union sigval value, int scoid);
-void releasePulse(Channel* channel, QueuedPulse* pulse);
+/// One that was received.
+inline void releasePulse(Channel* channel, QueuedPulse* pulse) {
+    if (pulse->link != nullptr)
+        noteReceived(pulse);
+    pulse->next = channel->freePulses;
+    channel->freePulses = pulse;
+}
 /// Queues the pulse that says that a sender's connection is gone, where the channel wants to know.
 void sayDisconnected(Channel* channel, int scoid, int priority);
 
@@ -320,7 +330,9 @@ Waker endUse(Message* message);
 /// Ends the waits of all messages of a channel, or only of those that were sent on one connection of this process.
 void finishMessages(const Channel* channel, int coid, int error);
 constexpr int kAllConnections = -1;
-/// Queues the pulse that asks the receivers for the sender's release.
+/// The pulse that asks the receivers for the sender's release, not queued yet; null without memory.
+QueuedPulse* newReleasePulse(Message* message);
+/// Queues it.
 void askForRelease(Message* message);
 
 }  // namespace host

@@ -19,23 +19,54 @@ namespace {
 
 unsigned serials = 0;
 
-/// What one look has found, earliest first.
-struct Batch {
-    QueueEntry* first = nullptr;
-    QueueEntry* last = nullptr;
+/// What one look has found, chained by `next`. `arrival` is the time until the batch is queued.
+class Batch {
+public:
     uint64_t latest = UINT64_MAX;  // what was sent later stays where it is
 
-    /// Mostly called in the order of time. `arrival` is the time until the batch is queued.
-    void insert(QueueEntry* entry, uint64_t time) {
+    bool isEmpty() const { return mFirst == nullptr; }
+    void add(QueueEntry* entry, uint64_t time) {
         entry->arrival = time;
-        QueueEntry* after = last;
-        while (after != nullptr && after->arrival > time)
-            after = after->previous;
-        entry->previous = after;
-        entry->next = after != nullptr ? after->next : first;
-        (after != nullptr ? after->next : first) = entry;
-        (entry->next != nullptr ? entry->next->previous : last) = entry;
+        entry->next = nullptr;
+        *mEnd = entry;
+        mEnd = &entry->next;
+        ++mCount;
     }
+    /// Of all, the earliest first; equal ones as they were added. Sorts by merging, which leaves a few links' many
+    /// pulses no more expensive than one's.
+    QueueEntry* sorted() {
+        QueueEntry* rest = mFirst;
+        return take(rest, mCount);
+    }
+
+private:
+    /// The first `count` of the rest, sorted.
+    static QueueEntry* take(QueueEntry*& rest, size_t count) {
+        if (count <= 1) {
+            QueueEntry* const only = count == 0 ? nullptr : rest;
+            if (only != nullptr) {
+                rest = only->next;
+                only->next = nullptr;
+            }
+            return only;
+        }
+        QueueEntry* left = take(rest, count / 2);
+        QueueEntry* right = take(rest, count - count / 2);
+        QueueEntry* first;
+        for (QueueEntry** end = &first;; end = &(*end)->next) {
+            if (left == nullptr || right == nullptr) {
+                *end = left != nullptr ? left : right;
+                return first;
+            }
+            QueueEntry*& earlier = right->arrival < left->arrival ? right : left;
+            *end = earlier;
+            earlier = earlier->next;
+        }
+    }
+
+    QueueEntry* mFirst = nullptr;
+    QueueEntry** mEnd = &mFirst;
+    size_t mCount = 0;
 };
 
 int boundedPriority(int32_t priority) {
@@ -74,7 +105,8 @@ bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
         const bool wantsRelease = known->state == Message::State::RECEIVED && !known->isOver &&
                                   (word & kLaneState) == LANE_RECEIVED && load(shared.releaseWanted) == turn;
         if (wantsRelease && !known->isUnblockAsked)
-            askForRelease(known);
+            if (QueuedPulse* const pulse = newReleasePulse(known))
+                batch.add(pulse, nowNs(CLOCK_MONOTONIC));
         return true;
     }
     if ((word & kLaneState) != LANE_SENT)
@@ -125,13 +157,13 @@ bool collectMessage(InLink* link, unsigned lane, Batch& batch) {
     link->channel->sender = load(shared.sender);
     ++link->references;
     link->messages[lane] = message;
-    batch.insert(message, time);
+    batch.add(message, time);
     return true;
 }
 
 bool collectPulses(InLink* link, Batch& batch) {
     const uint32_t written = load(link->page->pulsesWritten);
-    if (written - link->pulsesRead > kSharedPulses)
+    if (written - link->pulsesRead > kSharedPulses - (link->pulsesRead - link->pulsesReceived))
         return false;
     if (link->pulsesRead != written)
         link->channel->sender = load(link->page->pulseSender);
@@ -147,8 +179,8 @@ bool collectPulses(InLink* link, Batch& batch) {
             newPulse(link->channel, boundedPriority(load(shared.priority)), load(shared.code), value, link->id);
         if (pulse == nullptr)
             break;  // they stay where they are
-        batch.insert(pulse, time);
-        __atomic_store_n(&link->page->pulsesRead, link->pulsesRead + 1, __ATOMIC_RELEASE);
+        pulse->link = link;
+        batch.add(pulse, time);
     }
     return true;
 }
@@ -180,14 +212,16 @@ bool collectFromAll(Channel* channel, Batch& batch) {
 bool queueArrived(Channel* channel) {
     Batch batch;
     bool isAnyBroken = collectFromAll(channel, batch);
-    if (batch.first != nullptr && channel->links->next != nullptr) {
+    if (!batch.isEmpty() && channel->links->next != nullptr) {
         // Before something that was found, its sender may have sent over another link, after that had been looked at.
         // It is there by now. What is sent from now on stays: of that, too, only the later part may be found.
         batch.latest = nowNs(CLOCK_MONOTONIC);
         isAnyBroken = collectFromAll(channel, batch);
     }
-    for (QueueEntry* entry = batch.first; entry != nullptr;) {
+    for (QueueEntry* entry = batch.sorted(); entry != nullptr;) {
         QueueEntry* const next = entry->next;
+        if (channel->timers.count != 0)
+            queueDue(channel, entry->arrival);
         queueArrival(channel, entry);
         entry = next;
     }
@@ -241,16 +275,39 @@ void callIfAnythingWaits(Channel* channel) {
         callAllReceivers(channel);
 }
 
+/// Those that wait stay in the queue, and count for no link any more.
+void forgetPulses(const InLink* link) {
+    uint32_t left = link->pulsesRead - link->pulsesReceived;
+    for (const EntryQueue::Ends& ends : link->channel->pulseEnds)
+        for (QueueEntry* entry = ends.first; left != 0 && entry != nullptr; entry = entry->next) {
+            QueuedPulse* const pulse = static_cast<QueuedPulse*>(entry);
+            if (pulse->link == link) {
+                pulse->link = nullptr;
+                --left;
+            }
+        }
+}
+
+/// As when a sender of this process leaves: who has received its message is told.
+void sayEnded(Message* message) {
+    if (message->state == Message::State::RECEIVED && !message->isOver && !message->isUnblockAsked &&
+        (message->channel->flags & _NTO_CHF_UNBLOCK) != 0 && !message->channel->isDestroyed)
+        askForRelease(message);
+}
+
 void dropInLink(InLink* link) {
     Channel* const channel = link->channel;
     // What was sent before the end still counts for pulses, which nobody waits for; and what others sent before them
     // comes first.
     if (link->page != nullptr && !channel->isDestroyed)
         queueArrived(channel);
+    forgetPulses(link);
     link->isDead = true;
     for (Message* const message : link->messages)
-        if (message != nullptr && message->state != Message::State::FREE && message->link == link)
+        if (message != nullptr && message->state != Message::State::FREE && message->link == link) {
+            sayEnded(message);
             finishMessage(message, -1, ESRCH);
+        }
     InLink** place = &channel->links;
     while (*place != link)
         place = &(*place)->next;
@@ -269,21 +326,17 @@ unsigned newLinkSerial() {
 
 int openToOthers(Channel* channel) {
     channel->serial = ++serials;
-    char name[48];
-    doorbellName(name, getpid(), channel->id, channel->serial);
-    Descriptor file(makeSegment(name, kDoorbellSize));
+    Door door = {getpid(), channel->id, 0, channel->flags};
+    Descriptor listener(listenFor(door));
+    if (!listener.isOpen())
+        return errno;
+    Descriptor file(makeDoorbell(door));
     if (!file.isOpen())
         return errno;
     void* const page = mapSegment(file.get(), 0, static_cast<size_t>(kDoorbellSize), channel->doorbell);
     if (page == nullptr)
         return ENOMEM;
     channel->doorbell = static_cast<Doorbell*>(page);
-    channel->doorbell->version = kSegmentVersion;
-    channel->doorbell->flags = channel->flags;
-    // Who connects looks at the flags, so these come first.
-    Descriptor listener(listenFor(getpid(), channel->id, channel->serial));
-    if (!listener.isOpen())
-        return errno;
     channel->listener = listener.get();
     if (!watchChannel(channel))
         return errno;
@@ -334,21 +387,23 @@ void collectFromOthers(Channel* channel) {
         dropBroken(channel);
 }
 
-bool acceptLinks(Channel* channel) {
-    for (;;) {
+Accepted acceptLinks(Channel* channel) {
+    constexpr int kAtOnce = 16;
+    for (int i = 0; i < kAtOnce; ++i) {
         // A link needs three descriptors: one that was accepted with less would cut its sender off.
         Descriptor forFile(placeFor(channel->listener));
         Descriptor forPeer(placeFor(channel->listener));
         Descriptor forSocket(placeFor(channel->listener));
         if (!forFile.isOpen() || !forPeer.isOpen() || !forSocket.isOpen())
-            return false;
+            return Accepted::NO_DESCRIPTORS;
         close(forSocket.release());  // also where the new one first gets the number of a closed standard stream
         Descriptor socket(accept4(channel->listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!socket.isOpen())
-            return errno == EAGAIN;
+            return errno == EAGAIN ? Accepted::ALL : Accepted::NO_DESCRIPTORS;
         close(forPeer.release());
         addLink(channel, socket, forFile);
     }
+    return Accepted::SOME;
 }
 
 bool readLink(InLink* link) {
@@ -496,6 +551,12 @@ Waker completeReply(Message* message) {
     message->link = nullptr;
     releaseLink(link);
     return waker;
+}
+
+void noteReceived(QueuedPulse* pulse) {
+    InLink* const link = pulse->link;
+    pulse->link = nullptr;
+    __atomic_store_n(&link->page->pulsesReceived, ++link->pulsesReceived, __ATOMIC_RELEASE);
 }
 
 void forgetLinks() {

@@ -28,7 +28,8 @@ struct InLink : Link {
     pid_t pid;
     int32_t coid;
     uint32_t pulsesRead;
-    bool isBroken;  // found to hold what no honest sender writes
+    uint32_t pulsesReceived;  // of those that were read; the others are in the channel's queue
+    bool isBroken;            // found to hold what no honest sender writes
     Message* messages[kLanes];
 };
 
@@ -61,8 +62,9 @@ inline void collect(Channel* channel) {
         collectFromOthers(channel);
 }
 
-/// For the watcher. New connections: false when one still waits, for want of descriptors.
-bool acceptLinks(Channel* channel);
+/// For the watcher. New connections, of which anybody may start as many as he likes: not all at once.
+enum class Accepted { ALL, SOME, NO_DESCRIPTORS };
+Accepted acceptLinks(Channel* channel);
 /// Data or the end of one: false when its file still waits, for the same reason.
 bool readLink(InLink* link);
 void readLateLinks(Channel* channel);
@@ -100,8 +102,11 @@ inline bool isOnly(const ArmedTimeout& timeout, unsigned state) {
 /// first.
 inline void allowForWaking(ArmedTimeout& timeout) {
     constexpr uint64_t kWakingNs = kNsPerSecond;
-    if (timeout.deadline.isImmediate() && isOnly(timeout, _NTO_TIMEOUT_SEND))
-        timeout.deadline = {nowNs(CLOCK_MONOTONIC) + kWakingNs};
+    if (!isOnly(timeout, _NTO_TIMEOUT_SEND))
+        return;
+    const uint64_t awake = nowNs(CLOCK_MONOTONIC) + kWakingNs;
+    if (timeout.deadline.ns < awake)
+        timeout.deadline = {awake};
 }
 
 struct SendResult {

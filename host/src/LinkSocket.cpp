@@ -1,13 +1,16 @@
 #include "LinkSocket.h"
 
+#include "Deadline.h"
 #include "Descriptor.h"
+#include "Segment.h"
 
 #include <dirent.h>
 #include <errno.h>
+#include <inttypes.h>
 #include <poll.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
+#include <sys/random.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 
@@ -25,13 +28,20 @@ struct Address {
     socklen_t length;
 };
 
-Address addressOf(pid_t pid, int chid, unsigned serial) {
+Address addressOf(const Door& door) {
     Address address = {};
     address.name.sun_family = AF_UNIX;
-    const int length = snprintf(address.name.sun_path + 1, sizeof(address.name.sun_path) - 1, "nto.%d.%d.%u",
-                                static_cast<int>(pid), chid, serial);
+    const int length = snprintf(address.name.sun_path + 1, sizeof(address.name.sun_path) - 1, "nto.%d.%d.%x",
+                                static_cast<int>(door.pid), door.chid, door.key);
     address.length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1) + static_cast<socklen_t>(length);
     return address;
+}
+
+uint32_t newKey() {
+    uint32_t key;
+    if (getrandom(&key, sizeof(key), GRND_NONBLOCK) != sizeof(key))
+        key = static_cast<uint32_t>(nowNs(CLOCK_MONOTONIC));
+    return key;
 }
 
 int openSocket() {
@@ -53,53 +63,93 @@ int descriptorIn(const msghdr& message) {
     return descriptor;
 }
 
+struct Search {
+    int found;
+    int error;       // where nothing was found
+    bool hasLooked;  // there was something to look at
+};
+
+/// Looks for a channel's doorbell among the descriptors in a folder, and completes what is known of its door.
+Search searchIn(const char* folder, Door& door) {
+    char wanted[64], linked[96];
+    // The process may have other channels' doorbells open for a moment, too: its own have its id.
+    const size_t length = static_cast<size_t>(
+        snprintf(wanted, sizeof(wanted), "/memfd:nto-channel-%d-%d-", static_cast<int>(door.pid), door.chid));
+    Search search = {-1, ESRCH, false};
+    DIR* const descriptors = opendir(folder);
+    if (descriptors == nullptr) {
+        search.error = errno;
+        return search;
+    }
+    for (const dirent* entry; search.found < 0 && (entry = readdir(descriptors)) != nullptr;) {
+        const ssize_t size = readlinkat(dirfd(descriptors), entry->d_name, linked, sizeof(linked) - 1);
+        search.hasLooked |= size >= 0;
+        if (size <= static_cast<ssize_t>(length) || memcmp(linked, wanted, length) != 0)
+            continue;
+        linked[size] = '\0';
+        if (sscanf(linked + length, "%" SCNx32 "-%" SCNx32, &door.key, &door.flags) != 2)
+            continue;
+        Descriptor candidate(openat(dirfd(descriptors), entry->d_name, O_RDWR | O_CLOEXEC));
+        if (!candidate.isOpen())
+            search.error = errno;
+        else if (isSegment(candidate.get(),
+                           kDoorbellSize))  // its clients' files, whose names they choose, are larger
+            search.found = candidate.release();
+    }
+    closedir(descriptors);
+    return search;
+}
+
 }  // namespace
 
-void doorbellName(char (&name)[48], pid_t pid, int chid, unsigned serial) {
-    snprintf(name, sizeof(name), "nto-channel-%d-%d-%u", static_cast<int>(pid), chid, serial);
+int makeDoorbell(const Door& door) {
+    char name[64];
+    snprintf(name, sizeof(name), "nto-channel-%d-%d-%x-%x", static_cast<int>(door.pid), door.chid, door.key,
+             door.flags);
+    return makeSegment(name, kDoorbellSize);
 }
 
-int listenFor(pid_t pid, int chid, unsigned serial) {
-    const Address address = addressOf(pid, chid, serial);
+int openDoorbell(Door& door) {
+    char folder[64];
+    snprintf(folder, sizeof(folder), "/proc/%d/fd", static_cast<int>(door.pid));
+    Search search = searchIn(folder, door);
+    if (search.hasLooked) {
+        errno = search.error;
+        return search.found;
+    }
+    // There is nothing to see there of a process whose first thread has ended. The others' descriptors are the same.
+    snprintf(folder, sizeof(folder), "/proc/%d/task", static_cast<int>(door.pid));
+    DIR* const threads = opendir(folder);
+    for (const dirent* entry; threads != nullptr && !search.hasLooked && (entry = readdir(threads)) != nullptr;) {
+        snprintf(folder, sizeof(folder), "/proc/%d/task/%.16s/fd", static_cast<int>(door.pid), entry->d_name);
+        if (entry->d_name[0] != '.')
+            search = searchIn(folder, door);
+    }
+    if (threads != nullptr)
+        closedir(threads);
+    errno = search.error;
+    return search.found;
+}
+
+int listenFor(Door& door) {
     Descriptor listener(openSocket());
-    if (!listener.isOpen() || bind(listener.get(), plain(address), address.length) != 0 ||
-        listen(listener.get(), kBacklog) != 0)
+    if (!listener.isOpen())
         return -1;
-    return listener.release();
+    int result;
+    do {
+        door.key = newKey();
+        const Address address = addressOf(door);
+        result = bind(listener.get(), plain(address), address.length);
+    } while (result != 0 && errno == EADDRINUSE);
+    return result == 0 && listen(listener.get(), kBacklog) == 0 ? listener.release() : -1;
 }
 
-int connectTo(pid_t pid, int chid, unsigned serial) {
-    const Address address = addressOf(pid, chid, serial);
+int connectTo(const Door& door) {
+    const Address address = addressOf(door);
     Descriptor connected(openSocket());
     if (!connected.isOpen() || connect(connected.get(), plain(address), address.length) != 0)
         return -1;
     return connected.release();
-}
-
-int openDoorbell(pid_t pid, int chid, unsigned& serial) {
-    char folder[48], wanted[64], linked[96];
-    snprintf(folder, sizeof(folder), "/proc/%d/fd", static_cast<int>(pid));
-    // The process may have other channels' doorbells open for a moment, too: its own have its id.
-    const size_t length = static_cast<size_t>(
-        snprintf(wanted, sizeof(wanted), "/memfd:nto-channel-%d-%d-", static_cast<int>(pid), chid));
-    DIR* const descriptors = opendir(folder);
-    if (descriptors == nullptr)
-        return -1;
-    int found = -1;
-    int error = ESRCH;
-    while (const dirent* const entry = readdir(descriptors)) {
-        const ssize_t size = readlinkat(dirfd(descriptors), entry->d_name, linked, sizeof(linked) - 1);
-        if (size <= static_cast<ssize_t>(length) || memcmp(linked, wanted, length) != 0)
-            continue;
-        linked[size] = '\0';
-        serial = static_cast<unsigned>(strtoul(linked + length, nullptr, 10));
-        found = aboveStandardStreams(openat(dirfd(descriptors), entry->d_name, O_RDWR | O_CLOEXEC));
-        error = errno;
-        break;
-    }
-    closedir(descriptors);
-    errno = error;
-    return found;
 }
 
 bool peerOf(int socket, ucred& peer) {

@@ -1,22 +1,32 @@
 // LinkSocket: the sockets and names by which processes find each other's channels.
-//   A channel's doorbell is a file in memory that its process keeps open under a name that has its id, the channel's
-//   id and the serial: who may look into that process opens it from there, and nobody in it needs to run. The channel listens at
-//   an abstract name made of the process's id and both numbers. The serial keeps it apart from an earlier channel of
-//   the same id, whose socket a forked child may not have closed yet.
+//   A channel's doorbell is a file in memory that its process keeps open: who may look into that process opens it from
+//   there, by its name, and nobody in it needs to run. The channel listens at an abstract name, which anybody may take;
+//   but nobody knows the key in it before. The key also keeps the channel apart from an earlier one of the same id, whose
+//   socket a forked child may not have closed yet.
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 
 namespace host {
 
-void doorbellName(char (&name)[48], pid_t pid, int chid, unsigned serial);
+/// What is in the names of a channel.
+struct Door {
+    pid_t pid;
+    int chid;
+    uint32_t key;
+    uint32_t flags;  // the channel's: what its process says here nobody else can change
+};
 
 /// These give a descriptor, or -1 and errno.
-int listenFor(pid_t pid, int chid, unsigned serial);
-int connectTo(pid_t pid, int chid, unsigned serial);
-int openDoorbell(pid_t pid, int chid, unsigned& serial);
+int makeDoorbell(const Door& door);
+/// Of a channel of another process; fills in the rest of `door`.
+int openDoorbell(Door& door);
+/// Chooses the key.
+int listenFor(Door& door);
+int connectTo(const Door& door);
 
 bool peerOf(int socket, ucred& peer);
 /// What becomes readable when the process at the other end has ended.

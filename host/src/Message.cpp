@@ -1,5 +1,6 @@
 #include "Connection.h"
 #include "ErrnoKeeper.h"
+#include "Look.h"
 #include "ThreadState.h"
 #include "Watcher.h"
 
@@ -102,8 +103,8 @@ void waitForReply(LocalSender& sender, ArmedTimeout timeout, ProcessorHint recei
 
 /// Queues what has arrived by now, before something else does or somebody looks.
 void update(Channel* channel) {
+    collect(channel);  // and what fell due in between
     queueExpiries(channel);
-    collect(channel);
 }
 
 /// Gives the message to the receiver that looks for one, as it would take it from the queue itself. A short one comes
@@ -131,6 +132,12 @@ bool handOver(Channel* channel, Message* message) {
     --channel->references;  // the receiver's; the message has its own
     callLooking(channel, LookingReceiver::HANDED);
     return true;
+}
+
+/// Whether one of the receivers that wait takes messages.
+bool isMessageAwaited(const Channel* channel) {
+    return channel->isSpunAt || (channel->looking != nullptr && channel->looking->takesMessages) ||
+           channel->asleepInside + channel->asleepOutside > channel->asleepForPulses;
 }
 
 SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& request, const Parts& reply,
@@ -162,8 +169,9 @@ SendResult sendHere(ChannelGuard& guard, Connection* connection, const Parts& re
     if (handOver(channel, message)) {
         guard.unlock();
     } else {
+        const bool isWanted = isMessageAwaited(channel);
         queueArrival(channel, message);
-        if (callReceiver(channel).makeWithout(guard))
+        if (callReceiver(channel).makeWithout(guard) && isWanted)
             allowForWaking(timeout);
     }
     waitForReply(sender, timeout, lastReceiver, sending);
@@ -463,13 +471,15 @@ Deadline earlier(Deadline one, Deadline other) {
 /// How long a receiver may sleep.
 Deadline sleepUntil(Channel* channel, bool inside, Deadline deadline) {
     const bool hasTimers = channel->timers.count != 0;
-    if (isWatching() && !hasTimers)
+    if (inside && isWatching() && !hasTimers)
         return deadline;
     // Where some milliseconds less do not matter, the clock that is read in a fraction of the time.
     const uint64_t now = nowNs(hasTimers ? CLOCK_MONOTONIC : CLOCK_MONOTONIC_COARSE);
     Deadline limit = earlier(lookAtDoor(channel, now), deadline);
     if (inside && !isWatching())
         limit = earlier({now + kInsideNs}, limit);
+    if (!inside)
+        limit = earlier({now + kLookAfterNs}, limit);
     return hasTimers ? earlier(wakingTime(channel->timers, now), limit) : limit;
 }
 
@@ -649,8 +659,8 @@ int reply(int rcvid, int status, int error, Buffers given) {
         keeper.report(EAGAIN);
         return -1;
     }
+    message->state = Message::State::REPLIED;
     if (answer.length != 0) {
-        message->state = Message::State::REPLIED;
         ++message->users;
         noteReplied(message, copyAside(guard, lesser(place.length, answer.length), [&] {
                         return message->sender != nullptr ? copyParts(place, 0, answer, 0)
@@ -717,7 +727,8 @@ int writeReply(int rcvid, Buffers given, int offset) {
     Parts place;
     const size_t begin = static_cast<size_t>(offset);
     size_t copied = 0;
-    if (replyPlace(message, storage, place) && begin < place.length) {
+    const bool hasPlace = replyPlace(message, storage, place);
+    if (hasPlace && begin < place.length) {
         if (message->sender == nullptr && begin > message->replyLength)
             memset(static_cast<char*>(storage.iov_base) + message->replyLength, 0, begin - message->replyLength);
         copied = copyParts(place, begin, from, 0);
@@ -725,7 +736,10 @@ int writeReply(int rcvid, Buffers given, int offset) {
     }
     if (message->sender == nullptr)
         unclaimReply(message);
-    return static_cast<int>(copied);
+    if (hasPlace)
+        return static_cast<int>(copied);
+    keeper.report(EAGAIN);
+    return -1;
 }
 
 }  // namespace

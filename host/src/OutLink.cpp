@@ -3,6 +3,7 @@
 #include "Descriptor.h"
 #include "Ending.h"
 #include "LinkSocket.h"
+#include "Look.h"
 #include "Watcher.h"
 
 #include <errno.h>
@@ -34,14 +35,17 @@ void stopWaiting(void* what) {
 
 /// A free lane with enough room, or -1 and why not. Waits for one with the lock given up.
 int takeLane(ChannelGuard& guard, OutLink* link, size_t room, Deadline deadline, int& error) {
-    const uint64_t roomy = room <= kMaxShort ? ~uint64_t(0) : (uint64_t(1) << kLongLanes) - 1;
+    constexpr uint64_t kLong = (uint64_t(1) << kLongLanes) - 1;
+    const uint64_t roomy = room <= kMaxShort ? ~uint64_t(0) : kLong;
+    const uint64_t best =
+        room <= kMaxShort - kBeginBelow ? ~kLong : kLong;  // which leaves the others to longer ones
     for (error = 0;;) {
         if (link->isDead) {
             error = link->deathError;
             return -1;
         }
         if (const uint64_t free = ~link->busyLanes & roomy; free != 0) {
-            const int lane = __builtin_ctzll(free);
+            const int lane = __builtin_ctzll((free & best) != 0 ? free & best : free);
             link->busyLanes |= uint64_t(1) << lane;
             return lane;
         }
@@ -64,12 +68,14 @@ int takeLane(ChannelGuard& guard, OutLink* link, size_t room, Deadline deadline,
     }
 }
 
-void freeLane(OutLink* link, unsigned lane) {
+void freeLane(ChannelGuard& guard, OutLink* link, unsigned lane) {
     if (link->requests[lane].size > kSmallWindow || link->replies[lane].size > kSmallWindow) {
+        guard.unlock();  // it takes milliseconds
         link->requests[lane].trim();
         link->replies[lane].trim();
         fallocate64(link->file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, requestOffset(lane),
                     off64_t(2) * laneRoom(lane));
+        guard.lock();
     }
     link->busyLanes &= ~(uint64_t(1) << lane);
     __atomic_fetch_add(&link->lanesFreed, 1, __ATOMIC_RELEASE);
@@ -118,7 +124,10 @@ int waitForReply(const Sending& self, const ArmedTimeout& timeout, bool isInterr
                                                                __ATOMIC_RELAXED))
                 continue;
             word = asleep;
-            error = self.unfinished->during([&] { return futexWait(&shared.word, word, Sharing::SHARED, limit); });
+            const Deadline look = nextLook(limit, Sharing::SHARED);
+            error = self.unfinished->during([&] { return futexWait(&shared.word, word, Sharing::SHARED, look); });
+            if (error == ETIMEDOUT && look.ns < limit.ns)
+                continue;
         }
         isInterrupted |= error == EINTR;
         if (!mayLeave || (error != EINTR && error != ETIMEDOUT))
@@ -148,8 +157,8 @@ uint32_t beginOf(const Parts& run, size_t length, unsigned lane) {
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(run.parts->iov_base) % kBeginBelow);
 }
 
-void endSending(const Sending& self) {
-    freeLane(self.link, self.lane);
+void endSending(ChannelGuard& guard, const Sending& self) {
+    freeLane(guard, self.link, self.lane);
     releaseLink(self.link);
 }
 
@@ -158,8 +167,8 @@ void endSending(const Sending& self) {
 void leaveForGood(void* what) {
     const Sending& self = *static_cast<Sending*>(what);
     waitForReply(self, ArmedTimeout{0, Deadline::never()}, /*isInterrupted*/ true);
-    const ChannelGuard guard;
-    endSending(self);
+    ChannelGuard guard;
+    endSending(guard, self);
 }
 
 SendResult exchange(Sending& self, const Parts& request, const Parts& reply, ArmedTimeout timeout, int priority) {
@@ -203,13 +212,11 @@ SendResult exchange(Sending& self, const Parts& request, const Parts& reply, Arm
 int newOutLink(pid_t pid, int chid, OutLink*& link) {
     if (pid < 0 || chid <= 0)
         return ESRCH;
-    unsigned serial = 0;
-    Descriptor door(openDoorbell(pid, chid, serial));
-    if (!door.isOpen())
+    Door door = {pid, chid, 0, 0};
+    Descriptor doorbell(openDoorbell(door));
+    if (!doorbell.isOpen())
         return errno == EACCES ? EPERM : errno == ENOENT || errno == ESRCH ? ESRCH : EAGAIN;
-    if (!isSegment(door.get(), kDoorbellSize))
-        return ESRCH;
-    Descriptor socket(connectTo(pid, chid, serial));
+    Descriptor socket(connectTo(door));
     if (!socket.isOpen())
         return errno == ECONNREFUSED ? ESRCH : EAGAIN;
     ucred peer;
@@ -227,7 +234,7 @@ int newOutLink(pid_t pid, int chid, OutLink*& link) {
     OutLink* const made = static_cast<OutLink*>(calloc(1, sizeof(OutLink)));
     if (made == nullptr)
         return EAGAIN;
-    made->doorbell = static_cast<Doorbell*>(mapSegment(door.get(), 0, static_cast<size_t>(kDoorbellSize)));
+    made->doorbell = static_cast<Doorbell*>(mapSegment(doorbell.get(), 0, static_cast<size_t>(kDoorbellSize)));
     made->page = static_cast<LinkPage*>(mapSegment(file.get(), 0, kLinkPageSize));
     if (made->doorbell == nullptr || made->page == nullptr) {
         if (made->doorbell != nullptr)
@@ -239,7 +246,7 @@ int newOutLink(pid_t pid, int chid, OutLink*& link) {
     }
     made->isOutgoing = true;
     made->references = 1;
-    made->hasUnblock = (load(made->doorbell->flags) & _NTO_CHF_UNBLOCK) != 0;
+    made->hasUnblock = (door.flags & _NTO_CHF_UNBLOCK) != 0;
     made->file = file.release();
     made->socket = socket.release();
     made->peer = process.release();
@@ -307,14 +314,14 @@ SendResult sendOver(ChannelGuard& guard, OutLink* link, const Parts& request, co
     guard.unlock();
     result = exchange(self, request, reply, timeout, priority);
     guard.lock();
-    endSending(self);
+    endSending(guard, self);
     return result;
 }
 
 int pulseOver(ChannelGuard& guard, OutLink* link, int priority, int code, int value) {
     if (link->isDead)
         return EBADF;
-    if (link->pulsesWritten - load(link->page->pulsesRead) >= kSharedPulses)
+    if (link->pulsesWritten - load(link->page->pulsesReceived) >= kSharedPulses)
         return EAGAIN;
     SharedPulse& pulse = link->page->pulses[link->pulsesWritten % kSharedPulses];
     link->page->pulseSender = thisProcessor();

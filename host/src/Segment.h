@@ -6,7 +6,8 @@
 //             message at a time, and a ring of pulses; then for each lane a window for the message and one for the
 //             reply. The file is sparse: only what was used takes memory.
 //   Trust     neither side believes the other. Each field is read once; lengths are bounded by what the reader knows
-//             itself; nothing is an address. The files are sealed against shrinking, so touching them never faults.
+//             itself; nothing is an address. The files are sealed against shrinking, so touching them does not fault
+//             while there is memory. Nor does who sleeps on a word trust that the other side wakes it.
 #pragma once
 
 #include "Futex.h"
@@ -18,13 +19,11 @@
 
 namespace host {
 
-constexpr uint32_t kSegmentVersion = 0x4e544f02;
+constexpr uint32_t kSegmentVersion = 0x4e544f03;
 
 // What is written by different sides lies in different cache lines.
 // NOLINTBEGIN(clang-analyzer-optin.performance.Padding)
 struct Doorbell {
-    uint32_t version;
-    uint32_t flags;             // of the channel
     uint32_t knock;             // somebody connected, and may not have been accepted yet
     alignas(64) uint32_t word;  // the receivers that wait, as below, and the number of arrivals
 };
@@ -103,8 +102,8 @@ struct LinkPage {
     int32_t coid;
     alignas(64) uint32_t ready[kLanes / 32];  // lanes that were sent or want release
     uint32_t pulsesWritten;
-    ProcessorHint pulseSender;  // where the last pulse came from
-    alignas(64) uint32_t pulsesRead;
+    ProcessorHint pulseSender;            // where the last pulse came from
+    alignas(64) uint32_t pulsesReceived;  // so many fewer wait
     Lane lanes[kLanes];
     SharedPulse pulses[kSharedPulses];
 };

@@ -178,11 +178,14 @@ void TimerHeap::disarm(Timer* timer) {
         siftDown(index, last);
 }
 
-void queueDue(Channel* channel) {
+void queueDue(Channel* channel, uint64_t until) {
     const ErrnoKeeper keeper;
     TimerHeap& heap = channel->timers;
+    if (heap.next().ns > until)
+        return;
     const uint64_t now = nowNs(CLOCK_MONOTONIC);
-    while (heap.next().ns <= now) {
+    const uint64_t last = until < now ? until : now;
+    while (heap.next().ns <= last) {
         Timer* const timer = heap.timers[0];
         queuePulseOf(timer);
         heap.disarm(timer);

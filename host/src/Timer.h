@@ -49,8 +49,8 @@ private:
     void put(unsigned index, Timer* timer);
 };
 
-/// Queues the pulses of what has expired at the channel, where a timer is armed. Leaves errno alone.
-void queueDue(Channel* channel);
+/// Queues the pulses of what has expired at the channel, up to a time, where a timer is armed. Leaves errno alone.
+void queueDue(Channel* channel, uint64_t until);
 
 /// Until when a thread may sleep that waits for the next expiry, of which there is one. It is given exact timers:
 /// Linux otherwise lets it sleep some 50 microseconds more. What expires that soon is served together, though.

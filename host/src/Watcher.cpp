@@ -19,6 +19,7 @@ namespace {
 int events = -1;
 int news = -1;  // always readable, and watched for that once the leader is gone
 bool isLeaderGone = false;
+bool isPauseDue = false;  // before the thread takes the lock again
 
 // What an event speaks of, in 64 bits: kind, id, and the serial that tells an object from an earlier one.
 enum Kind : unsigned { LISTENER, SOCKET, PROCESS, LEADER };
@@ -28,11 +29,27 @@ uint64_t keyOf(Kind kind, int id, unsigned serial) {
     return uint64_t(serial) << 32 | static_cast<unsigned>(id) << kKindBits | kind;
 }
 
-bool watch(int descriptor, uint32_t what, uint64_t key) {
+bool watch(int descriptor, uint32_t what, uint64_t key, int how = EPOLL_CTL_ADD) {
     epoll_event event = {};
     event.events = what;
     event.data.u64 = key;
-    return epoll_ctl(events, EPOLL_CTL_ADD, descriptor, &event) == 0;
+    return epoll_ctl(events, how, descriptor, &event) == 0;
+}
+
+/// Says once for each new connection that there is one: one that cannot be accepted does not keep the thread busy.
+bool watchListener(const Channel* channel, int how) {
+    return watch(channel->listener, EPOLLIN | EPOLLET, keyOf(LISTENER, channel->id, channel->serial), how);
+}
+
+/// New connections. When they are many, the others have the lock for a while before more are accepted. False when one
+/// waits for want of descriptors.
+bool letIn(Channel* channel) {
+    const Accepted accepted = acceptLinks(channel);
+    if (accepted == Accepted::SOME) {
+        isPauseDue = true;
+        watchListener(channel, EPOLL_CTL_MOD);  // says again that there are some
+    }
+    return accepted != Accepted::NO_DESCRIPTORS;
 }
 
 void handle(uint64_t key) {
@@ -42,7 +59,7 @@ void handle(uint64_t key) {
     if (kind == LISTENER) {
         Channel* const channel = channels.find(id);
         if (channel != nullptr && channel->serial == serial)
-            acceptLinks(channel);
+            letIn(channel);
         return;
     }
     if (kind == LEADER)
@@ -65,7 +82,7 @@ bool lookAround() {
         if (channel == nullptr)
             continue;
         readLateLinks(channel);
-        isWorthIt |= !acceptLinks(channel);
+        isWorthIt |= !letIn(channel);
         if (channel->links == nullptr)
             continue;
         isWorthIt = true;
@@ -94,6 +111,7 @@ void* endProcess(void*) {
 }
 
 constexpr uint64_t kNsPerMs = 1000000;
+constexpr useconds_t kPauseUs = 1000;
 
 /// For epoll_wait: until `time`, and not shorter.
 int msUntil(uint64_t time) {
@@ -109,6 +127,9 @@ void* run(void* argument) {
         const int count = epoll_wait(queue, found, 16, mustLook ? msUntil(nextLook) : -1);
         if (count < 0 && errno != EINTR)
             usleep(kLookAfterNs / 1000);  // the program has closed what it had not opened
+        if (isPauseDue)
+            usleep(kPauseUs);
+        isPauseDue = false;
         const ChannelGuard guard;
         for (int i = 0; i < count; ++i)
             handle(found[i].data.u64);
@@ -179,11 +200,8 @@ bool startWatcher() {
 }
 
 bool watchChannel(const Channel* channel) {
-    // Once for each new connection: one that cannot be accepted does not keep the thread busy.
-    // Nor does one whose descriptor the program has closed.
-    return !isWatching() ||
-           watch(channel->listener, EPOLLIN | EPOLLET, keyOf(LISTENER, channel->id, channel->serial)) ||
-           (errno != ENOMEM && errno != ENOSPC);
+    // One whose descriptor the program has closed is as good as watched.
+    return !isWatching() || watchListener(channel, EPOLL_CTL_ADD) || (errno != ENOMEM && errno != ENOSPC);
 }
 
 bool watchSocket(const Link* link) {

@@ -15,6 +15,7 @@
 #include <random>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -25,14 +26,14 @@ using namespace host;
 /// Plays a sender by hand. It runs in a process of its own, whose parent has the channel.
 struct Hostile {
     explicit Hostile(int chid, off64_t size = kLinkSize) : file(makeSegment("hostile", size)) {
-        unsigned serial = 0;
-        const int door = openDoorbell(getppid(), chid, serial);
-        socket = connectTo(getppid(), chid, serial);
+        Door door = {getppid(), chid, 0, 0};
+        const int bell = openDoorbell(door);
+        socket = connectTo(door);
         EXPECT_GE(socket, 0);
         EXPECT_GE(file, 0);
         page = static_cast<LinkPage*>(mapSegment(file, 0, kLinkPageSize));
         page->version = kSegmentVersion;
-        doorbell = static_cast<Doorbell*>(mapSegment(door, 0, static_cast<size_t>(kDoorbellSize)));
+        doorbell = static_cast<Doorbell*>(mapSegment(bell, 0, static_cast<size_t>(kDoorbellSize)));
     }
     void connect() {
         EXPECT_TRUE(sendFile(socket, file));
@@ -79,6 +80,18 @@ struct Hostile {
     LinkPage* page;
     Doorbell* doorbell;
 };
+
+/// As the process keeps it.
+std::string nameOfDoorbell(pid_t process, int chid) {
+    const std::string begin = "/memfd:nto-channel-" + std::to_string(process) + '-' + std::to_string(chid) + '-';
+    for (const auto& file : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/fd")) {
+        std::error_code error;
+        const std::string linked = std::filesystem::read_symlink(file, error).string();
+        if (linked.rfind(begin, 0) == 0)
+            return linked.substr(sizeof "/memfd:" - 1, linked.find(' ') - (sizeof "/memfd:" - 1));
+    }
+    return {};
+}
 
 class MessageHostile : public testing::Test {
 protected:
@@ -256,7 +269,7 @@ TEST_F(MessageHostile, MayClaimAnyPriorityTimeAndReader) {
             lane.time = ~0ull;
             lane.requestLength = 5;
             lane.replyRoom = 5;
-            liar.page->pulsesRead = 12345;
+            liar.page->pulsesReceived = 12345;
             liar.sendLane(0, turn += kLaneTurn);
             for (int i = 0; i < 2000 && (__atomic_load_n(&lane.word, __ATOMIC_ACQUIRE) & 7) != LANE_REPLIED; ++i)
                 std::this_thread::sleep_for(1ms);
@@ -379,6 +392,60 @@ TEST_F(MessageHostile, CannotSilenceOthersByTheDoorbell) {
     close(ready[1]);
 }
 
+// The kernel lets anybody who has a word move those who sleep on it to another one.
+TEST_F(MessageHostile, CannotSilenceOthersByMovingTheirSleepers) {
+    meet([](int chid) {
+        Hostile mover(chid);
+        mover.connect();
+        std::this_thread::sleep_for(
+            100ms);  // until the receiver sleeps on the doorbell, since somebody is connected
+        static unsigned elsewhere = 0;
+        waitUntilSleeping(getppid());
+        EXPECT_EQ(1, syscall(SYS_futex, &mover.doorbell->word, FUTEX_REQUEUE, 0, INT_MAX, &elsewhere, 0));
+    });
+}
+
+TEST_F(MessageHostile, DoesNotHideTheDoorbellBehindAFileOfItsOwn) {
+    meet([](int chid) {
+        const pid_t server = getppid();
+        Door door = {server, chid, 0, 0};
+        ASSERT_GE(openDoorbell(door), 0);
+        Hostile liar(chid);
+        liar.file = makeSegment(nameOfDoorbell(server, chid).c_str(), kLinkSize);
+        liar.page = static_cast<LinkPage*>(mapSegment(liar.file, 0, kLinkPageSize));
+        liar.page->version = kSegmentVersion;
+        liar.connect();
+        while (!isConnectedTo(server))
+            std::this_thread::sleep_for(1ms);
+        std::this_thread::sleep_for(100ms);  // until its file is there
+        Door again = {server, chid, 0, 0};
+        EXPECT_GE(openDoorbell(again), 0);
+        EXPECT_EQ(door.key, again.key);
+        EXPECT_EQ(door.flags, again.flags);
+    });
+}
+
+TEST_F(MessageHostile, CannotChangeWhatOthersKnowOfTheChannel) {
+    OwnChannel own(_NTO_CHF_UNBLOCK);
+    meet([&own](int) {
+        Hostile vandal(own.chid);
+        std::memset(static_cast<void*>(vandal.doorbell), 0, sizeof *vandal.doorbell);
+    });
+    support::ChildProcess honest([server = getpid(), chid = own.chid] {
+        const int coid = ConnectAttach(0, server, chid, _NTO_SIDE_CHANNEL, 0);
+        armFor(_NTO_TIMEOUT_REPLY, 1);
+        EXPECT_EQ((Outcome{9, 0}), sendNothing(coid)) << "it waits for its release";
+    });
+    const int id = receiveSoon(own.chid);
+    ASSERT_GT(id, 0);
+    _pulse pulse = {};
+    EXPECT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    EXPECT_EQ(_PULSE_CODE_UNBLOCK, pulse.code);
+    EXPECT_EQ(0, MsgReply(id, 9, nullptr, 0));
+    const auto result = honest.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
 TEST_F(MessageHostile, ConnectionsThatSayNothingDoNoHarm) {
     int ready[2];
     ASSERT_EQ(0, pipe(ready));
@@ -440,11 +507,9 @@ TEST(MessageHostileServer, EndsItsOwnClientsCallsOnly) {
     ASSERT_EQ(0, pipe(ready));
     ASSERT_EQ(0, pipe(ofHonest));
     support::ChildProcess hostile([&] {
-        const int listener = listenFor(getpid(), 1, 5);
-        char name[48];
-        doorbellName(name, getpid(), 1, 5);
-        const int door = makeSegment(name, kDoorbellSize);
-        EXPECT_GE(door, 0);
+        Door door = {getpid(), 1, 0, 0};
+        const int listener = listenFor(door);
+        EXPECT_GE(makeDoorbell(door), 0);
         EXPECT_EQ(1, write(ready[1], "r", 1));
         pollfd connection = {listener, POLLIN, 0};
         poll(&connection, 1, 10000);
@@ -453,7 +518,7 @@ TEST(MessageHostileServer, EndsItsOwnClientsCallsOnly) {
         poll(&data, 1, 10000);
         const int file = receiveFile(socket);
         LinkPage* const page = static_cast<LinkPage*>(mapSegment(file, 0, kLinkPageSize));
-        Lane& lane = page->lanes[0];
+        Lane& lane = page->lanes[kLongLanes];  // which short messages take first
         for (int i = 0; i < 10000 && (__atomic_load_n(&lane.word, __ATOMIC_ACQUIRE) & 7) != LANE_SENT; ++i)
             usleep(1000);
         const uint32_t turn = lane.word & ~kLaneFlags;
@@ -503,6 +568,42 @@ TEST(MessageHostileServer, EndsItsOwnClientsCallsOnly) {
         close(end);
 }
 
+// Wherever the server has moved it to, the sleeper notices the server's end.
+TEST(MessageHostileServer, CannotKeepAClientThatItHasMoved) {
+    int ready[2];
+    ASSERT_EQ(0, pipe(ready));
+    support::ChildProcess hostile([&] {
+        Door door = {getpid(), 1, 0, 0};
+        const int listener = listenFor(door);
+        EXPECT_GE(makeDoorbell(door), 0);
+        EXPECT_EQ(1, write(ready[1], "r", 1));
+        pollfd connection = {listener, POLLIN, 0};
+        poll(&connection, 1, 10000);
+        const int socket = accept(listener, nullptr, nullptr);
+        pollfd data = {socket, POLLIN, 0};
+        poll(&data, 1, 10000);
+        LinkPage* const page = static_cast<LinkPage*>(mapSegment(receiveFile(socket), 0, kLinkPageSize));
+        Lane& lane = page->lanes[kLongLanes];
+        static unsigned elsewhere = 0;
+        long moved = 0;
+        for (int i = 0; i < 10000 && moved == 0; ++i) {
+            usleep(1000);
+            moved = syscall(SYS_futex, &lane.word, FUTEX_REQUEUE, 0, INT_MAX, &elsewhere, 0);
+        }
+        EXPECT_EQ(1, moved);
+    });
+    char byte;
+    ASSERT_EQ(1, read(ready[0], &byte, 1));
+    const int coid = ConnectAttach(0, hostile.pid(), 1, _NTO_SIDE_CHANNEL, 0);
+    ASSERT_GE(coid, _NTO_SIDE_CHANNEL) << strerror(errno);
+    EXPECT_EQ((Outcome{-1, ESRCH}), sendNothing(coid));
+    EXPECT_EQ(0, ConnectDetach(coid));
+    const auto result = hostile.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+    for (const int end : ready)
+        close(end);
+}
+
 TEST(MessageStranger, OfAnotherUserIsNotLetIn) {
     if (getuid() != 0 || !canStartThreadsInChildren())
         GTEST_SKIP() << "only root can become another user; and the child needs threads";
@@ -511,22 +612,22 @@ TEST(MessageStranger, OfAnotherUserIsNotLetIn) {
         for (int id; (id = receiveSoon(own.chid)) > 0;)
             MsgReply(id, 0, nullptr, 0);
     });
-    unsigned serial = 0;
-    const int door = openDoorbell(getpid(), own.chid, serial);
-    EXPECT_GE(door, 0);
-    close(door);
+    Door door = {getpid(), own.chid, 0, 0};
+    const int bell = openDoorbell(door);
+    EXPECT_GE(bell, 0);
+    close(bell);
     // Somebody known, so that new connections are looked at at once.
     const auto known = support::runInChild([server = getpid(), chid = own.chid] {
         EXPECT_EQ((Outcome{0, 0}), sendNothing(ConnectAttach(0, server, chid, _NTO_SIDE_CHANNEL, 0)));
     });
     EXPECT_TRUE(known.exitedWith(0)) << known;
-    const auto stranger = support::runInChild([server = getpid(), chid = own.chid, serial] {
+    const auto stranger = support::runInChild([server = getpid(), chid = own.chid, door] {
         ASSERT_EQ(0, setresuid(65534, 65534, 65534));
         EXPECT_EQ((Outcome{-1, EPERM}),
                   outcomeOf([=] { return ConnectAttach(0, server, chid, _NTO_SIDE_CHANNEL, 0); }));
-        unsigned unknown = 0;
-        EXPECT_EQ(-1, openDoorbell(server, chid, unknown));
-        const int socket = connectTo(server, chid, serial);
+        Door unknown = {server, chid, 0, 0};
+        EXPECT_EQ(-1, openDoorbell(unknown));
+        const int socket = connectTo(door);
         const int file = makeSegment("stranger", kLinkSize);
         ASSERT_TRUE(socket >= 0 && file >= 0);
         sendFile(socket, file);
@@ -537,6 +638,51 @@ TEST(MessageStranger, OfAnotherUserIsNotLetIn) {
     EXPECT_TRUE(stranger.exitedWith(0)) << stranger;
     MsgSendPulse(own.coid, 1, 1, 1);
     server.join();
+}
+
+// Anybody may connect, if only to be sent away.
+TEST(MessageStranger, WhoConnectsAllTheTimeHoldsUpNobody) {
+    if (getuid() != 0 || !canStartThreadsInChildren())
+        GTEST_SKIP() << "only root can become another user; and the child needs threads";
+    constexpr uint64_t kStormNs = 3000 * kMs;
+    OwnChannel own;
+    Door door = {getpid(), own.chid, 0, 0};
+    close(openDoorbell(door));
+    std::vector<std::unique_ptr<support::ChildProcess>> strangers;
+    for (int i = 0; i < 3; ++i)
+        strangers.push_back(std::make_unique<support::ChildProcess>([door] {
+            ASSERT_EQ(0, setresuid(65534, 65534, 65534));
+            for (const uint64_t end = monotonicNs() + kStormNs; monotonicNs() < end;)
+                close(connectTo(door));
+        }));
+    uint64_t longest = 0;
+    for (const uint64_t end = monotonicNs() + kStormNs; monotonicNs() < end;) {
+        const uint64_t begin = monotonicNs();
+        EXPECT_EQ(0, MsgSendPulse(own.coid, 10, 1, 0));
+        _pulse pulse;
+        EXPECT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+        EXPECT_EQ(kTimedOut, receiveNow(own.chid, &pulse, sizeof pulse)) << "it looks at the door, too";
+        longest = std::max(longest, monotonicNs() - begin);
+    }
+    EXPECT_LT(longest, kStormNs / 2);
+    for (auto& stranger : strangers) {
+        const auto result = stranger->finish();
+        EXPECT_TRUE(result.exitedWith(0)) << result;
+    }
+}
+
+TEST(MessageStranger, CannotTakeTheNamesOfAChannelBefore) {
+    uint32_t lastKey = 0;
+    for (int i = 0; i < 4; ++i) {
+        const OwnChannel own;
+        Door door = {getpid(), own.chid, 0, 0};
+        const int bell = openDoorbell(door);
+        EXPECT_GE(bell, 0);
+        close(bell);
+        EXPECT_GT(door.key - lastKey, 1000u) << "nobody could have guessed it";
+        EXPECT_GT(lastKey - door.key, 1000u);
+        lastKey = door.key;
+    }
 }
 
 constexpr uid_t kOneUser = 65533, kOtherUser = 65534;
@@ -555,10 +701,10 @@ public:
     int attach() const { return ConnectAttach(0, mProcess->pid(), mChid, _NTO_SIDE_CHANNEL, 0); }
     /// True when the calling process could write to its doorbell, as whoever sends does.
     bool hasOpenDoor() const {
-        unsigned serial = 0;
-        const int door = openDoorbell(mProcess->pid(), mChid, serial);
-        close(door);
-        return door >= 0;
+        Door door = {mProcess->pid(), mChid, 0, 0};
+        const int bell = openDoorbell(door);
+        close(bell);
+        return bell >= 0;
     }
 
 private:

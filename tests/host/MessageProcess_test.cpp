@@ -591,6 +591,173 @@ TEST(MessageProcess, SendsPulsesUntilTooManyWait) {
     EXPECT_ENDS_WELL(other.finish());
 }
 
+// Those count, too, that the receiver's process has fetched already.
+TEST(MessageProcess, HasRoomForOneMorePulseWithEachThatIsReceived) {
+    OwnChannel own;
+    Pipe go, done;
+    support::ChildProcess other(client(own.chid, [&](int coid) {
+        for (char byte; read(go.ends[0], &byte, 1) == 1;) {
+            int count = 0;
+            while (MsgSendPulse(coid, 10 + count % 3, 1, 0) == 0)
+                ++count;
+            EXPECT_EQ(EAGAIN, errno);
+            EXPECT_EQ(static_cast<ssize_t>(sizeof count), write(done.ends[1], &count, sizeof count));
+        }
+    }));
+    const auto sendAllThatHaveRoom = [&] {
+        int count = -1;
+        EXPECT_EQ(1, write(go.ends[1], "g", 1));
+        EXPECT_EQ(static_cast<ssize_t>(sizeof count), read(done.ends[0], &count, sizeof count));
+        return count;
+    };
+    EXPECT_EQ(1024, sendAllThatHaveRoom());
+    for (const int received : {1, 100, 1024, 0}) {
+        _pulse pulse;
+        for (int i = 0; i < received; ++i)
+            ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+        EXPECT_EQ(received, sendAllThatHaveRoom());
+    }
+    other.send(SIGKILL);
+    other.finish();
+}
+
+TEST(MessageProcess, KeepsTheOrderOfThePulsesOfManyConnections) {
+    constexpr int kConnections = 30;
+    const int count = kConnections * support::roundsHere(900);
+    OwnChannel own;
+    Pipe done;
+    support::ChildProcess other(client(own.chid, [&](int) {
+        std::vector<int> coids;
+        for (int i = 0; i < kConnections; ++i) {
+            coids.push_back(attachTo(getppid(), own.chid));
+            EXPECT_EQ((Outcome{0, 0}), sendNothing(coids.back()));  // the receiver's process has noticed it
+        }
+        for (int i = 0; i < count; ++i)
+            EXPECT_EQ(0, MsgSendPulse(coids[static_cast<std::size_t>(i % kConnections)], 10, 1, i));
+        EXPECT_EQ(1, write(done.ends[1], "d", 1));
+        pause();
+    }));
+    for (int i = 0; i < kConnections; ++i)
+        EXPECT_EQ(0, MsgReply(receiveSoon(own.chid), 0, nullptr, 0));
+    char byte;
+    ASSERT_EQ(1, read(done.ends[0], &byte, 1));
+    for (int i = 0; i < count; ++i) {
+        _pulse pulse;
+        ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse)) << i;
+        ASSERT_EQ(i, pulse.value.sival_int);
+    }
+    other.send(SIGKILL);
+    other.finish();
+}
+
+/// What two pulses of one priority that are received last say, one of another process and one of a timer here, when
+/// that expires `ms` after the begin and the other is sent after `sentAfterMs`.
+std::vector<int> orderOfExpiryAndPulse(int expiryMs, int sentAfterMs) {
+    OwnChannel own;
+    Pipe go, done;
+    support::ChildProcess other(client(own.chid, [&](int coid) {
+        EXPECT_EQ(0, MsgSendPulse(coid, 10, 1, 0));
+        char byte;
+        EXPECT_EQ(1, read(go.ends[0], &byte, 1));
+        EXPECT_EQ(0, MsgSendPulse(coid, 10, 2, 0));
+        EXPECT_EQ(1, write(done.ends[1], "d", 1));
+        pause();
+    }));
+    _pulse pulse;
+    EXPECT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    struct sigevent event = {};
+    SIGEV_PULSE_INIT(&event, own.coid, 10, 3, nullptr);
+    const int timer = TimerCreate(CLOCK_MONOTONIC, &event);
+    const _itimer once = {static_cast<uint64_t>(expiryMs) * kMs, 0};
+    EXPECT_EQ(0, TimerSettime(timer, 0, &once, nullptr));
+    std::this_thread::sleep_for(std::chrono::milliseconds(sentAfterMs));
+    char byte = 'g';
+    EXPECT_EQ(1, write(go.ends[1], &byte, 1));
+    EXPECT_EQ(1, read(done.ends[0], &byte, 1));
+    std::this_thread::sleep_for(1500ms);  // the thread that watches looks meanwhile, too
+    std::vector<int> codes;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+        codes.push_back(pulse.code);
+    }
+    EXPECT_EQ(0, TimerDestroy(timer));
+    other.send(SIGKILL);
+    other.finish();
+    return codes;
+}
+
+TEST(MessageProcess, ItsPulsesComeBehindEarlierExpiriesOfTimers) {
+    EXPECT_THAT(orderOfExpiryAndPulse(/*expiryMs*/ 50, /*sentAfterMs*/ 100), ElementsAre(3, 2));
+}
+
+TEST(MessageProcess, ItsPulsesComeBeforeLaterExpiriesOfTimers) {
+    EXPECT_THAT(orderOfExpiryAndPulse(/*expiryMs*/ 1000, /*sentAfterMs*/ 0), ElementsAre(2, 3));
+}
+
+TEST(MessageProcess, LongMessagesPassManyShortOnesThatWaitForTheirReplies) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    constexpr int kShort = 33, kLong = 2 << 20;
+    OwnChannel own;
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        std::vector<std::future<Outcome>> waiting;
+        for (int i = 0; i < kShort; ++i)
+            waiting.push_back(sendNothingElsewhere(coid));
+        waitUntilOthersSleep();
+        const std::vector<char> bytes(kLong);
+        armFor(_NTO_TIMEOUT_SEND, 20000 * kMs);
+        EXPECT_EQ((Outcome{1, 0}), outcomeOf([&] { return MsgSend(coid, bytes.data(), kLong, nullptr, 0); }));
+        for (auto& one : waiting)
+            EXPECT_EQ((Outcome{0, 0}), one.get());
+    }));
+    std::vector<int> ids;
+    for (int i = 0; i < kShort; ++i)
+        ids.push_back(receiveSoon(own.chid));
+    _msg_info info;
+    const int id = receiveSoon(own.chid, nullptr, 0, &info);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(kLong, info.srcmsglen);
+    EXPECT_EQ(0, MsgReply(id, 1, nullptr, 0));
+    for (const int one : ids)
+        EXPECT_EQ(0, MsgReply(one, 0, nullptr, 0));
+    EXPECT_ENDS_WELL(other.finish());
+}
+
+// Where its descriptors are seen the kernel then shows none.
+TEST(MessageProcess, IsReachedWhenItsFirstThreadHasEnded) {
+    NEEDS_THREADS_THAT_VANISH();
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    Pipe ready;
+    Other server([&] {
+        static int chid;
+        chid = ChannelCreate(0);
+        EXPECT_GE(ThreadCreate(
+                      0,
+                      [](void*) -> void* {
+                          echo(chid);
+                          return nullptr;
+                      },
+                      nullptr, nullptr),
+                  0);
+        EXPECT_EQ(static_cast<ssize_t>(sizeof chid), write(ready.ends[1], &chid, sizeof chid));
+        ThreadDestroy(0, -1, nullptr);
+    });
+    int chid = -1;
+    ASSERT_EQ(static_cast<ssize_t>(sizeof chid), read(ready.ends[0], &chid, sizeof chid));
+    std::string state;
+    while (state != "Z") {
+        std::ifstream stat("/proc/" + std::to_string(server.pid()) + "/stat");
+        stat >> state >> state >> state;
+    }
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return attachTo(server.pid(), chid + 1); }));
+    const int coid = attachTo(server.pid(), chid);
+    ASSERT_GE(coid, _NTO_SIDE_CHANNEL) << strerror(errno);
+    std::string reply;
+    EXPECT_EQ((Outcome{5, 0}), sendText(coid, "hello", reply));
+    EXPECT_EQ(0, ConnectDetach(coid));
+}
+
 TEST(MessageProcess, ServesManyClientsWithManyThreadsEach) {
     if (!canStartThreadsInChildren())
         GTEST_SKIP() << "no threads in the children of a process that has some";
@@ -756,6 +923,22 @@ TEST(MessageProcessTimeout, OfTheSendStateAloneLetsAWaitingReceiverTakeTheMessag
     EXPECT_ENDS_WELL(other.finish());
 }
 
+TEST(MessageProcessTimeout, OfTheSendStateAloneDoesNotMatterWhereAReceiverWaits) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    EchoServer server;
+    EXPECT_ENDS_WELL(support::runInChild(clientOf(server.pid(), server.chid, [&](int coid) {
+        for (int i = 0; i < 30; ++i) {
+            waitUntilSleeping(server.pid());
+            if (i % 2 == 0)
+                armFor(_NTO_TIMEOUT_SEND, 1000);
+            else
+                armAtPast(_NTO_TIMEOUT_SEND);
+            EXPECT_EQ((Outcome{0, 0}), sendNothing(coid));
+        }
+    })));
+}
+
 // The next message takes the withdrawn one's place in the segment, often with another length.
 TEST(MessageProcessTimeout, MayEndWhileTheMessageIsBeingCopied) {
     if (!canStartThreadsInChildren())
@@ -851,6 +1034,23 @@ TEST(MessageProcessUnblock, AsksTheReceiverAndWaitsForItsReply) {
     EXPECT_EQ(kTimedOut, receiveNow(own.chid, bytes, sizeof bytes)) << "one pulse only";
     EXPECT_EQ(0, MsgError(id, EINTR));
     EXPECT_ENDS_WELL(other.finish());
+}
+
+TEST(MessageProcessUnblock, AsksTheReceiverOfOneWhoseProcessHasEnded) {
+    OwnChannel own(_NTO_CHF_UNBLOCK);
+    support::ChildProcess other(client(own.chid, [](int coid) {
+        std::string reply;
+        sendText(coid, "x", reply);
+    }));
+    const int id = receiveSoon(own.chid);
+    ASSERT_GT(id, 0);
+    other.send(SIGKILL);
+    other.finish();
+    _pulse pulse = {};
+    ASSERT_EQ(0, receiveSoon(own.chid, &pulse, sizeof pulse));
+    EXPECT_EQ(_PULSE_CODE_UNBLOCK, pulse.code);
+    EXPECT_EQ(id, pulse.value.sival_int);
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReply(id, 0, nullptr, 0); }));
 }
 
 // ---- the end of a side

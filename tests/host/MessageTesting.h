@@ -109,6 +109,12 @@ inline void armNow(int states) {
     ASSERT_EQ(0, TimerTimeout(CLOCK_MONOTONIC, states, nullptr, nullptr, nullptr));
 }
 
+/// At a time that has passed.
+inline void armAtPast(int states) {
+    const uint64_t begin = 1;
+    ASSERT_EQ(0, TimerTimeout(CLOCK_MONOTONIC, states | TIMER_ABSTIME, nullptr, &begin, nullptr));
+}
+
 /// A text sent and received back.
 inline Outcome sendText(int coid, const std::string& text, std::string& reply, int room = 256) {
     reply.assign(static_cast<std::size_t>(room), '\0');

@@ -254,6 +254,30 @@ TEST(Message, RepliesToNobodyAreRefused) {
         EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReply(id, 0, nullptr, 0); })) << id;
 }
 
+// Else a late reply would go to somebody else.
+TEST(Message, AnIdOfOneWhoGaveUpIsNotAnothersSoon) {
+    OwnChannel own;
+    std::thread impatient([&] {
+        armFor(_NTO_TIMEOUT_REPLY, 1);
+        EXPECT_EQ(kTimedOut, sendNothing(own.coid));
+    });
+    const int stale = receiveSoon(own.chid);
+    ASSERT_GT(stale, 0);
+    impatient.join();
+    constexpr int kRounds = 33000;  // more than a part of the id can count
+    std::thread patient([&] {
+        for (int i = 0; i < kRounds; ++i)
+            ASSERT_EQ((Outcome{i, 0}), sendNothing(own.coid));
+    });
+    for (int i = 0; i < kRounds; ++i) {
+        const int id = receiveSoon(own.chid);
+        EXPECT_NE(stale, id) << i;
+        EXPECT_EQ(0, MsgReply(id, i, nullptr, 0));
+    }
+    patient.join();
+    EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReply(stale, 0, "secret", 6); }));
+}
+
 TEST(Message, CanBeReadInPiecesAndItsReplyWrittenInPieces) {
     OwnChannel own;
     std::thread server([&] {
@@ -765,6 +789,40 @@ TEST(MessageTimeout, OfTheSendStateAloneLetsAWaitingReceiverTakeTheMessage) {
         outcome = sendNothing(own.coid);
     }
     EXPECT_EQ((Outcome{3, 0}), outcome);
+    server.join();
+}
+
+TEST(MessageTimeout, OfTheSendStateAloneDoesNotMatterWhereAReceiverWaits) {
+    OwnChannel own;
+    std::thread server([&] {
+        for (int id; (id = receiveSoon(own.chid)) > 0;)
+            MsgReply(id, 3, nullptr, 0);
+    });
+    for (int i = 0; i < 30; ++i) {
+        waitUntilOthersSleep();
+        if (i % 2 == 0)
+            armFor(_NTO_TIMEOUT_SEND, 1000);
+        else
+            armAtPast(_NTO_TIMEOUT_SEND);
+        EXPECT_EQ((Outcome{3, 0}), sendNothing(own.coid));
+    }
+    MsgSendPulse(own.coid, 1, 0, 0);
+    server.join();
+}
+
+TEST(MessageTimeout, OfTheSendStateAloneEndsASendToReceiversOfPulses) {
+    OwnChannel own;
+    std::thread server([&] {
+        _pulse pulse;
+        armFor(_NTO_TIMEOUT_RECEIVE, 20000 * kMs);
+        EXPECT_EQ(0, MsgReceivePulse(own.chid, &pulse, sizeof pulse, nullptr));
+    });
+    waitUntilOthersSleep();
+    const uint64_t begin = monotonicNs();
+    armNow(_NTO_TIMEOUT_SEND);
+    EXPECT_EQ(kTimedOut, sendNothing(own.coid));
+    EXPECT_LT(monotonicNs() - begin, 900 * kMs) << "nobody who wakes up takes it";
+    MsgSendPulse(own.coid, 1, 0, 0);
     server.join();
 }
 

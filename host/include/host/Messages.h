@@ -83,8 +83,9 @@ int ConnectDetach(int coid);
 
 /// Sends a message and waits for the reply; the result is the status in it. EBADF: no such connection, or its channel
 /// is gone; ESRCH: the channel went, or its process died, meanwhile; ETIMEDOUT under an armed SEND or REPLY
-/// time-out. A sender whose message was received on a channel with _NTO_CHF_UNBLOCK waits on until the receiver,
-/// which gets a pulse, replies.
+/// time-out; EINTR; EINVAL for lengths that are none; EMSGSIZE: too long for another process; EAGAIN: memory is short,
+/// here or there, or too many messages wait. A sender whose message was received on a channel with _NTO_CHF_UNBLOCK
+/// waits on until the receiver, which gets a pulse, replies.
 int MsgSend(int coid, const void* message, int bytes, void* reply, int replyBytes);
 int MsgSendv(int coid, const struct iovec* message, int parts, const struct iovec* reply, int replyParts);
 
@@ -99,13 +100,15 @@ int MsgReceivev(int chid, const struct iovec* message, int parts, struct _msg_in
 /// Waits for a pulse alone; messages stay.
 int MsgReceivePulse(int chid, void* pulse, int bytes, struct _msg_info* info);
 
-/// Ends a sender's wait. ESRCH: nobody waits under this id (any more).
+/// Ends a sender's wait. ESRCH: nobody waits under this id (any more); EAGAIN: memory is short, and the sender's call
+/// fails so, too; EINVAL as above.
 int MsgReply(int rcvid, int status, const void* reply, int bytes);
 int MsgReplyv(int rcvid, int status, const struct iovec* reply, int parts);
 /// The sender's call fails with `error`; EOK is a reply of status 0 and no bytes.
 int MsgError(int rcvid, int error);
 
-/// Reads more of a received message, from `offset`; writes to its reply before the wait ends. The bytes moved.
+/// Reads more of a received message, from `offset`; writes to its reply before the wait ends. The bytes moved. ESRCH
+/// and EINVAL as above; EAGAIN: memory is short, and nothing was written.
 int MsgRead(int rcvid, void* message, int bytes, int offset);
 int MsgReadv(int rcvid, const struct iovec* message, int parts, int offset);
 int MsgWrite(int rcvid, const void* reply, int bytes, int offset);
