@@ -69,9 +69,12 @@ public:
 
     /// Of all that the calling thread is in the waits of, the innermost first.
     static void takeAllBack();
-    /// Whether the innermost wait must be left to its end.
+    /// Whether one of the waits, which handlers' may be within, must be left to its end.
     static bool mustGoOn() {
-        return innermost != nullptr && innermost->mIsEnding != nullptr && innermost->mIsEnding(innermost->mWhat);
+        for (const Unfinished* one = innermost; one != nullptr; one = one->mOuter)
+            if (one->mIsEnding != nullptr && one->mIsEnding(one->mWhat))
+                return true;
+        return false;
     }
 
 private:

@@ -42,7 +42,7 @@ struct Thread {
     pthread_t handle;
     void* (*function)(void*);
     void* argument;
-    sigset_t signalMask;  // for its function
+    uint64_t signalMask;  // for its function, as far as the kernel knows signals
     void* status;         // what ThreadDestroy left, valid when `isDestroyed`
     bool isDestroyed;
     bool isForeign;  // not started by ThreadCreate
@@ -114,10 +114,13 @@ void onEndOfThread(void* value) {
         pthread_setspecific(endKey, value);
         return;
     }
-    blockSignals();  // for good: from here on the thread ends in the C library's way, and no handler ends it
+    sigset_t before = blockSignals();
     if (ownThread != nullptr && !isOwnForeign && ownThread->isDetached && isReleasedBefore(ownThread))
         pthread_detach(pthread_self());
     noteEnd();
+    // From here on the thread ends in the C library's way. The last one's way is that of the process, with handlers.
+    sigaddset(&before, endingSignal());
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 void beToldOfTheEnd() {
@@ -290,14 +293,14 @@ Joined lastJoined[64];
 unsigned joinedCount = 0;
 
 void noteJoined(int id) {
-    lastJoined[joinedCount++ % (sizeof lastJoined / sizeof *lastJoined)] = {id, nowNs(CLOCK_MONOTONIC) +
+    lastJoined[joinedCount++ % (sizeof lastJoined / sizeof *lastJoined)] = {id, nowNs(CLOCK_MONOTONIC_COARSE) +
                                                                                     kForgottenWithinNs};
 }
 
 /// Whether a thread that has no record runs.
 bool isKnownToKernel(int id) {
     for (const Joined& joined : lastJoined)
-        if (joined.id == id && nowNs(CLOCK_MONOTONIC) < joined.untilNs)
+        if (joined.id == id && nowNs(CLOCK_MONOTONIC_COARSE) < joined.untilNs)
             return false;
     return isThread(id);
 }
@@ -353,7 +356,10 @@ void* runThread(void* argument) {
     beToldOfTheEnd();
     if (!begins(self, Thread::TAKES_SIGNALS))
         endOwnThread();
-    pthread_sigmask(SIG_SETMASK, &self->signalMask, nullptr);
+    sigset_t mask;
+    sigemptyset(&mask);
+    memcpy(&mask, &self->signalMask, sizeof(self->signalMask));
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     return self->function(self->argument);
 }
 
@@ -385,10 +391,11 @@ int start(Thread* thread, size_t stackSize, pthread_t& handle) {
     result = wanted > SIZE_MAX - kStackOverhead ? EAGAIN
                                                 : pthread_attr_setstacksize(&attributes, wanted + kStackOverhead);
     // A handler that runs in the thread, and may end it, is to find that the thread knows its record.
-    sigset_t all;
+    sigset_t all, own;
     sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, nullptr, &thread->signalMask);
-    sigdelset(&thread->signalMask, endingSignal());
+    pthread_sigmask(SIG_SETMASK, nullptr, &own);
+    sigdelset(&own, endingSignal());
+    memcpy(&thread->signalMask, &own, sizeof(thread->signalMask));
     if (result == 0)
         result = pthread_attr_setsigmask_np(&attributes, &all);
     if (result == 0)
@@ -474,9 +481,11 @@ struct Joining {
     Deadline deadline;
 };
 
-/// The target has ended, and the C library's join may be giving its stack back, with a lock held.
+/// The target has ended, and the C library's join may be giving its stack back, with a lock held. One with a limit waits
+/// for the end only.
 bool isJoinEnding(const void* what) {
-    return load(static_cast<const Joining*>(what)->thread->life) == Thread::ENDED;
+    const Joining& self = *static_cast<const Joining*>(what);
+    return self.deadline.isNever() && load(self.thread->life) == Thread::ENDED;
 }
 
 /// For a joiner that ends. What the C library has begun without a limit it does not take back.

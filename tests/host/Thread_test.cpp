@@ -672,6 +672,31 @@ TEST(ThreadDestroy, TheProcessGoesOnWithoutItsFirstThread) {
     EXPECT_TRUE(result.exitedWith(5)) << result;
 }
 
+// The last one of a process runs what exit calls.
+TEST(Thread, HasItsSignalsAsTheyWereWhenTheHostIsDoneWithIt) {
+    if (support::kIsSanitized)
+        GTEST_SKIP() << "the sanitizer takes the thread apart just then";
+    static pthread_key_t key;
+    static int round;
+    static sigset_t mask;
+    round = 0;
+    ASSERT_EQ(0, pthread_key_create(&key, [](void* value) {
+                  pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+                  if (++round < PTHREAD_DESTRUCTOR_ITERATIONS)
+                      pthread_setspecific(key, value);
+              }));
+    const int id = start([](void*) -> void* {
+        pthread_setspecific(key, &key);
+        return nullptr;
+    });
+    EXPECT_EQ(0, ThreadJoin_r(id, nullptr));
+    EXPECT_EQ(PTHREAD_DESTRUCTOR_ITERATIONS, round);
+    for (const int signal : {SIGTERM, SIGALRM, SIGSEGV})
+        EXPECT_EQ(0, sigismember(&mask, signal)) << signal;
+    EXPECT_EQ(1, sigismember(&mask, SIGRTMAX - 4)) << "nobody ends it any more";
+    pthread_key_delete(key);
+}
+
 TEST(ThreadDestroy, TheFirstThreadIsKnownToHaveEnded) {
     NEEDS_THREADS_THAT_VANISH();
     NEEDS_THREADS_AFTER_FORK();

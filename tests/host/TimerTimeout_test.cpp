@@ -467,6 +467,8 @@ TEST(TimerTimeout, IsNotEarlyForAHandlersTimeoutInBetween) {
         withoutTimeout += delay(2 * kWait / kMs) == 0 ? 1 : 0;
         EXPECT_GE(monotonicNs() - begin, kWait) << "handler at instruction " << instructionOfHandler;
     }
+    for (const int signal : {SIGTRAP, SIGUSR1})
+        std::signal(signal, SIG_DFL);
     EXPECT_GT(instructionOfHandler, 50);
     EXPECT_LT(withoutTimeout, instructionOfHandler) << "else this looks at nothing";
 }
