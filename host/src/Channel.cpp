@@ -342,6 +342,7 @@ Message* newMessage(Channel* channel) {
     shared.freeMessages = static_cast<Message*>(message->next);
     message->isPulse = false;
     message->isUnblockAsked = false;
+    message->isDelivered = false;
     message->isIdKept = false;
     message->users = 0;
     message->isOver = false;
@@ -377,7 +378,7 @@ Message* findReceived(int rcvid) {
 Waker finishMessage(Message* message, int status, int error) {
     if (message->state == Message::State::QUEUED)
         takeFromQueue(message->channel, message);
-    message->isIdKept = message->state == Message::State::RECEIVED;
+    message->isIdKept |= message->state == Message::State::RECEIVED;
     message->state = Message::State::REPLIED;
     message->isOver = true;
     message->status = status;

@@ -95,7 +95,8 @@ struct EntryQueue {
 };
 
 struct QueuedPulse : QueueEntry {
-    struct InLink* link;  // over which it came, as long as that lives; or null
+    unsigned
+        linkSerial;  // of the one over which it came, which has the id in `pulse.scoid` as long as it lives; or 0
     _pulse pulse;
 };
 
@@ -193,7 +194,8 @@ struct alignas(kCacheLine) Message : QueueEntry {
     unsigned generation;
     State state;
     bool isUnblockAsked;  // the pulse that asks for the sender's release was queued
-    bool isIdKept;        // by a receiver that has not replied: the id must not come back soon
+    bool isDelivered;     // a receiver has been given the id
+    bool isIdKept;        // and has not replied: the id must not come back soon
     unsigned users;       // threads that copy from it or to its sender, without the lock
     bool isOver;          // its sender goes on, with the result below, as soon as there are no users
     int status;
@@ -307,7 +309,7 @@ inline void takeFromQueue(Channel* channel, QueueEntry* entry) {
 bool queuePulse(Channel* channel, int priority, int code, union sigval value, int scoid);
 /// One that was received.
 inline void releasePulse(Channel* channel, QueuedPulse* pulse) {
-    if (pulse->link != nullptr)
+    if (pulse->linkSerial != 0)
         noteReceived(pulse);
     pulse->next = channel->freePulses;
     channel->freePulses = pulse;

@@ -202,7 +202,7 @@ int ConnectDetach(int coid) {
     if (link != nullptr) {
         dropLink(link, EBADF);
     } else {
-        queueExpiries(connection->channel);
+        update(connection->channel);
         finishMessages(connection->channel, coid, EBADF);
         sayDisconnected(connection->channel, coid, priority);
         releaseChannel(connection->channel);

@@ -179,7 +179,7 @@ bool collectPulses(InLink* link, Batch& batch) {
             newPulse(link->channel, boundedPriority(load(shared.priority)), load(shared.code), value, link->id);
         if (pulse == nullptr)
             break;  // they stay where they are
-        pulse->link = link;
+        pulse->linkSerial = link->serial;
         batch.add(pulse, time);
     }
     return true;
@@ -275,23 +275,11 @@ void callIfAnythingWaits(Channel* channel) {
         callAllReceivers(channel);
 }
 
-/// Those that wait stay in the queue, and count for no link any more.
-void forgetPulses(const InLink* link) {
-    uint32_t left = link->pulsesRead - link->pulsesReceived;
-    for (const EntryQueue::Ends& ends : link->channel->pulseEnds)
-        for (QueueEntry* entry = ends.first; left != 0 && entry != nullptr; entry = entry->next) {
-            QueuedPulse* const pulse = static_cast<QueuedPulse*>(entry);
-            if (pulse->link == link) {
-                pulse->link = nullptr;
-                --left;
-            }
-        }
-}
-
 /// As when a sender of this process leaves: who has received its message is told.
 void sayEnded(Message* message) {
-    if (message->state == Message::State::RECEIVED && !message->isOver && !message->isUnblockAsked &&
-        (message->channel->flags & _NTO_CHF_UNBLOCK) != 0 && !message->channel->isDestroyed)
+    if (message->isDelivered && message->state == Message::State::RECEIVED && !message->isOver &&
+        !message->isUnblockAsked && (message->channel->flags & _NTO_CHF_UNBLOCK) != 0 &&
+        !message->channel->isDestroyed)
         askForRelease(message);
 }
 
@@ -301,7 +289,6 @@ void dropInLink(InLink* link) {
     // comes first.
     if (link->page != nullptr && !channel->isDestroyed)
         queueArrived(channel);
-    forgetPulses(link);
     link->isDead = true;
     for (Message* const message : link->messages)
         if (message != nullptr && message->state != Message::State::FREE && message->link == link) {
@@ -554,9 +541,12 @@ Waker completeReply(Message* message) {
 }
 
 void noteReceived(QueuedPulse* pulse) {
-    InLink* const link = pulse->link;
-    pulse->link = nullptr;
-    __atomic_store_n(&link->page->pulsesReceived, ++link->pulsesReceived, __ATOMIC_RELEASE);
+    Link* const found = links.find(pulse->pulse.scoid);
+    if (found != nullptr && found->serial == pulse->linkSerial) {
+        InLink* const link = static_cast<InLink*>(found);
+        __atomic_store_n(&link->page->pulsesReceived, ++link->pulsesReceived, __ATOMIC_RELEASE);
+    }
+    pulse->linkSerial = 0;
 }
 
 void forgetLinks() {

@@ -62,6 +62,12 @@ inline void collect(Channel* channel) {
         collectFromOthers(channel);
 }
 
+/// Queues what has arrived and expired by now, before something else does or somebody looks.
+inline void update(Channel* channel) {
+    collect(channel);  // and what fell due in between
+    queueExpiries(channel);
+}
+
 /// For the watcher. New connections, of which anybody may start as many as he likes: not all at once.
 enum class Accepted { ALL, SOME, NO_DESCRIPTORS };
 Accepted acceptLinks(Channel* channel);

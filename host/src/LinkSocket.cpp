@@ -12,6 +12,7 @@
 #include <string.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 #ifndef SO_PEERPIDFD
@@ -44,8 +45,8 @@ uint32_t newKey() {
     return key;
 }
 
-int openSocket() {
-    return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+int openSocket(int flags) {
+    return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0);
 }
 
 const sockaddr* plain(const Address& address) {
@@ -132,7 +133,7 @@ int openDoorbell(Door& door) {
 }
 
 int listenFor(Door& door) {
-    Descriptor listener(openSocket());
+    Descriptor listener(openSocket(SOCK_NONBLOCK));
     if (!listener.isOpen())
         return -1;
     int result;
@@ -146,10 +147,16 @@ int listenFor(Door& door) {
 
 int connectTo(const Door& door) {
     const Address address = addressOf(door);
-    Descriptor connected(openSocket());
-    if (!connected.isOpen() || connect(connected.get(), plain(address), address.length) != 0)
+    Descriptor connected(openSocket(0));
+    // Where many knock it takes a while until there is a place to wait in.
+    const timeval patience = {2, 0};
+    if (!connected.isOpen() ||
+        setsockopt(connected.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience)) != 0)
         return -1;
-    return connected.release();
+    while (connect(connected.get(), plain(address), address.length) != 0)
+        if (errno != EINTR)
+            return -1;
+    return fcntl(connected.get(), F_SETFL, O_NONBLOCK) == 0 ? connected.release() : -1;
 }
 
 bool peerOf(int socket, ucred& peer) {

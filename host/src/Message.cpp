@@ -42,8 +42,10 @@ bool leave(LocalSender& sender, int error) {
         return false;
     if (isReceived && (message->channel->flags & _NTO_CHF_UNBLOCK) != 0) {
         message->error = error;  // for the case that nobody receives it after all
-        if (!message->isUnblockAsked)
+        if (!message->isUnblockAsked) {
+            update(message->channel);
             askForRelease(message);
+        }
         return false;
     }
     finishMessage(message, -1, error).wake();
@@ -99,12 +101,6 @@ void waitForReply(LocalSender& sender, ArmedTimeout timeout, ProcessorHint recei
             return;
         mayLeave = false;
     }
-}
-
-/// Queues what has arrived by now, before something else does or somebody looks.
-void update(Channel* channel) {
-    collect(channel);  // and what fell due in between
-    queueExpiries(channel);
 }
 
 /// Gives the message to the receiver that looks for one, as it would take it from the queue itself. A short one comes
@@ -278,6 +274,7 @@ int endDelivery(Message* message, size_t copied, _msg_info* info) {
     message->info.msglen = static_cast<int32_t>(copied);
     message->info.flags = message->isUnblockAsked ? _NTO_MI_UNBLOCK_REQ : 0;
     const bool isOver = message->isOver;
+    message->isDelivered = !isOver;
     if (info != nullptr && !isOver)
         *info = message->info;
     endUse(message).wake();
@@ -700,7 +697,7 @@ int readMessage(int rcvid, Buffers room, int offset) {
         guard, into.length, [&] { return readRequest(message, window, into, static_cast<size_t>(offset)); });
     const bool isGone = message->sender == nullptr && !isStillWanted(message) && !message->isClaimed;
     if (isGone)
-        message->isOver = true;
+        message->isOver = message->isIdKept = true;
     endUse(message).wake();
     if (!isGone)
         return static_cast<int>(copied);

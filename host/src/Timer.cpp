@@ -244,7 +244,7 @@ int TimerSettime(int id, int flags, const _itimer* wanted, _itimer* old) {
         return -1;
     }
     // What has expired under the former setting stays so.
-    queueExpiries(timer->channel);
+    update(timer->channel);
     if (old != nullptr)
         *old = settingOf(timer);
     if (wanted != nullptr)
@@ -262,7 +262,7 @@ int TimerDestroy(int id) {
         return -1;
     }
     Channel* const channel = timer->channel;
-    queueExpiries(channel);
+    update(channel);
     if (timer->place != 0)
         channel->timers.disarm(timer);
     channel->timers.removeUser();

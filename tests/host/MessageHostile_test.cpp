@@ -81,16 +81,23 @@ struct Hostile {
     Doorbell* doorbell;
 };
 
-/// As the process keeps it.
-std::string nameOfDoorbell(pid_t process, int chid) {
+/// The first file of a process that has the name of a channel's doorbell; empty when there is none.
+std::string fileOfDoorbell(pid_t process, int chid) {
     const std::string begin = "/memfd:nto-channel-" + std::to_string(process) + '-' + std::to_string(chid) + '-';
-    for (const auto& file : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/fd")) {
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        const std::string file = "/proc/" + std::to_string(process) + "/fd/" + std::to_string(descriptor);
         std::error_code error;
-        const std::string linked = std::filesystem::read_symlink(file, error).string();
-        if (linked.rfind(begin, 0) == 0)
-            return linked.substr(sizeof "/memfd:" - 1, linked.find(' ') - (sizeof "/memfd:" - 1));
+        if (std::filesystem::read_symlink(file, error).string().rfind(begin, 0) == 0)
+            return file;
     }
     return {};
+}
+
+/// Under which it was made.
+std::string nameOf(const std::string& file) {
+    const std::string linked = std::filesystem::read_symlink(file).string();
+    constexpr std::size_t kBefore = sizeof "/memfd:" - 1;
+    return linked.substr(kBefore, linked.find(' ') - kBefore);
 }
 
 class MessageHostile : public testing::Test {
@@ -397,31 +404,38 @@ TEST_F(MessageHostile, CannotSilenceOthersByMovingTheirSleepers) {
     meet([](int chid) {
         Hostile mover(chid);
         mover.connect();
-        std::this_thread::sleep_for(
-            100ms);  // until the receiver sleeps on the doorbell, since somebody is connected
         static unsigned elsewhere = 0;
-        waitUntilSleeping(getppid());
-        EXPECT_EQ(1, syscall(SYS_futex, &mover.doorbell->word, FUTEX_REQUEUE, 0, INT_MAX, &elsewhere, 0));
+        long moved = 0;  // until the receiver sleeps on the doorbell, since somebody is connected
+        for (int i = 0; i < 5000 && moved == 0; ++i) {
+            std::this_thread::sleep_for(1ms);
+            moved = syscall(SYS_futex, &mover.doorbell->word, FUTEX_REQUEUE, 0, INT_MAX, &elsewhere, 0);
+        }
+        EXPECT_EQ(1, moved);
     });
 }
 
 TEST_F(MessageHostile, DoesNotHideTheDoorbellBehindAFileOfItsOwn) {
-    meet([](int chid) {
+    serveHonest();  // from here on somebody watches the doors
+    std::vector<int> lower(8);
+    for (int& descriptor : lower)
+        descriptor = open("/dev/null", O_RDONLY);
+    const OwnChannel own;
+    for (const int descriptor : lower)
+        close(descriptor);  // these numbers go to the next connection, and come before the doorbell's
+    meet([chid = own.chid](int) {
         const pid_t server = getppid();
-        Door door = {server, chid, 0, 0};
-        ASSERT_GE(openDoorbell(door), 0);
         Hostile liar(chid);
-        liar.file = makeSegment(nameOfDoorbell(server, chid).c_str(), kLinkSize);
+        const std::string before = fileOfDoorbell(server, chid);
+        liar.file = makeSegment(nameOf(before).c_str(), kLinkSize);
         liar.page = static_cast<LinkPage*>(mapSegment(liar.file, 0, kLinkPageSize));
         liar.page->version = kSegmentVersion;
         liar.connect();
-        while (!isConnectedTo(server))
+        for (int i = 0; i < 5000 && fileOfDoorbell(server, chid) == before; ++i)
             std::this_thread::sleep_for(1ms);
-        std::this_thread::sleep_for(100ms);  // until its file is there
-        Door again = {server, chid, 0, 0};
-        EXPECT_GE(openDoorbell(again), 0);
-        EXPECT_EQ(door.key, again.key);
-        EXPECT_EQ(door.flags, again.flags);
+        EXPECT_NE(before, fileOfDoorbell(server, chid)) << "its file comes first";
+        Door door = {server, chid, 0, 0};
+        const int bell = openDoorbell(door);
+        EXPECT_TRUE(isSegment(bell, kDoorbellSize));
     });
 }
 
@@ -501,6 +515,16 @@ TEST(MessageHostileKnock, ThatIsTakenAwayIsMissedForAboutASecond) {
     }
 }
 
+/// Of the first connection to who plays a channel by hand.
+LinkPage* pageOfFirst(int listener) {
+    pollfd connection = {listener, POLLIN, 0};
+    poll(&connection, 1, 10000);
+    const int socket = accept(listener, nullptr, nullptr);
+    pollfd data = {socket, POLLIN, 0};
+    poll(&data, 1, 10000);
+    return static_cast<LinkPage*>(mapSegment(receiveFile(socket), 0, kLinkPageSize));
+}
+
 TEST(MessageHostileServer, EndsItsOwnClientsCallsOnly) {
     // Plays a channel by hand: it listens and has a doorbell, and answers with garbage.
     int ready[2], ofHonest[2];
@@ -511,13 +535,7 @@ TEST(MessageHostileServer, EndsItsOwnClientsCallsOnly) {
         const int listener = listenFor(door);
         EXPECT_GE(makeDoorbell(door), 0);
         EXPECT_EQ(1, write(ready[1], "r", 1));
-        pollfd connection = {listener, POLLIN, 0};
-        poll(&connection, 1, 10000);
-        const int socket = accept(listener, nullptr, nullptr);
-        pollfd data = {socket, POLLIN, 0};
-        poll(&data, 1, 10000);
-        const int file = receiveFile(socket);
-        LinkPage* const page = static_cast<LinkPage*>(mapSegment(file, 0, kLinkPageSize));
+        LinkPage* const page = pageOfFirst(listener);
         Lane& lane = page->lanes[kLongLanes];  // which short messages take first
         for (int i = 0; i < 10000 && (__atomic_load_n(&lane.word, __ATOMIC_ACQUIRE) & 7) != LANE_SENT; ++i)
             usleep(1000);
@@ -577,12 +595,7 @@ TEST(MessageHostileServer, CannotKeepAClientThatItHasMoved) {
         const int listener = listenFor(door);
         EXPECT_GE(makeDoorbell(door), 0);
         EXPECT_EQ(1, write(ready[1], "r", 1));
-        pollfd connection = {listener, POLLIN, 0};
-        poll(&connection, 1, 10000);
-        const int socket = accept(listener, nullptr, nullptr);
-        pollfd data = {socket, POLLIN, 0};
-        poll(&data, 1, 10000);
-        LinkPage* const page = static_cast<LinkPage*>(mapSegment(receiveFile(socket), 0, kLinkPageSize));
+        LinkPage* const page = pageOfFirst(listener);
         Lane& lane = page->lanes[kLongLanes];
         static unsigned elsewhere = 0;
         long moved = 0;
@@ -655,6 +668,10 @@ TEST(MessageStranger, WhoConnectsAllTheTimeHoldsUpNobody) {
             for (const uint64_t end = monotonicNs() + kStormNs; monotonicNs() < end;)
                 close(connectTo(door));
         }));
+    std::this_thread::sleep_for(100ms);  // until they are many
+    support::ChildProcess honest([server = getpid(), chid = own.chid] {
+        EXPECT_GE(ConnectAttach(0, server, chid, _NTO_SIDE_CHANNEL, 0), 0) << strerror(errno);
+    });
     uint64_t longest = 0;
     for (const uint64_t end = monotonicNs() + kStormNs; monotonicNs() < end;) {
         const uint64_t begin = monotonicNs();
@@ -665,9 +682,11 @@ TEST(MessageStranger, WhoConnectsAllTheTimeHoldsUpNobody) {
         longest = std::max(longest, monotonicNs() - begin);
     }
     EXPECT_LT(longest, kStormNs / 2);
+    const auto result = honest.finish();
+    EXPECT_TRUE(result.exitedWith(0)) << result;
     for (auto& stranger : strangers) {
-        const auto result = stranger->finish();
-        EXPECT_TRUE(result.exitedWith(0)) << result;
+        const auto ended = stranger->finish();
+        EXPECT_TRUE(ended.exitedWith(0)) << ended;
     }
 }
 

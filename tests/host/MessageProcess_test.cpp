@@ -745,10 +745,11 @@ TEST(MessageProcess, IsReachedWhenItsFirstThreadHasEnded) {
     });
     int chid = -1;
     ASSERT_EQ(static_cast<ssize_t>(sizeof chid), read(ready.ends[0], &chid, sizeof chid));
-    std::string state;
-    while (state != "Z") {
+    std::string line;
+    for (int i = 0; i < 5000 && line.find(") Z ") == std::string::npos; ++i) {
+        std::this_thread::sleep_for(1ms);
         std::ifstream stat("/proc/" + std::to_string(server.pid()) + "/stat");
-        stat >> state >> state >> state;
+        std::getline(stat, line);
     }
     EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return attachTo(server.pid(), chid + 1); }));
     const int coid = attachTo(server.pid(), chid);
@@ -1051,6 +1052,41 @@ TEST(MessageProcessUnblock, AsksTheReceiverOfOneWhoseProcessHasEnded) {
     EXPECT_EQ(_PULSE_CODE_UNBLOCK, pulse.code);
     EXPECT_EQ(id, pulse.value.sival_int);
     EXPECT_EQ((Outcome{-1, ESRCH}), outcomeOf([&] { return MsgReply(id, 0, nullptr, 0); }));
+}
+
+// It dies while the receiver copies, who then never learns of the message.
+TEST(MessageProcessUnblock, IsAskedForNobodyWhoseMessageWasNotReceived) {
+    if (!canStartThreadsInChildren())
+        GTEST_SKIP() << "no threads in the children of a process that has some";
+    constexpr int kLength = 48 << 20;
+    OwnChannel own(_NTO_CHF_UNBLOCK);
+    const std::vector<char> sent(kLength, 'x');
+    std::vector<char> room(kLength);
+    int notReceived = 0;
+    for (int round = 0; round < 100 && notReceived < 5; ++round) {
+        __atomic_store_n(&room[0], '-', __ATOMIC_RELAXED);
+        support::ChildProcess other(
+            client(own.chid, [&](int coid) { MsgSend(coid, sent.data(), kLength, nullptr, 0); }));
+        const auto end = std::async(std::launch::async, [&, pid = other.pid()] {
+            while (__atomic_load_n(&room[0], __ATOMIC_RELAXED) == '-')
+                std::this_thread::yield();
+            kill(pid, SIGKILL);
+        });
+        int id;
+        _pulse& pulse = reinterpret_cast<_pulse&>(room[0]);
+        do {
+            armFor(_NTO_TIMEOUT_RECEIVE, 200 * kMs);
+            id = MsgReceive(own.chid, room.data(), kLength, nullptr);
+        } while (id == 0 && pulse.code != _PULSE_CODE_UNBLOCK);
+        EXPECT_NE(0, id) << "a pulse for nobody that is known";
+        notReceived += id == -1 ? 1 : 0;
+        room[0] = 'x';
+        end.wait();
+        other.finish();
+        while (receivePulseNow(own.chid, pulse).result == 0) {
+        }
+    }
+    EXPECT_GT(notReceived, 0) << "else this looks at nothing";
 }
 
 // ---- the end of a side

@@ -4,8 +4,8 @@
 //            received and its answer when it is replied; a short buffer takes what fits.
 //   Units    lengths in bytes, below 2 GiB (else EINVAL); to another process at most 64 MiB (EMSGSIZE). Priorities 0
 //            to 63.
-//   Errors   -1 and errno. EINTR: a handler ran that was installed without SA_RESTART. Buffers are not checked: a
-//            bad address ends the process.
+//   Errors   -1 and errno. EINTR: a handler ran; one that was installed with SA_RESTART goes mostly unnoticed where
+//            a wait for this process's own threads has no limit. Buffers are not checked: a bad address ends the process.
 //   Threads  any thread, but not a signal handler. A forked child has no channels and no connections.
 #pragma once
 
