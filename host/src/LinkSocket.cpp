@@ -148,7 +148,6 @@ int listenFor(Door& door) {
 int connectTo(const Door& door) {
     const Address address = addressOf(door);
     Descriptor connected(openSocket(0));
-    // Where many knock it takes a while until there is a place to wait in.
     const timeval patience = {2, 0};
     if (!connected.isOpen() ||
         setsockopt(connected.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience)) != 0)

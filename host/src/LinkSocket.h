@@ -26,6 +26,7 @@ int makeDoorbell(const Door& door);
 int openDoorbell(Door& door);
 /// Chooses the key.
 int listenFor(Door& door);
+/// Waits up to 2 s for a place among those that knock, then EAGAIN.
 int connectTo(const Door& door);
 
 bool peerOf(int socket, ucred& peer);

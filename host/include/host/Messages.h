@@ -75,8 +75,8 @@ int ChannelDestroy(int chid);
 
 /// A connection to the channel `chid` of the process `pid`; 0 is the caller's own. The id lies above all descriptors,
 /// and the connection ends at exec, whatever `index` and `flags` say. ESRCH: no such process or channel; EPERM: that of
-/// another user; EINVAL: another node; EAGAIN: memory, descriptors or threads are short; EFBIG: the process's limit for
-/// the size of files is too low to connect to others.
+/// another user; EINVAL: another node; EAGAIN: memory, descriptors or threads are short, or, after 2 s, thousands of
+/// others still wait to be let in; EFBIG: the process's limit for the size of files is too low to connect to others.
 int ConnectAttach(uint32_t nd, pid_t pid, int chid, unsigned index, int flags);
 /// Threads that send on it fail with EBADF. EINVAL for an unknown id.
 int ConnectDetach(int coid);
