@@ -95,8 +95,7 @@ struct EntryQueue {
 };
 
 struct QueuedPulse : QueueEntry {
-    unsigned
-        linkSerial;  // of the one over which it came, which has the id in `pulse.scoid` as long as it lives; or 0
+    unsigned linkSerial;  // of the link over which it came, with the id in `pulse.scoid`, if it has not ended; or 0
     _pulse pulse;
 };
 
@@ -290,7 +289,7 @@ inline bool isAnyAsleep(const Channel* channel) {
 unsigned beginSleep(Channel* channel, bool isInside, bool pulsesOnly);
 void endSleep(Channel* channel, bool isInside, bool pulsesOnly);
 
-/// Tells its sender, and forgets the link.
+/// Tells its sender, if the link is still there.
 void noteReceived(QueuedPulse* pulse);
 /// Null without memory.
 QueuedPulse* newPulse(Channel* channel, int priority, int code, union sigval value, int scoid);

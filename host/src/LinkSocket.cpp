@@ -91,10 +91,10 @@ Search searchIn(const char* folder, Door& door) {
         if (sscanf(linked + length, "%" SCNx32 "-%" SCNx32, &door.key, &door.flags) != 2)
             continue;
         Descriptor candidate(openat(dirfd(descriptors), entry->d_name, O_RDWR | O_CLOEXEC));
+        // The files of the process's clients, who choose their names, are larger.
         if (!candidate.isOpen())
             search.error = errno;
-        else if (isSegment(candidate.get(),
-                           kDoorbellSize))  // its clients' files, whose names they choose, are larger
+        else if (isSegment(candidate.get(), kDoorbellSize))
             search.found = candidate.release();
     }
     closedir(descriptors);

@@ -37,8 +37,8 @@ void stopWaiting(void* what) {
 int takeLane(ChannelGuard& guard, OutLink* link, size_t room, Deadline deadline, int& error) {
     constexpr uint64_t kLong = (uint64_t(1) << kLongLanes) - 1;
     const uint64_t roomy = room <= kMaxShort ? ~uint64_t(0) : kLong;
-    const uint64_t best =
-        room <= kMaxShort - kBeginBelow ? ~kLong : kLong;  // which leaves the others to longer ones
+    // A short one leaves the others to those that need them.
+    const uint64_t best = room <= kMaxShort - kBeginBelow ? ~kLong : kLong;
     for (error = 0;;) {
         if (link->isDead) {
             error = link->deathError;
