@@ -1,6 +1,7 @@
 #include <backtrace.h>
 
 #include "Backtrace.h"
+#include "Errno.h"
 #include "FutexLock.h"
 #include "SignalsBlocked.h"
 #include "ThreadState.h"
@@ -22,11 +23,6 @@ namespace host {
 namespace {
 
 constexpr int kLineMax = 149;
-
-int failed(int error) {
-    errno = error;
-    return -1;
-}
 
 struct Walk {
     bt_addr_t* addresses;
@@ -147,7 +143,7 @@ using namespace host;
 int bt_init_accessor(bt_accessor_t* accessor, int type, ...) {
     dropTimeout();
     if (accessor == nullptr || (type != BT_SELF && type != BT_THREAD && type != BT_PROCESS))
-        return failed(EINVAL);
+        return fail(EINVAL);
     va_list arguments;
     va_start(arguments, type);
     const pid_t pid = type == BT_PROCESS ? va_arg(arguments, pid_t) : getpid();
@@ -155,21 +151,21 @@ int bt_init_accessor(bt_accessor_t* accessor, int type, ...) {
     va_end(arguments);
     accessor->__type = static_cast<bt_acc_type_t>(type);  // stays so when refused: it names nobody's stack
     if (pid != getpid() || tid != static_cast<int>(threadId()))
-        return failed(unsupported("a backtrace of another thread", EINVAL));
+        return fail(unsupported("a backtrace of another thread", EINVAL));
     accessor->__type = BT_SELF;
     return 0;
 }
 
 int bt_release_accessor(bt_accessor_t* accessor) {
     dropTimeout();
-    return accessor == nullptr ? failed(EINVAL) : 0;
+    return accessor == nullptr ? fail(EINVAL) : 0;
 }
 
 // Not inlined anywhere: its own frame is the one that the walk leaves out.
 __attribute__((noinline)) int bt_get_backtrace(bt_accessor_t* accessor, bt_addr_t* addresses, int length) {
     dropTimeout();
     if (isRefused(accessor) || addresses == nullptr || length < 0)
-        return failed(EINVAL);
+        return fail(EINVAL);
     Walk walk = {addresses, length, 0};
     const WalkGuard guard;
     _Unwind_Backtrace(store, &walk);
@@ -179,7 +175,7 @@ __attribute__((noinline)) int bt_get_backtrace(bt_accessor_t* accessor, bt_addr_
 int bt_load_memmap(bt_accessor_t* accessor, bt_memmap_t* map) {
     dropTimeout();
     if (isRefused(accessor) || map == nullptr)
-        return failed(EINVAL);
+        return fail(EINVAL);
     map->count = 0;
     const WalkGuard guard;
     dl_iterate_phdr(addObject, map);
@@ -189,7 +185,7 @@ int bt_load_memmap(bt_accessor_t* accessor, bt_memmap_t* map) {
 int bt_sprn_memmap(bt_memmap_t* map, char* text, size_t size) {
     dropTimeout();
     if (map == nullptr || text == nullptr || size == 0)
-        return failed(EINVAL);
+        return fail(EINVAL);
     text[0] = '\0';
     constexpr int kDigits = 2 * sizeof(bt_addr_t);
     constexpr size_t kNameMax = kLineMax - 3 * (kDigits + 1) - 1;
@@ -201,7 +197,7 @@ int bt_sprn_memmap(bt_memmap_t* map, char* text, size_t size) {
                                      size_t{object.__size}, kDigits, size_t{object.__offset}, name);
         if (written < 0 || static_cast<size_t>(written) >= size) {
             text[0] = '\0';
-            return failed(ENOSPC);
+            return fail(ENOSPC);
         }
         text += written;
         size -= static_cast<size_t>(written);
@@ -212,7 +208,7 @@ int bt_sprn_memmap(bt_memmap_t* map, char* text, size_t size) {
 int bt_unload_memmap(bt_memmap_t* map) {
     dropTimeout();
     if (map == nullptr)
-        return failed(EINVAL);
+        return fail(EINVAL);
     map->count = 0;
     return 0;
 }

@@ -1,6 +1,6 @@
 #include "Channel.h"
 
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 #include "Link.h"
 #include "Mutex.h"
 

@@ -57,7 +57,7 @@ private:
     bool mIsLocked = false;
 };
 
-constexpr int kPriorities = 64;
+constexpr int kPriorities = kLastPriority + 1;
 
 struct QueueEntry {
     QueueEntry* next;

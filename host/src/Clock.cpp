@@ -2,7 +2,7 @@
 #include <sys/syspage.h>
 
 #include "Deadline.h"
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 #include "ThreadState.h"
 
 #include <errno.h>

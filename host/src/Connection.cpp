@@ -2,7 +2,7 @@
 
 #include "Backtrace.h"
 #include "Ending.h"
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 #include "ThreadState.h"
 #include "Unsupported.h"
 #include "Watcher.h"
@@ -75,11 +75,6 @@ pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
 /// child what is registered meanwhile.
 __attribute__((constructor(102))) void prepareForFork() {
     pthread_once(&forkHandlersOnce, registerForkHandlers);
-}
-
-int fail(int error) {
-    errno = error;
-    return -1;
 }
 
 /// Null without memory.

@@ -1,7 +1,7 @@
 // Descriptor: owns a file descriptor for the length of a call.
 #pragma once
 
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -18,6 +18,20 @@ extern __thread volatile sig_atomic_t endsLater __attribute__((tls_model("initia
 
 /// For a thread that must end: does so if it may here.
 void endIfDue();
+/// Takes back what is unfinished, and ends without unwinding and without the C library's part of it.
+[[noreturn]] void endOwnThread();
+
+/// Before the first thread is started. False when no thread could say that it ends.
+bool prepareEnds();
+/// For a thread that begins: its end, by itself, is noted.
+void beToldOfTheEnd();
+
+/// The signal that ends another thread. It is among those that an emulator passes on.
+inline int endingSignal() {
+    return SIGRTMAX - 4;
+}
+/// Before the first one is sent.
+void installEndingSignal();
 
 class EndsLater {
 public:

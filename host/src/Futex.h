@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Deadline.h"
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 
 #include <limits.h>
 #include <linux/futex.h>

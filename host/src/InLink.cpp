@@ -532,7 +532,7 @@ Waker completeReply(Message* message) {
     link->replies[message->lane].trim();
     link->messages[message->lane] = nullptr;
     if (message->isFollowed && !link->isDead) {
-        __atomic_fetch_or(&link->page->ready[message->lane / 32], 1u << message->lane % 32, __ATOMIC_SEQ_CST);
+        leaveLane(link, message->lane);
         callReceiver(link->channel).make();
     }
     message->link = nullptr;

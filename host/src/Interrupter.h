@@ -6,7 +6,7 @@
 #pragma once
 
 #include "Deadline.h"
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 
 #include <errno.h>
 #include <time.h>

@@ -3,7 +3,7 @@
 #include <devctl.h>
 #include <sys/neutrino.h>
 
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 #include "Interrupter.h"
 #include "ThreadState.h"
 

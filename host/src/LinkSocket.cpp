@@ -2,6 +2,7 @@
 
 #include "Deadline.h"
 #include "Descriptor.h"
+#include "Errno.h"
 #include "Segment.h"
 
 #include <dirent.h>
@@ -211,17 +212,13 @@ int receiveFile(int socket) {
     const int arrived = descriptorIn(message);
     Descriptor file(arrived);
     const bool isCut = (message.msg_flags & MSG_CTRUNC) != 0;
-    if (!file.isOpen() && (isCut || arrived >= 0)) {
-        errno = EMFILE;
-        return -1;
-    }
+    if (!file.isOpen() && (isCut || arrived >= 0))
+        return fail(EMFILE);
     // So far it was only looked at. What it brings again, the kernel closes.
     message.msg_control = nullptr;
     message.msg_controllen = 0;
-    if (!file.isOpen() || isCut || recvmsg(socket, &message, 0) != 1) {
-        errno = EBADMSG;
-        return -1;
-    }
+    if (!file.isOpen() || isCut || recvmsg(socket, &message, 0) != 1)
+        return fail(EBADMSG);
     return file.release();
 }
 

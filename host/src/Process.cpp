@@ -3,7 +3,7 @@
 #include <sys/wait.h>
 
 #include "Ending.h"
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 #include "ThreadState.h"
 
 #include <errno.h>
@@ -33,11 +33,6 @@ void findStack() {
     if (pthread_attr_getstack(&attributes, &begin, &size) == 0)
         stack = {true, reinterpret_cast<uintptr_t>(begin)};
     pthread_attr_destroy(&attributes);
-}
-
-int fail(int error) {
-    errno = error;
-    return -1;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "Segment.h"
 
 #include "Descriptor.h"
+#include "Errno.h"
 #include "Futex.h"
 
 #include <errno.h>
@@ -22,10 +23,8 @@ constexpr size_t kSmallestWindow = 64 << 10;
 int makeSegment(const char* name, off64_t size) {
     rlimit limit;
     if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
-        static_cast<off64_t>(limit.rlim_cur) < size) {
-        errno = EFBIG;  // and not the signal that the kernel would send
-        return -1;
-    }
+        static_cast<off64_t>(limit.rlim_cur) < size)
+        return fail(EFBIG);  // and not the signal that the kernel would send
     Descriptor descriptor(memfd_create(name, MFD_CLOEXEC | MFD_ALLOW_SEALING));
     if (!descriptor.isOpen() || ftruncate64(descriptor.get(), size) != 0 ||
         fcntl(descriptor.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0)

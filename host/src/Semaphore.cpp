@@ -1,7 +1,7 @@
 #include <semaphore.h>
 
 #include "Ending.h"
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 #include "ThreadState.h"
 
 namespace {

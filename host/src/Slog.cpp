@@ -2,6 +2,7 @@
 
 #include "Descriptor.h"
 #include "Ending.h"
+#include "Errno.h"
 #include "Hex.h"
 #include "ThreadState.h"
 
@@ -123,15 +124,9 @@ int sendSyslog(const Message& message) {
     return sendTo("/dev/log", parts, 2, message.armed);
 }
 
-int failed(int error) {
-    errno = error;
-    return -1;
-}
-
 int log(const Message& message) {
     const char* const path = getenv(kVariable);
-    const int error = path != nullptr && *path != '\0' ? sendRecord(path, message) : sendSyslog(message);
-    return error == 0 ? 0 : failed(error);
+    return resultOf(path != nullptr && *path != '\0' ? sendRecord(path, message) : sendSyslog(message));
 }
 
 }  // namespace
@@ -162,16 +157,16 @@ int slogf(int opcode, int severity, const char* format, ...) {
 int slogb(int opcode, int severity, void* data, int size) {
     const Deadline armed = takeTimeout(kCovered);
     if (size < 0 || static_cast<unsigned>(size) > kSlogBytesMax)
-        return failed(EINVAL);
+        return fail(EINVAL);
     if (data == nullptr && size != 0)
-        return failed(EFAULT);
+        return fail(EFAULT);
     return log({SlogKind::BYTES, opcode, severity, data, static_cast<size_t>(size), armed});
 }
 
 int slogi(int opcode, int severity, int nargs, ...) {
     const Deadline armed = takeTimeout(kCovered);
     if (nargs < 0 || static_cast<unsigned>(nargs) > kSlogIntsMax)
-        return failed(EINVAL);
+        return fail(EINVAL);
     int values[kSlogIntsMax] = {};
     va_list arguments;
     va_start(arguments, nargs);

@@ -3,7 +3,7 @@
 
 #include "Descriptor.h"
 #include "Ending.h"
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 #include "ThreadState.h"
 #include "Unsupported.h"
 
@@ -122,10 +122,8 @@ int nto_statvfs(const char* path, struct nto_statvfs* status) {
         const host::EndsLater untilClosed;
         isKnown = host::findInMountTable(file.st_dev, type) || host::findByMagic(path, type);
     }
-    if (!isKnown) {
-        errno = host::unsupported("statvfs of a file system of unknown type", ENOTSUP);
-        return -1;
-    }
+    if (!isKnown)
+        return host::fail(host::unsupported("statvfs of a file system of unknown type", ENOTSUP));
     *status = {known.f_bsize, known.f_frsize, known.f_blocks, known.f_bfree, known.f_bavail,  known.f_files,
                known.f_ffree, known.f_favail, known.f_fsid,   known.f_flag,  known.f_namemax, {}};
     memcpy(status->f_basetype, type, sizeof(type));

@@ -2,7 +2,7 @@
 
 #include "Connection.h"
 #include "Ending.h"
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 #include "ThreadState.h"
 #include "Unsupported.h"
 
@@ -23,11 +23,6 @@ constexpr uint64_t kMostMissed = 1u << 20;
 constexpr uint64_t kLeastSleepNs = 50000;
 
 IdTable<Timer> timers = {nullptr, 0, 0};
-
-int fail(int error) {
-    errno = error;
-    return -1;
-}
 
 uint64_t add(uint64_t time, uint64_t duration) {
     return time > UINT64_MAX - duration ? UINT64_MAX : time + duration;

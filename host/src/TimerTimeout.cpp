@@ -1,5 +1,6 @@
 #include <sys/neutrino.h>
 
+#include "Errno.h"
 #include "ThreadState.h"
 #include "Unsupported.h"
 
@@ -41,9 +42,5 @@ int TimerTimeout_r(clockid_t id, int flags, const struct sigevent* notify, const
 }
 
 int TimerTimeout(clockid_t id, int flags, const struct sigevent* notify, const uint64_t* ntime, uint64_t* otime) {
-    const int result = TimerTimeout_r(id, flags, notify, ntime, otime);
-    if (result == EOK)
-        return 0;
-    errno = result;
-    return -1;
+    return resultOf(TimerTimeout_r(id, flags, notify, ntime, otime));
 }

@@ -1,6 +1,6 @@
 #include "Unsupported.h"
 
-#include "ErrnoKeeper.h"
+#include "Errno.h"
 
 #include <string.h>
 #include <sys/uio.h>
