@@ -44,10 +44,11 @@ public:
 private:
     friend class CVQReferencedSharedMemory;
 
-    /// `map`, which also tells how many bytes the object has that was mapped; 0 when none was. `expectNone`: tries
-    /// first to make an object that nobody else makes. Whether that fails or not, the results are those of `map`.
+    /// `map`, which also tells how many bytes the object has that was mapped; 0 when none was. `expectNone`, not with
+    /// `recreate`: an object counts as created only if nobody else has made it.
     bool map(bool recreate, bool readOnly, bool zeroFill, bool expectNone, unsigned long long& objectSize);
     bool openOrCreate(bool recreate);
+    bool createOrOpen();
     void* mapDescriptor(bool readOnly, int flags) const;
     void closeDescriptor();
 

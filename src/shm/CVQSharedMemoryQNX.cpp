@@ -66,9 +66,7 @@ bool CVQSharedMemory::map(bool recreate, bool readOnly, bool zeroFill, bool expe
         doCheapAssert(kLineMapNoName, kUnit);
         return false;
     }
-    mDescriptor = expectNone ? openObject(mName, O_CREAT | O_EXCL) : -1;
-    const bool isNew = mDescriptor != -1;
-    const bool isCreated = isNew || openOrCreate(recreate);
+    const bool isCreated = expectNone ? createOrOpen() : openOrCreate(recreate);
     if (isCreated && !setSize(mDescriptor, mSize)) {
         doCheapAssert(kLineMapSize, kUnit);
         closeDescriptor();
@@ -82,7 +80,7 @@ bool CVQSharedMemory::map(bool recreate, bool readOnly, bool zeroFill, bool expe
     mAddress = mapDescriptor(readOnly, 0);
     if (mAddress == nullptr) {
         VQSyslog::logMsg(0, VQSyslog::ERROR, "Unable to map file %s to memory: %s", mName, errorText(errno));
-    } else if (isNew) {
+    } else if (isCreated && expectNone) {
         objectSize = mSize;  // of zeros: nobody else has had it
     } else {
         const struct stat status = statusOf(mDescriptor);
@@ -165,6 +163,21 @@ bool CVQSharedMemory::openOrCreate(bool recreate) {
     }
     mDescriptor = openObject(mName, O_CREAT);
     return mDescriptor != -1;
+}
+
+/// True when this call made the object: of many at the same time one does.
+bool CVQSharedMemory::createOrOpen() {
+    for (;;) {
+        mDescriptor = openObject(mName, O_CREAT | O_EXCL);
+        if (mDescriptor != -1 || errno != EEXIST) {
+            return mDescriptor != -1;
+        }
+        mDescriptor = openObject(mName, 0);
+        if (mDescriptor != -1 || errno != ENOENT) {
+            return false;
+        }
+        // It has gone between the two. The next one may be another process's again.
+    }
 }
 
 void* CVQSharedMemory::mapDescriptor(bool readOnly, int flags) const {

@@ -105,6 +105,14 @@ std::string createSegment(const Arm& arm) {
     return (handle.isNull() ? "none, " : "made, ") + std::to_string(name.objectSize());
 }
 
+std::string createSegmentThatIsThere(const Arm& arm) {
+    const SharedName name;
+    name.make(104);
+    arm();
+    const auto handle = CVQReferencedSharedMemory::create(name.text().c_str(), 100);
+    return (handle.isNull() ? "none, " : "made, ") + std::to_string(name.objectSize());
+}
+
 std::string openSegment(const Arm& arm) {
     const SharedName name;
     name.make(104);
@@ -118,6 +126,9 @@ std::string openSegment(const Arm& arm) {
 std::vector<Row> faults::shmRows() {
     const std::vector<int> besideEexist = errorsBeside("shm_open", {EEXIST});
     const std::vector<int> besideEnoent = errorsBeside("shm_open", {ENOENT});
+    constexpr const char* thereAlready =
+        "none, 104 | CVQReferencedSharedMemory:110 | 2 Could not create shared memory /marlix-test | "
+        "CVQReferencedSharedMemory:90";
     return {
         {__LINE__, "VQSharedMemoryAccessQNX", "shm_open", openObject, "-1 @, -1", "open, 4096"},
         {__LINE__, "VQSharedMemoryAccessQNX", "ftruncate", openObject, "-1 @, 0", "open, 4096"},
@@ -245,8 +256,28 @@ std::vector<Row> faults::shmRows() {
         {__LINE__, "CVQSharedMemoryQNX", "mmap", createSegment,
          "none, -1 | 2 Unable to map file /marlix-test to memory: ? | CVQReferencedSharedMemory:110 | "
          "2 Could not create shared memory /marlix-test | CVQReferencedSharedMemory:90"},
-        // Whatever the attempt fails with that comes first, the segment is made as any object is.
-        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegment, "made, 104"},
+        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegment,
+         "none, -1 | 2 Unable to create file mapping handle named /marlix-test: ? | CVQReferencedSharedMemory:110 "
+         "| "
+         "2 Could not create shared memory /marlix-test | CVQReferencedSharedMemory:90",
+         "made, 104", 1, false, besideEexist},
+        // That the object was there for a moment only is no reason to give up. What another process makes after that
+        // moment is that process's.
+        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegment, "made, 104", nullptr, 1, false, {EEXIST}},
+        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegmentThatIsThere,
+         "none, 104 | 2 Unable to create file mapping handle named /marlix-test: ? | CVQReferencedSharedMemory:110 "
+         "| "
+         "2 Could not create shared memory /marlix-test | CVQReferencedSharedMemory:90",
+         thereAlready, 2, false, besideEnoent},
+        {__LINE__,
+         "CVQSharedMemoryQNX",
+         "shm_open",
+         createSegmentThatIsThere,
+         thereAlready,
+         nullptr,
+         2,
+         false,
+         {ENOENT}},
         {__LINE__, "CVQSharedMemoryQNX", "fstat", openSegment,
          "none, 104 | CVQReferencedSharedMemory:110 | 2 Could not open referenced shared memory /marlix-test"},
     };
