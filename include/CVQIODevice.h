@@ -50,6 +50,8 @@ public:
 private:
     template <class Call>
     int callUntil(int timeoutMs, Call call);
+    template <class Transfer>
+    int transferUntil(int timeoutMs, int size, Transfer transfer);
 
     unsigned mState = STATE_SUCCESS;
     int mDescriptor = -1;

@@ -101,6 +101,18 @@ int CVQIODevice::callUntil(int timeoutMs, Call call) {
     return error;
 }
 
+/// Of a transfer: the number of bytes, 0 at a time-out, -1 after an error. What no kernel is asked for arms no time-out,
+/// which the thread's next call would meet.
+template <class Transfer>
+int CVQIODevice::transferUntil(int timeoutMs, int size, Transfer transfer) {
+    ssize_t count = 0;
+    const int error = callUntil(size < 0 ? -1 : timeoutMs, [&] {
+        count = size < 0 ? (errno = EINVAL, -1) : transfer(static_cast<std::size_t>(size));
+        return count == -1 ? errno : EOK;
+    });
+    return error == EOK ? static_cast<int>(count) : error == ETIMEDOUT ? 0 : -1;
+}
+
 int CVQIODevice::read(void* buffer, int size, int timeoutMs) {
     if (mServer != -1) {
         const int result = VQIODeviceServerRegistry::onRead(mServer, buffer, size, timeoutMs);
@@ -108,13 +120,8 @@ int CVQIODevice::read(void* buffer, int size, int timeoutMs) {
             return result;
         }
     }
-    ssize_t count = 0;
-    const int error = callUntil(timeoutMs, [&] {
-        count =
-            size < 0 ? (errno = EINVAL, -1) : KernelIO::read(mDescriptor, buffer, static_cast<std::size_t>(size));
-        return count == -1 ? errno : EOK;
-    });
-    return error == EOK ? static_cast<int>(count) : error == ETIMEDOUT ? 0 : -1;
+    return transferUntil(timeoutMs, size,
+                         [&](std::size_t bytes) { return KernelIO::read(mDescriptor, buffer, bytes); });
 }
 
 int CVQIODevice::write(const void* data, int size, int timeoutMs) {
@@ -124,13 +131,8 @@ int CVQIODevice::write(const void* data, int size, int timeoutMs) {
             return result;
         }
     }
-    ssize_t count = 0;
-    const int error = callUntil(timeoutMs, [&] {
-        count =
-            size < 0 ? (errno = EINVAL, -1) : KernelIO::write(mDescriptor, data, static_cast<std::size_t>(size));
-        return count == -1 ? errno : EOK;
-    });
-    return error == EOK ? static_cast<int>(count) : error == ETIMEDOUT ? 0 : -1;
+    return transferUntil(timeoutMs, size,
+                         [&](std::size_t bytes) { return KernelIO::write(mDescriptor, data, bytes); });
 }
 
 bool CVQIODevice::devctl(int command, void* data, int size, int* info, int timeoutMs) {

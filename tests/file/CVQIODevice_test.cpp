@@ -331,6 +331,22 @@ TEST_F(CVQIODeviceTest, ErrorsOfDevicesAreFailures) {
     }
 }
 
+TEST_F(CVQIODeviceTest, ARefusedTransferLeavesNoTimeOutToTheNext) {
+    const Terminal terminal;
+    CVQIODevice device;
+    ASSERT_TRUE(device.open(terminal.path(), CVQIODevice::ACCESS_READ_WRITE));
+    char byte = 'x';
+    EXPECT_EQ(-1, device.write(&byte, -1, 10));
+    EXPECT_EQ(-1, device.read(&byte, -1, 10));
+    std::thread other([&] {
+        std::this_thread::sleep_for(milliseconds(50));
+        EXPECT_EQ(1, ::write(terminal.master(), "y", 1));
+    });
+    EXPECT_EQ(1, device.read(&byte, 1, -1));
+    EXPECT_EQ('y', byte);
+    other.join();
+}
+
 TEST_F(CVQIODeviceTest, CommandsReachTheDevice) {
     const Terminal terminal;
     CVQIODevice device;
