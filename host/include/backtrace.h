@@ -1,7 +1,8 @@
 // <backtrace.h>: the calling thread's call stack and the objects that its addresses lie in.
 //   Host     the stack is walked by the compiler's unwinder, the objects come from the dynamic linker: neither
 //            allocates, opens a file or needs /proc. Only the calling thread can be walked; an accessor for another
-//            thread or process is refused, and so is every later call with it.
+//            thread or process is refused, and so is every later call with it. One that names a thread is of use to
+//            that thread alone; one of BT_SELF to all.
 //   Threads  any thread, each with records of its own; also in a signal handler that interrupts another walk.
 #pragma once
 
@@ -22,6 +23,7 @@ typedef enum { BT_SELF, BT_THREAD, BT_PROCESS } bt_acc_type_t;
 
 typedef struct {
     bt_acc_type_t __type;
+    int __tid;  // of a named thread; 0 is none
 } bt_accessor_t;
 
 typedef struct {

@@ -17,7 +17,7 @@
 #include <unistd.h>
 #include <unwind.h>
 
-bt_accessor_t bt_acc_self = {BT_SELF};
+bt_accessor_t bt_acc_self = {BT_SELF, 0};
 
 namespace host {
 namespace {
@@ -113,7 +113,7 @@ __attribute__((constructor(103))) void completeForFork() {
 }
 
 bool isRefused(const bt_accessor_t* accessor) {
-    return accessor == nullptr || accessor->__type != BT_SELF;
+    return accessor == nullptr || (accessor->__type != BT_SELF && accessor->__tid != static_cast<int>(threadId()));
 }
 
 int addObject(dl_phdr_info* object, size_t, void* argument) {
@@ -149,11 +149,9 @@ int bt_init_accessor(bt_accessor_t* accessor, int type, ...) {
     const pid_t pid = type == BT_PROCESS ? va_arg(arguments, pid_t) : getpid();
     const int tid = type == BT_SELF ? static_cast<int>(threadId()) : va_arg(arguments, int);
     va_end(arguments);
-    accessor->__type = static_cast<bt_acc_type_t>(type);  // stays so when refused: it names nobody's stack
-    if (pid != getpid() || tid != static_cast<int>(threadId()))
-        return fail(unsupported("a backtrace of another thread", EINVAL));
-    accessor->__type = BT_SELF;
-    return 0;
+    const bool isCaller = pid == getpid() && tid == static_cast<int>(threadId());
+    *accessor = {static_cast<bt_acc_type_t>(type), isCaller ? tid : 0};
+    return isCaller ? 0 : fail(unsupported("a backtrace of another thread", EINVAL));
 }
 
 int bt_release_accessor(bt_accessor_t* accessor) {

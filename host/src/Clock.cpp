@@ -42,6 +42,8 @@ int ClockTime(clockid_t id, const uint64_t* set, uint64_t* old) {
         return -1;
     if (set != nullptr) {
         const timespec wanted = timespecOf(*set);
+        if (static_cast<uint64_t>(wanted.tv_sec) != *set / kNsPerSecond)
+            return fail(EINVAL);
         if (clock_settime(id, &wanted) != 0)
             return -1;
     }

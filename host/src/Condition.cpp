@@ -173,17 +173,28 @@ int signal(_sync* condition, int waiters) {
     return 0;
 }
 
-/// True when all who wait have left. Those who were woken do so soon; the others are not to be waited for.
-bool isLeft(const _sync* condition) {
+// Somebody was waited for who does not leave: in a forked child, the threads that it has not got.
+bool hasWaitedInVain = false;
+
+/// True when all who wait have left. Those who were woken do so soon; the others are not to be waited for: each that
+/// sleeps, and once in a process whoever is neither awake nor asleep.
+bool isLeft(_sync* condition) {
     constexpr uint64_t kPatienceNs = kNsPerSecond;
-    const uint64_t end = nowNs(CLOCK_MONOTONIC) + kPatienceNs;
-    while ((__atomic_load_n(&condition->__count, __ATOMIC_ACQUIRE) & kWaiters) != 0) {
-        if (nowNs(CLOCK_MONOTONIC) >= end)
+    const uint64_t end = load(hasWaitedInVain) ? 0 : nowNs(CLOCK_MONOTONIC) + kPatienceNs;
+    for (;;) {
+        const unsigned state = __atomic_load_n(&condition->__count, __ATOMIC_ACQUIRE);
+        const unsigned waiters = state & kWaiters;
+        if (waiters == 0)
+            return true;
+        if (futexSleepers(signalsOf(condition), sharingOf(state)) >= waiters)
             return false;
+        if (nowNs(CLOCK_MONOTONIC) >= end) {
+            __atomic_store_n(&hasWaitedInVain, true, __ATOMIC_RELAXED);
+            return false;
+        }
         const timespec moment = {0, 20000};
         clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
     }
-    return true;
 }
 
 }  // namespace

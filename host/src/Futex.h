@@ -51,6 +51,14 @@ inline int futexWait(unsigned* word, unsigned expected, Sharing sharing, Deadlin
                                    unlimited ? nullptr : &limit, FUTEX_BITSET_MATCH_ANY));
 }
 
+/// How many sleep on the word, who go on sleeping: to move them to where they are tells. 0 when the word changes.
+inline unsigned futexSleepers(unsigned* word, Sharing sharing) {
+    const ErrnoKeeper keeper;
+    const long sleepers = syscall(SYS_futex, word, FUTEX_CMP_REQUEUE | static_cast<int>(sharing), /*wake*/ 0,
+                                  /*move*/ static_cast<long>(INT_MAX), word, load(*word));
+    return sleepers < 0 ? 0 : static_cast<unsigned>(sleepers);
+}
+
 /// Wakes at most `count` waiters; how many they were. The word may be gone already: who was let in may have freed it.
 inline int futexWake(unsigned* word, int count, Sharing sharing) {
     const long woken = futex(word, FUTEX_WAKE | static_cast<int>(sharing), unsigned(count), nullptr, 0);

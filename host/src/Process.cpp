@@ -9,6 +9,8 @@
 #include <errno.h>
 #include <spawn.h>
 #include <stdint.h>
+#include <sys/auxv.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -22,12 +24,23 @@ struct Stack {
 
 __thread Stack stack __attribute__((tls_model("initial-exec"))) = {false, 0};
 
+/// Of the first thread, for where the C library cannot tell, without memory, a descriptor or /proc: what the limit leaves
+/// below the program's name, which the kernel puts at the top.
+void findFirstStack() {
+    const unsigned long top = getauxval(AT_EXECFN);
+    rlimit limit;
+    if (static_cast<pid_t>(threadId()) == getpid() && getrlimit(RLIMIT_STACK, &limit) == 0 && limit.rlim_cur < top)
+        stack = {true, top - static_cast<uintptr_t>(limit.rlim_cur)};
+}
+
 void findStack() {
     const ErrnoKeeper keeper;
     const EndsLater untilFound;  // the C library takes the heap's lock
     pthread_attr_t attributes;
-    if (pthread_getattr_np(pthread_self(), &attributes) != 0)
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) {
+        findFirstStack();
         return;
+    }
     void* begin;
     size_t size;
     if (pthread_attr_getstack(&attributes, &begin, &size) == 0)

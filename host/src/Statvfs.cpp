@@ -63,10 +63,13 @@ private:
     bool mTypeIsNext = false;
 };
 
-bool findInMountTable(dev_t device, char (&type)[16]) {
+/// Without a descriptor for it the answer is an error: another one would depend on how many are open.
+enum class InMountTable { FOUND, UNKNOWN, NO_DESCRIPTOR };
+
+InMountTable findInMountTable(dev_t device, char (&type)[16]) {
     const Descriptor table(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
     if (!table.isOpen())
-        return false;
+        return errno == EMFILE || errno == ENFILE ? InMountTable::NO_DESCRIPTOR : InMountTable::UNKNOWN;
     MountTableSearch search(device, type);
     char buffer[1024];
     for (;;) {
@@ -74,10 +77,10 @@ bool findInMountTable(dev_t device, char (&type)[16]) {
         if (bytes < 0 && errno == EINTR)
             continue;
         if (bytes <= 0)
-            return false;
+            return InMountTable::UNKNOWN;
         for (ssize_t i = 0; i < bytes; ++i) {
             if (search.take(buffer[i]))
-                return true;
+                return InMountTable::FOUND;
         }
     }
 }
@@ -106,26 +109,50 @@ bool findByMagic(const char* path, char (&type)[16]) {
     return false;
 }
 
+/// Of a file system that is larger than a field can tell, as much as it can.
+template <class Field>
+Field atMost(uint64_t count) {
+    constexpr Field kMost = static_cast<Field>(~Field(0));
+    return count < kMost ? static_cast<Field>(count) : kMost;
+}
+
 }  // namespace
 }  // namespace host
 
+using namespace host;
+
 int nto_statvfs(const char* path, struct nto_statvfs* status) {
-    host::dropTimeout();
-    struct statvfs known;
+    dropTimeout();
+    struct statvfs64 known;
     struct stat64 file;
-    if (statvfs(path, &known) != 0 || stat64(path, &file) != 0)
+    if (statvfs64(path, &known) != 0 || stat64(path, &file) != 0)
         return -1;
     char type[sizeof(status->f_basetype)] = {};
-    bool isKnown;
+    ErrnoKeeper keeper;
     {
-        const host::ErrnoKeeper keeper;
-        const host::EndsLater untilClosed;
-        isKnown = host::findInMountTable(file.st_dev, type) || host::findByMagic(path, type);
+        const EndsLater untilClosed;
+        const InMountTable answer = findInMountTable(file.st_dev, type);
+        if (answer == InMountTable::NO_DESCRIPTOR) {
+            keeper.report(errno);
+            return -1;
+        }
+        if (answer == InMountTable::UNKNOWN && !findByMagic(path, type)) {
+            keeper.report(unsupported("statvfs of a file system of unknown type", ENOTSUP));
+            return -1;
+        }
     }
-    if (!isKnown)
-        return host::fail(host::unsupported("statvfs of a file system of unknown type", ENOTSUP));
-    *status = {known.f_bsize, known.f_frsize, known.f_blocks, known.f_bfree, known.f_bavail,  known.f_files,
-               known.f_ffree, known.f_favail, known.f_fsid,   known.f_flag,  known.f_namemax, {}};
+    *status = {known.f_bsize,
+               known.f_frsize,
+               atMost<fsblkcnt_t>(known.f_blocks),
+               atMost<fsblkcnt_t>(known.f_bfree),
+               atMost<fsblkcnt_t>(known.f_bavail),
+               atMost<fsfilcnt_t>(known.f_files),
+               atMost<fsfilcnt_t>(known.f_ffree),
+               atMost<fsfilcnt_t>(known.f_favail),
+               known.f_fsid,
+               known.f_flag,
+               known.f_namemax,
+               {}};
     memcpy(status->f_basetype, type, sizeof(type));
     return 0;
 }

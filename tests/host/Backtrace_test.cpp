@@ -174,6 +174,26 @@ TEST(Backtrace, AcceptsTheCallingThreadByAnyName) {
     EXPECT_EQ(0, bt_release_accessor(&accessor));
 }
 
+TEST(Backtrace, AnAccessorThatNamesAThreadIsOfUseToThatThreadAlone) {
+    bt_accessor_t named, self;
+    const int own = static_cast<int>(gettid());
+    ASSERT_EQ(0, bt_init_accessor(&self, BT_SELF));
+    for (const int type : {BT_THREAD, BT_PROCESS}) {
+        ASSERT_EQ(0, type == BT_THREAD ? bt_init_accessor(&named, type, own)
+                                       : bt_init_accessor(&named, type, getpid(), own));
+        std::thread([&] {
+            bt_addr_t address;
+            static bt_memmap_t map;
+            errno = 0;
+            EXPECT_EQ(-1, bt_get_backtrace(&named, &address, 1));
+            EXPECT_EQ(EINVAL, errno);
+            EXPECT_EQ(-1, bt_load_memmap(&named, &map));
+            EXPECT_EQ(1, bt_get_backtrace(&self, &address, 1));
+            EXPECT_EQ(1, bt_get_backtrace(&bt_acc_self, &address, 1));
+        }).join();
+    }
+}
+
 TEST(Backtrace, RefusesOtherThreadsAndSaysSo) {
     bt_accessor_t accessor;
     testing::internal::CaptureStderr();

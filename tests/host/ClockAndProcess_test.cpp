@@ -1,6 +1,7 @@
 // Concerns: clocks and sleeps, never early; starting programs and waiting for them; the stack's end; the C library's
 // semaphore on the monotonic clock.
 #include "HeldElsewhere.h"
+#include "PrivateMounts.h"
 #include "SignalStorm.h"
 
 #include "support/ChildProcess.h"
@@ -13,6 +14,7 @@
 #include <process.h>
 #include <semaphore.h>
 #include <sys/neutrino.h>
+#include <sys/resource.h>
 #include <sys/syspage.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,6 +50,19 @@ TEST(ClockTime, RefusesUnknownClocks) {
     EXPECT_EQ(-1, ClockTime(4711, nullptr, &time));
     EXPECT_EQ(EINVAL, errno);
     EXPECT_EQ(5u, time);
+}
+
+TEST(ClockTime, RefusesATimeThatDoesNotFit) {
+    const auto result = support::runInChild([] {
+        constexpr uid_t kNobody = 65534;
+        if (geteuid() == 0 && setresuid(kNobody, kNobody, kNobody) != 0)
+            _exit(1);  // else the clock would be set
+        const uint64_t afterSeconds32 = ((uint64_t{1} << 32) + 100) * host::kNsPerSecond;
+        errno = 0;
+        EXPECT_EQ(-1, ClockTime(CLOCK_REALTIME, &afterSeconds32, nullptr));
+        EXPECT_EQ(sizeof(time_t) == 4 ? EINVAL : EPERM, errno);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
 }
 
 TEST(ClockId, IsTheProcessorTimeOfAThreadOrAProcess) {
@@ -193,6 +208,21 @@ TEST(Stack, HasAnEnd) {
         EXPECT_GT(__stackavail(), 50000u);
         EXPECT_LT(__stackavail(), std::size_t{1} << 30);
     }).join();
+}
+
+TEST(Stack, OfTheFirstThreadNeedsNoProc) {
+    const auto result = support::runInChild([] {
+        if (!mountEmptyOver("/proc"))
+            _exit(kNoMounts);
+        const std::size_t here = __stackavail();
+        EXPECT_GT(here, 100000u);
+        rlimit limit;
+        getrlimit(RLIMIT_STACK, &limit);
+        EXPECT_LE(here, limit.rlim_cur);
+    });
+    if (result.exitedWith(kNoMounts))
+        GTEST_SKIP() << "no privilege to have a /proc of one's own";
+    EXPECT_TRUE(result.exitedWith(0)) << result;
 }
 
 TEST(Semaphore, WaitsOnTheMonotonicClock) {

@@ -353,6 +353,67 @@ TEST(ConditionLifetime, DoesNotEndWhileThreadsWait) {
     EXPECT_EQ(0, pthread_cond_destroy(&condition));
 }
 
+/// Conditions that a thread each sleeps on.
+class SleptOn {
+public:
+    static constexpr int kCount = 10;
+
+    SleptOn() {
+        for (_sync& condition : mConditions)
+            mWaiters.emplace_back([this, &condition] {
+                pthread_mutex_lock(&mMutex);
+                while (!mIsOver)
+                    pthread_cond_wait(&condition, &mMutex);
+                pthread_mutex_unlock(&mMutex);
+            });
+        for (const _sync& condition : mConditions)
+            while (__atomic_load_n(&condition.__count, __ATOMIC_RELAXED) == 0)
+                std::this_thread::yield();
+        pthread_mutex_lock(&mMutex);  // as soon as all have given it up
+        pthread_mutex_unlock(&mMutex);
+    }
+    ~SleptOn() {
+        pthread_mutex_lock(&mMutex);
+        mIsOver = true;
+        pthread_mutex_unlock(&mMutex);
+        for (_sync& condition : mConditions)
+            pthread_cond_broadcast(&condition);
+        for (std::thread& waiter : mWaiters)
+            waiter.join();
+    }
+    SleptOn(const SleptOn&) = delete;
+    SleptOn& operator=(const SleptOn&) = delete;
+
+    /// How long it takes to find that none of them can be destroyed.
+    std::chrono::nanoseconds tryToDestroyAll() {
+        const uint64_t begin = monotonicNs();
+        for (_sync& condition : mConditions)
+            EXPECT_EQ(EBUSY, pthread_cond_destroy(&condition));
+        return std::chrono::nanoseconds(monotonicNs() - begin);
+    }
+
+private:
+    _sync mConditions[kCount] = {};
+    _sync mMutex = {};
+    bool mIsOver = false;
+    std::vector<std::thread> mWaiters;
+};
+
+// As static objects of a service that ends have them.
+TEST(ConditionLifetime, SleepersAreNotWaitedFor) {
+    SleptOn some;
+    EXPECT_LT(some.tryToDestroyAll(), SleptOn::kCount / 2 * 1s);
+}
+
+TEST(ConditionLifetime, AForkedChildDoesNotWaitForItsParentsThreadsAgainAndAgain) {
+    SleptOn some;
+    const auto result = support::runInChild([&] {
+        EXPECT_LT(some.tryToDestroyAll(), SleptOn::kCount / 2 * 1s);
+        _exit(testing::Test::HasFailure() ? support::kExpectationFailed : 0);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
 // Who was woken leaves the condition before that is destroyed: its memory may be given back.
 TEST(ConditionLifetime, EndsRightAfterABroadcast) {
     for (int round = 0; round < 200; ++round) {

@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 /// Puts an empty folder in the place of `path`, for the calling process alone. False without the privilege or folder.
-inline bool mountEmptyOver(const char* path) {
+inline bool mountEmptyOver(const char* path, const char* options = nullptr) {
     return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("none", path, "tmpfs", 0, nullptr) == 0;
+           mount("none", path, "tmpfs", 0, options) == 0;
 }
 
 /// The exit code of a child that cannot have such mounts here.

@@ -4,12 +4,15 @@
 
 #include "support/ChildProcess.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <string>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/statvfs.h>
 
 namespace {
@@ -53,6 +56,35 @@ TEST(Statvfs, FailsAsTheCLibraryDoes) {
     EXPECT_EQ(ENOENT, errno);
     EXPECT_EQ(-1, statvfs("/proc/version/none", &status));
     EXPECT_EQ(ENOTDIR, errno);
+}
+
+// Without the mount table the answer may be another one.
+TEST(Statvfs, NeedsADescriptor) {
+    const auto result = support::runInChild([] {
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_NOFILE, &none);
+        struct statvfs status;
+        errno = 0;
+        _exit(statvfs("/proc", &status) == -1 && errno == EMFILE ? 0 : 1);
+    });
+    EXPECT_TRUE(result.exitedWith(0)) << result;
+}
+
+TEST(Statvfs, TellsOfALargeFileSystemWhatItsFieldsCanHold) {
+    const auto result = support::runInChild([] {
+        if (!mountEmptyOver("/mnt", "size=32t"))
+            _exit(kNoMounts);
+        struct statvfs64 expected;
+        struct statvfs status;
+        ASSERT_EQ(0, statvfs64("/mnt", &expected));
+        ASSERT_EQ(0, statvfs("/mnt", &status));
+        EXPECT_EQ(uint64_t{32} << 40, expected.f_blocks * expected.f_bsize);
+        EXPECT_EQ(std::min<uint64_t>(expected.f_blocks, std::numeric_limits<fsblkcnt_t>::max()), status.f_blocks);
+        EXPECT_STREQ("tmpfs", status.f_basetype);
+    });
+    if (result.exitedWith(kNoMounts))
+        GTEST_SKIP() << "no privilege to mount anything";
+    EXPECT_TRUE(result.exitedWith(0)) << result;
 }
 
 TEST(Statvfs, KnowsUsualTypesWithoutAMountTable) {

@@ -15,8 +15,9 @@
 //            once, and holds it again on return, whatever the result: 0, ETIMEDOUT, EPERM when it is not the
 //            caller's, EINVAL for bad nanoseconds. It may return 0 without a signal. A waiter that expects its signal
 //            from another processor looks for it for up to 50 us before it sleeps. destroy lets those who were woken
-//            leave, so that it may follow the signal; EBUSY when threads still wait after a second. At most 524,287
-//            threads wait, killed ones included.
+//            leave, so that it may follow the signal; EBUSY when threads sleep, or when somebody does not leave in a
+//            second, which a process waits for once: killed waiters, and those of a forked child's parent, never do.
+//            At most 524,287 threads wait, killed ones included.
 //   Threads  any thread; any process that maps it when made with PTHREAD_PROCESS_SHARED. No priority inheritance;
 //            what a dead holder left locked stays locked.
 #pragma once

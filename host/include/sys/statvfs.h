@@ -1,5 +1,6 @@
 // <sys/statvfs.h>: the C library's, with the field that Neutrino has besides: the name of the file system's type.
-//   Errors   those of the C library; ENOTSUP, with a line on standard error, for a file system whose type neither the
+//   Counts   that a field cannot hold, of large file systems in 32-bit programs, are as much as it can.
+//   Errors   those of the C library; EMFILE and ENFILE, as the mount table is read; ENOTSUP, with a line on standard error, for a file system whose type neither the
 //            mount table nor its magic number tells.
 //   Limits   `statvfs` is a macro, for the structure and the call alike; `fstatvfs` and the 64-bit forms stay the C
 //            library's own, and do not take this structure.
