@@ -1,6 +1,6 @@
 // Concerns: threads that ThreadDestroy ends in a call, at any moment: what they leave to others.
 #include "LogSocket.h"
-#include "MessageTesting.h"
+#include "MessageOther.h"
 #include "OnProcessor.h"
 
 #include "support/Forker.h"
@@ -520,6 +520,21 @@ TEST(EndingSender, GivesBackItsPlaceInAConnectionToAnotherProcess) {
     }
     armFor(_NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY, 60 * host::kNsPerSecond);
     EXPECT_EQ(0, MsgSend(elsewhere.coid, "x", 1, nullptr, 0));
+}
+
+TEST(EndingSender, ThatWaitsForAPlaceInAConnectionLeavesNothingOfIt) {
+    NEEDS_THREADS_THAT_VANISH();
+    FullConnection full;
+    Doomed sender([&] { sendNothing(full.coid); });
+    waitUntilOthersSleep();
+    sender.end();
+    full.begin();
+    full.expectOfAll({0, 0});
+    EXPECT_EQ((Outcome{0, 0}), sendNothing(full.coid));
+    constexpr int kDescriptors = 3;  // of a connection, one of them until nobody uses it
+    const int before = openDescriptors(getpid());
+    EXPECT_EQ(0, ConnectDetach(full.coid));
+    EXPECT_EQ(before - kDescriptors, openDescriptors(getpid()));
 }
 
 /// A thread that sleeps until it is woken to take something. Who wakes it and ends it then, on the same processor, is

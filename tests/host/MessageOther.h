@@ -2,6 +2,7 @@
 #pragma once
 
 #include "MessageTesting.h"
+#include "Segment.h"
 
 #include "support/ChildProcess.h"
 
@@ -111,6 +112,43 @@ inline std::function<void()> clientOf(pid_t server, int chid, const std::functio
 inline std::function<void()> client(int chid, const std::function<void(int)>& body) {
     return clientOf(getpid(), chid, body);
 }
+
+/// A connection that has no place for another message: as many threads as there are places send nothing to a process that
+/// receives nothing until it is told to echo.
+class FullConnection {
+public:
+    FullConnection() : mServer([this] { run(); }) {
+        int chid = -1;
+        EXPECT_EQ(static_cast<ssize_t>(sizeof chid), read(mReady.ends[0], &chid, sizeof chid));
+        coid = attachTo(mServer.pid(), chid);
+        EXPECT_GE(coid, _NTO_SIDE_CHANNEL);
+        for (unsigned i = 0; i < host::kLanes; ++i)
+            mSenders.push_back(sendNothingElsewhere(coid));
+        waitUntilOthersSleep();
+    }
+
+    void begin() const { EXPECT_EQ(1, write(mBegin.ends[1], "b", 1)); }
+    void killServer() const { mServer.kill(); }
+    void expectOfAll(const Outcome& expected) {
+        for (std::future<Outcome>& sender : mSenders)
+            EXPECT_EQ(expected, sender.get());
+        mSenders.clear();
+    }
+
+    int coid = -1;
+
+private:
+    void run() const {
+        const int chid = ChannelCreate(0);
+        char byte;
+        if (write(mReady.ends[1], &chid, sizeof chid) == sizeof chid && read(mBegin.ends[0], &byte, 1) == 1)
+            echo(chid);
+    }
+
+    Pipe mReady, mBegin;
+    std::vector<std::future<Outcome>> mSenders;
+    Other mServer;  // the first to go, so that nobody waits for it
+};
 
 #define EXPECT_ENDS_WELL(child)                                                                                    \
     do {                                                                                                           \

@@ -41,6 +41,21 @@ TEST(MessageProcessTimeout, EndsEachStateThatItCovers) {
     EXPECT_ENDS_WELL(other.finish());
 }
 
+TEST(MessageProcessTimeout, EndsTheWaitForAPlaceInAConnection) {
+    FullConnection full;
+    for (const int states : {_NTO_TIMEOUT_SEND, _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY}) {
+        const uint64_t begin = monotonicNs();
+        armFor(states, 10 * kMs);
+        EXPECT_EQ(kTimedOut, sendNothing(full.coid));
+        EXPECT_GE(monotonicNs() - begin, 10 * kMs);
+        armNow(states);
+        EXPECT_EQ(kTimedOut, sendNothing(full.coid));
+    }
+    full.begin();
+    full.expectOfAll({0, 0});
+    EXPECT_EQ((Outcome{0, 0}), sendNothing(full.coid));
+}
+
 TEST(MessageProcessTimeout, HasOneOutcomeWhenItRacesTheReply) {
     if (!canStartThreadsInChildren())
         GTEST_SKIP() << "no threads in the children of a process that has some";
@@ -209,6 +224,25 @@ TEST(MessageProcessSender, IsInterruptedWhileItWaitsForAReceiverOrTheReply) {
     close(ended[1]);
 }
 
+TEST(MessageProcessSender, IsInterruptedWhileItWaitsForAPlaceInAConnection) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    FullConnection full;
+    std::atomic<bool> isOver{false};
+    std::thread sender([&] {
+        EXPECT_EQ((Outcome{-1, EINTR}), sendNothing(full.coid));
+        isOver = true;
+    });
+    while (!isOver) {
+        pthread_kill(sender.native_handle(), SIGUSR1);
+        std::this_thread::sleep_for(1ms);
+    }
+    sender.join();
+    full.begin();
+    full.expectOfAll({0, 0});
+}
+
 TEST(MessageProcessUnblock, AsksTheReceiverAndWaitsForItsReply) {
     OwnChannel own(_NTO_CHF_UNBLOCK);
     support::ChildProcess other(client(own.chid, [](int coid) {
@@ -316,6 +350,15 @@ TEST(MessageProcessEnd, OfTheServerEndsTheClientsWait) {
         close(ready[0]);
         close(ready[1]);
     }
+}
+
+TEST(MessageProcessEnd, OfTheServerEndsTheWaitForAPlaceInAConnection) {
+    FullConnection full;
+    auto another = sendNothingElsewhere(full.coid);
+    waitUntilOthersSleep();
+    full.killServer();
+    EXPECT_EQ((Outcome{-1, ESRCH}), another.get());
+    full.expectOfAll({-1, ESRCH});
 }
 
 TEST(MessageProcessEnd, OfTheClientIsToldToTheServer) {

@@ -61,11 +61,15 @@ TEST(Statvfs, FailsAsTheCLibraryDoes) {
 // Without the mount table the answer may be another one.
 TEST(Statvfs, NeedsADescriptor) {
     const auto result = support::runInChild([] {
-        const rlimit none = {0, 0};
+        rlimit before;
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit none = {0, before.rlim_max};
         setrlimit(RLIMIT_NOFILE, &none);
         struct statvfs status;
         errno = 0;
-        _exit(statvfs("/proc", &status) == -1 && errno == EMFILE ? 0 : 1);
+        EXPECT_EQ(-1, statvfs("/proc", &status));
+        EXPECT_EQ(EMFILE, errno);
+        setrlimit(RLIMIT_NOFILE, &before);
     });
     EXPECT_TRUE(result.exitedWith(0)) << result;
 }
