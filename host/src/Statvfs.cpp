@@ -97,8 +97,8 @@ bool findByMagic(const char* path, char (&type)[16]) {
         {TMPFS_MAGIC, "tmpfs"},       {EXT4_SUPER_MAGIC, "ext4"},         {kXfs, "xfs"},
         {NFS_SUPER_MAGIC, "nfs"},     {PROC_SUPER_MAGIC, "proc"},
     };
-    struct statfs status;
-    if (statfs(path, &status) != 0)
+    struct statfs64 status;
+    if (statfs64(path, &status) != 0)
         return false;
     for (const auto& row : kTypes) {
         if (static_cast<unsigned>(status.f_type) == row.magic) {

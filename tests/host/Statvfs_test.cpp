@@ -85,6 +85,9 @@ TEST(Statvfs, TellsOfALargeFileSystemWhatItsFieldsCanHold) {
         EXPECT_EQ(uint64_t{32} << 40, expected.f_blocks * expected.f_bsize);
         EXPECT_EQ(std::min<uint64_t>(expected.f_blocks, std::numeric_limits<fsblkcnt_t>::max()), status.f_blocks);
         EXPECT_STREQ("tmpfs", status.f_basetype);
+        ASSERT_TRUE(mountEmptyOver("/proc"));  // where the mount table is
+        EXPECT_EQ(0, statvfs("/mnt", &status));
+        EXPECT_STREQ("tmpfs", status.f_basetype);
     });
     if (result.exitedWith(kNoMounts))
         GTEST_SKIP() << "no privilege to mount anything";
