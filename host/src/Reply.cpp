@@ -23,30 +23,40 @@ void noteReplied(Message* message, size_t end) {
         message->replyLength = end;
 }
 
-int reply(int rcvid, int status, int error, Buffers given) {
+/// What `act` makes of the message under the id and of the caller's buffers: its result, or an error number negated.
+template <class Act>
+int withReceived(int rcvid, Buffers buffers, int offset, Act act) {
     dropTimeout();
     iovec only;
-    Parts answer;
-    if (!given.measure(answer, only))
+    Parts parts;
+    if (!buffers.measure(parts, only) || offset < 0)
         return fail(EINVAL);
     ErrnoKeeper keeper;
     ChannelGuard guard;
     Message* const message = findReceived(rcvid);
-    if (message == nullptr) {
-        keeper.report(ESRCH);
-        return -1;
-    }
-    if (message->sender == nullptr && !claimReply(message)) {
-        finishMessage(message, -1, ESRCH);
-        keeper.report(ESRCH);
-        return -1;
-    }
+    const int result = message != nullptr ? act(guard, message, parts) : -ESRCH;
+    if (result >= 0)
+        return result;
+    keeper.report(-result);
+    return -1;
+}
+
+/// For messages from other processes: false, and the message is over, when the sender has withdrawn.
+bool claimOrFinish(Message* message) {
+    if (message->sender != nullptr || claimReply(message))
+        return true;
+    finishMessage(message, -1, ESRCH);
+    return false;
+}
+
+int replyTo(ChannelGuard& guard, Message* message, const Parts& answer, int status, int error) {
+    if (!claimOrFinish(message))
+        return -ESRCH;
     iovec storage;
     Parts place;
     if (answer.length != 0 && !replyPlace(message, storage, place)) {
         finishMessage(message, -1, EAGAIN).wake();
-        keeper.report(EAGAIN);
-        return -1;
+        return -EAGAIN;
     }
     message->state = Message::State::REPLIED;
     if (answer.length != 0) {
@@ -59,62 +69,29 @@ int reply(int rcvid, int status, int error, Buffers given) {
     }
     const bool isGone = message->sender == nullptr && message->link->isDead;
     const Waker sender = finishMessage(message, status, error);
-    {
-        const EndsLater untilWoken;
-        guard.unlock();
-        sender.wake();
-    }
-    if (!isGone)
-        return 0;
-    keeper.report(ESRCH);
-    return -1;
+    const EndsLater untilWoken;
+    guard.unlock();
+    sender.wake();
+    return isGone ? -ESRCH : 0;
 }
 
-int readMessage(int rcvid, Buffers room, int offset) {
-    dropTimeout();
-    iovec only;
-    Parts into;
-    if (!room.measure(into, only) || offset < 0)
-        return fail(EINVAL);
-    ErrnoKeeper keeper;
-    ChannelGuard guard;
-    Message* const message = findReceived(rcvid);
-    if (message == nullptr) {
-        keeper.report(ESRCH);
-        return -1;
-    }
+int readFrom(ChannelGuard& guard, Message* message, const Parts& into, size_t offset) {
     const char* const window = message->sender == nullptr ? requestWindow(message) : nullptr;
     ++message->users;
-    const size_t copied = copyAside(
-        guard, into.length, [&] { return readRequest(message, window, into, static_cast<size_t>(offset)); });
+    const size_t copied = copyAside(guard, into.length, [&] { return readRequest(message, window, into, offset); });
     const bool isGone = message->sender == nullptr && !isStillWanted(message) && !message->isClaimed;
     if (isGone)
         message->isOver = message->isIdKept = true;
     endUse(message).wake();
-    if (!isGone)
-        return static_cast<int>(copied);
-    keeper.report(ESRCH);
-    return -1;
+    return isGone ? -ESRCH : static_cast<int>(copied);
 }
 
-int writeReply(int rcvid, Buffers given, int offset) {
-    dropTimeout();
-    iovec only;
-    Parts from;
-    if (!given.measure(from, only) || offset < 0)
-        return fail(EINVAL);
-    ErrnoKeeper keeper;
-    const ChannelGuard guard;  // all the time: pieces that two threads write take their turns
-    Message* const message = findReceived(rcvid);
-    if (message == nullptr || (message->sender == nullptr && !claimReply(message))) {
-        if (message != nullptr)
-            finishMessage(message, -1, ESRCH);
-        keeper.report(ESRCH);
-        return -1;
-    }
+/// With the lock all the time: pieces that two threads write take their turns.
+int writeTo(Message* message, const Parts& from, size_t begin) {
+    if (!claimOrFinish(message))
+        return -ESRCH;
     iovec storage;
     Parts place;
-    const size_t begin = static_cast<size_t>(offset);
     size_t copied = 0;
     const bool hasPlace = replyPlace(message, storage, place);
     if (hasPlace && begin < place.length) {
@@ -125,10 +102,25 @@ int writeReply(int rcvid, Buffers given, int offset) {
     }
     if (message->sender == nullptr)
         unclaimReply(message);
-    if (hasPlace)
-        return static_cast<int>(copied);
-    keeper.report(EAGAIN);
-    return -1;
+    return hasPlace ? static_cast<int>(copied) : -EAGAIN;
+}
+
+int reply(int rcvid, int status, int error, Buffers given) {
+    return withReceived(rcvid, given, 0, [=](ChannelGuard& guard, Message* message, const Parts& answer) {
+        return replyTo(guard, message, answer, status, error);
+    });
+}
+
+int readMessage(int rcvid, Buffers room, int offset) {
+    return withReceived(rcvid, room, offset, [=](ChannelGuard& guard, Message* message, const Parts& into) {
+        return readFrom(guard, message, into, static_cast<size_t>(offset));
+    });
+}
+
+int writeReply(int rcvid, Buffers given, int offset) {
+    return withReceived(rcvid, given, offset, [=](ChannelGuard&, Message* message, const Parts& from) {
+        return writeTo(message, from, static_cast<size_t>(offset));
+    });
 }
 
 }  // namespace
