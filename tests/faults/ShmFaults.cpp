@@ -98,19 +98,19 @@ std::string create(const Arm& arm) {
                                         : "failed " + faults::errorName(errno);
 }
 
-std::string createSegment(const Arm& arm) {
+std::string createSegment(const Arm& arm, bool exists) {
     const SharedName name;
+    if (exists)
+        name.make(104);
     arm();
     const auto handle = CVQReferencedSharedMemory::create(name.text().c_str(), 100);
     return (handle.isNull() ? "none, " : "made, ") + std::to_string(name.objectSize());
 }
-
-std::string createSegmentThatIsThere(const Arm& arm) {
-    const SharedName name;
-    name.make(104);
-    arm();
-    const auto handle = CVQReferencedSharedMemory::create(name.text().c_str(), 100);
-    return (handle.isNull() ? "none, " : "made, ") + std::to_string(name.objectSize());
+std::string createSegmentNew(const Arm& arm) {
+    return createSegment(arm, false);
+}
+std::string createSegmentOld(const Arm& arm) {
+    return createSegment(arm, true);
 }
 
 std::string openSegment(const Arm& arm) {
@@ -253,31 +253,23 @@ std::vector<Row> faults::shmRows() {
          "false | 2 Unable to create file mapping handle named /marlix/no such name: unknown"},
 
         // A segment that was made, and whose memory could not be had, is taken away again: nobody could open it.
-        {__LINE__, "CVQSharedMemoryQNX", "mmap", createSegment,
+        {__LINE__, "CVQSharedMemoryQNX", "mmap", createSegmentNew,
          "none, -1 | 2 Unable to map file /marlix-test to memory: ? | CVQReferencedSharedMemory:110 | "
          "2 Could not create shared memory /marlix-test | CVQReferencedSharedMemory:90"},
-        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegment,
+        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegmentNew,
          "none, -1 | 2 Unable to create file mapping handle named /marlix-test: ? | CVQReferencedSharedMemory:110 "
          "| "
          "2 Could not create shared memory /marlix-test | CVQReferencedSharedMemory:90",
          "made, 104", 1, false, besideEexist},
         // That the object was there for a moment only is no reason to give up. What another process makes after that
         // moment is that process's.
-        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegment, "made, 104", nullptr, 1, false, {EEXIST}},
-        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegmentThatIsThere,
+        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegmentNew, "made, 104", nullptr, 1, false, {EEXIST}},
+        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegmentOld,
          "none, 104 | 2 Unable to create file mapping handle named /marlix-test: ? | CVQReferencedSharedMemory:110 "
          "| "
          "2 Could not create shared memory /marlix-test | CVQReferencedSharedMemory:90",
          thereAlready, 2, false, besideEnoent},
-        {__LINE__,
-         "CVQSharedMemoryQNX",
-         "shm_open",
-         createSegmentThatIsThere,
-         thereAlready,
-         nullptr,
-         2,
-         false,
-         {ENOENT}},
+        {__LINE__, "CVQSharedMemoryQNX", "shm_open", createSegmentOld, thereAlready, nullptr, 2, false, {ENOENT}},
         {__LINE__, "CVQSharedMemoryQNX", "fstat", openSegment,
          "none, 104 | CVQReferencedSharedMemory:110 | 2 Could not open referenced shared memory /marlix-test"},
     };

@@ -18,14 +18,7 @@ using namespace std::chrono_literals;
 TEST(MessageProcessTimeout, EndsEachStateThatItCovers) {
     OwnChannel own;
     support::ChildProcess other(client(own.chid, [](int coid) {
-        for (const int states : {_NTO_TIMEOUT_SEND, _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY}) {
-            const uint64_t begin = monotonicNs();
-            armFor(states, 10 * kMs);
-            EXPECT_EQ(kTimedOut, sendNothing(coid));
-            EXPECT_GE(monotonicNs() - begin, 10 * kMs);
-            armNow(states);
-            EXPECT_EQ(kTimedOut, sendNothing(coid));
-        }
+        expectTimeOutToEndSending(coid);
         std::string reply;
         armFor(_NTO_TIMEOUT_REPLY, 1500 * kMs);
         EXPECT_EQ(kTimedOut, sendText(coid, "never answered", reply));
@@ -43,14 +36,7 @@ TEST(MessageProcessTimeout, EndsEachStateThatItCovers) {
 
 TEST(MessageProcessTimeout, EndsTheWaitForAPlaceInAConnection) {
     FullConnection full;
-    for (const int states : {_NTO_TIMEOUT_SEND, _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY}) {
-        const uint64_t begin = monotonicNs();
-        armFor(states, 10 * kMs);
-        EXPECT_EQ(kTimedOut, sendNothing(full.coid));
-        EXPECT_GE(monotonicNs() - begin, 10 * kMs);
-        armNow(states);
-        EXPECT_EQ(kTimedOut, sendNothing(full.coid));
-    }
+    expectTimeOutToEndSending(full.coid);
     full.begin();
     full.expectOfAll({0, 0});
     EXPECT_EQ((Outcome{0, 0}), sendNothing(full.coid));

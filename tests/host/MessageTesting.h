@@ -128,6 +128,18 @@ inline Outcome sendNothing(int coid) {
     return outcomeOf([coid] { return MsgSend(coid, nullptr, 0, nullptr, 0); });
 }
 
+/// Where nobody receives: not before its time, and at once for none.
+inline void expectTimeOutToEndSending(int coid) {
+    for (const int states : {_NTO_TIMEOUT_SEND, _NTO_TIMEOUT_SEND | _NTO_TIMEOUT_REPLY}) {
+        const uint64_t begin = monotonicNs();
+        armFor(states, 10 * kMs);
+        EXPECT_EQ(kTimedOut, sendNothing(coid));
+        EXPECT_GE(monotonicNs() - begin, 10 * kMs);
+        armNow(states);
+        EXPECT_EQ(kTimedOut, sendNothing(coid));
+    }
+}
+
 /// A thread's outcome of sending nothing.
 inline std::future<Outcome> sendNothingElsewhere(int coid) {
     return std::async(std::launch::async, [coid] { return sendNothing(coid); });
