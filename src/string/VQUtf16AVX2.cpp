@@ -240,101 +240,80 @@ constexpr SCloses makeClosesOfThree() {
 constexpr SCloses kClosesOfTwo = makeClosesOfTwo();
 constexpr SCloses kClosesOfThree = makeClosesOfThree();
 
-/// Sixteen units below 800.
-inline char* toUpToTwo(__m256i units, char* out) {
-    const auto all = [](unsigned bits) { return _mm256_set1_epi16(static_cast<short>(bits)); };
-    const __m256i wide = _mm256_cmpgt_epi16(units, all(0x7F));
-    const __m256i lead = _mm256_or_si256(_mm256_srli_epi16(units, 6), all(0x80C0));
-    const __m256i last = _mm256_slli_epi16(_mm256_and_si256(units, all(0x3F)), 8);
-    const __m256i bytes = _mm256_blendv_epi8(units, _mm256_or_si256(lead, last), wide);
-    const unsigned keys = SVector32::marks(_mm256_packs_epi16(wide, _mm256_setzero_si256()));
-    const unsigned lower = keys & (kCloseKeys - 1);
-    const unsigned upper = keys >> 16;
-    const __m256i close = _mm256_set_m128i(kClosesOfTwo.byKey[upper].load(), kClosesOfTwo.byKey[lower].load());
-    const __m256i closed = _mm256_shuffle_epi8(bytes, close);
-    store(out, _mm256_castsi256_si128(closed));
-    out += 8 + __builtin_popcount(lower);
-    store(out, _mm256_extracti128_si256(closed, 1));
-    return out + 8 + __builtin_popcount(upper);
-}
+/// Sixteen units: the bytes of those that have one or two.
+struct SUpToTwo {
+    __m256i bytes;
+    __m256i wide;  ///< all bits set where there are two
 
-/// Twice four units: the code points, their forms of two and of three bytes, and which of these are meant.
-struct SForms {
-    __m256i codes;
-    __m256i two;
-    __m256i second;  ///< all bits set where there is a second byte
-    __m256i third;
-
-    explicit SForms(__m128i units) : codes(_mm256_cvtepu16_epi32(units)) {
-        two =
-            bytesOf(0x80C0, _mm256_srli_epi32(codes, 6), _mm256_slli_epi32(_mm256_and_si256(codes, all(0x3F)), 8));
-        second = _mm256_cmpgt_epi32(codes, all(0x7F));
-        third = _mm256_cmpgt_epi32(codes, all(0x7FF));
+    explicit SUpToTwo(__m256i units) : wide(_mm256_cmpgt_epi16(units, all16(0x7F))) {
+        const __m256i two = bytesOf(0x80C0, _mm256_srli_epi16(units, 6), lowSix(units));
+        bytes = _mm256_blendv_epi8(units, two, wide);
     }
 
-    static __m256i all(unsigned bits) { return _mm256_set1_epi32(static_cast<int>(bits)); }
-    static __m256i bytesOf(unsigned marks, __m256i a, __m256i b) {
-        return _mm256_or_si256(all(marks), _mm256_or_si256(a, b));
+    static __m256i bytesOf(unsigned marks, __m256i lead, __m256i last) {
+        return _mm256_or_si256(all16(marks), _mm256_or_si256(lead, last));
     }
+    static __m256i lowSix(__m256i units) { return _mm256_slli_epi16(_mm256_and_si256(units, all16(0x3F)), 8); }
 
     /// Surrogates of pairs have two bytes each: the high one has the bits for the first two, and its last two bits
-    /// are the third byte's. `before` and `behind` have the neighbours of each.
-    void pair(__m128i before, __m128i behind) {
+    /// are the third byte's. `before` and `behind` have the neighbours of each. All bits set where a pair is.
+    __m256i pair(__m256i before, __m256i units, __m256i behind) {
         const auto isOf = [](__m256i x, unsigned kind) {
-            return _mm256_cmpeq_epi32(_mm256_and_si256(x, all(0xFC00)), all(kind));
+            return _mm256_cmpeq_epi16(_mm256_and_si256(x, all16(0xFC00)), all16(kind));
         };
-        const __m256i last = _mm256_cvtepu16_epi32(before);
-        const __m256i next = _mm256_cvtepu16_epi32(behind);
-        const __m256i isHigh = _mm256_and_si256(isOf(codes, 0xD800), isOf(next, 0xDC00));
-        const __m256i isLow = _mm256_and_si256(isOf(codes, 0xDC00), isOf(last, 0xD800));
-        const __m256i upper = _mm256_add_epi32(_mm256_and_si256(codes, all(0x3FF)), all(0x40));
-        const __m256i high =
-            bytesOf(0x80F0, _mm256_srli_epi32(upper, 8), _mm256_slli_epi32(_mm256_and_si256(upper, all(0xFC)), 6));
-        const __m256i third4 = _mm256_or_si256(_mm256_slli_epi32(_mm256_and_si256(last, all(3)), 4),
-                                               _mm256_and_si256(_mm256_srli_epi32(codes, 6), all(0xF)));
-        const __m256i low = bytesOf(0x8080, third4, _mm256_slli_epi32(_mm256_and_si256(codes, all(0x3F)), 8));
-        two = _mm256_blendv_epi8(_mm256_blendv_epi8(two, high, isHigh), low, isLow);
-        third = _mm256_andnot_si256(_mm256_or_si256(isHigh, isLow), third);
+        const __m256i isHigh = _mm256_and_si256(isOf(units, 0xD800), isOf(behind, 0xDC00));
+        const __m256i isLow = _mm256_and_si256(isOf(units, 0xDC00), isOf(before, 0xD800));
+        const __m256i upper = _mm256_add_epi16(_mm256_and_si256(units, all16(0x3FF)), all16(0x40));
+        const __m256i high = bytesOf(0x80F0, _mm256_srli_epi16(upper, 8),
+                                     _mm256_slli_epi16(_mm256_and_si256(upper, all16(0xFC)), 6));
+        const __m256i third = _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(before, all16(3)), 4),
+                                              _mm256_and_si256(_mm256_srli_epi16(units, 6), all16(0xF)));
+        const __m256i low = bytesOf(0x8080, third, lowSix(units));
+        const __m256i isPair = _mm256_or_si256(isHigh, isLow);
+        bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(bytes, high, isHigh), low, isLow);
+        wide = _mm256_or_si256(wide, isPair);
+        return isPair;
     }
 
+    /// The first eight units, or all.
+    template <std::size_t Halves>
     char* write(char* out) const {
-        const __m256i last = _mm256_slli_epi32(_mm256_and_si256(codes, all(0x3F)), 16);
-        const __m256i middle = _mm256_and_si256(_mm256_slli_epi32(codes, 2), all(0x3F00));
-        const __m256i three = _mm256_or_si256(bytesOf(0x8080E0, _mm256_srli_epi32(codes, 12), middle), last);
-        const __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(codes, two, second), three, third);
-        const auto seconds = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(second)));
-        const auto thirds = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(third)));
-        const unsigned lower = (seconds & 0xFU) | (thirds << 4 & 0xF0U);
-        const unsigned upper = seconds >> 4 | (thirds & 0xF0U);
-        store(out, _mm_shuffle_epi8(_mm256_castsi256_si128(bytes), kClosesOfThree.byKey[lower].load()));
-        out += 4 + __builtin_popcount(lower);
-        store(out, _mm_shuffle_epi8(_mm256_extracti128_si256(bytes, 1), kClosesOfThree.byKey[upper].load()));
-        return out + 4 + __builtin_popcount(upper);
+        const unsigned keys = SVector32::marks(_mm256_packs_epi16(wide, _mm256_setzero_si256()));
+        const unsigned lower = keys & (kCloseKeys - 1);
+        const unsigned upper = keys >> 16;
+        const __m256i close = _mm256_set_m128i(kClosesOfTwo.byKey[upper].load(), kClosesOfTwo.byKey[lower].load());
+        const __m256i closed = _mm256_shuffle_epi8(bytes, close);
+        store(out, _mm256_castsi256_si128(closed));
+        out += 8 + __builtin_popcount(lower);
+        if (Halves == 1) {
+            return out;
+        }
+        store(out, _mm256_extracti128_si256(closed, 1));
+        return out + 8 + __builtin_popcount(upper);
     }
 };
 
-/// Eight pairs of surrogates, each in one unit of 32 bits with the high one lower.
-struct SPairs {
-    __m256i units;
-
-    static __m256i all(unsigned bits) { return _mm256_set1_epi32(static_cast<int>(bits)); }
-    __m256i bits(unsigned mask) const { return _mm256_and_si256(units, all(mask)); }
-
-    bool areThere() const { return SVector32::marks(_mm256_cmpeq_epi32(bits(0xFC00FC00), all(0xDC00D800))) == ~0U; }
-
-    /// Of the code point less 10000, the high one has the upper ten bits: two in the first byte, six in the second
-    /// (with the 10000 they become a number of up to 10F), two in the third.
-    void write(char* out) const {
-        const __m256i upper = _mm256_add_epi32(bits(0x3FF), all(0x40));
-        const __m256i first = _mm256_srli_epi32(upper, 8);
-        const __m256i second = _mm256_slli_epi32(_mm256_and_si256(upper, all(0xFC)), 6);
-        const __m256i third =
-            _mm256_or_si256(_mm256_slli_epi32(bits(3), 20), _mm256_srli_epi32(bits(0x3C00000), 6));
-        const __m256i fourth = _mm256_slli_epi32(bits(0x3F0000), 8);
-        store(out, _mm256_or_si256(_mm256_or_si256(all(0x808080F0), _mm256_or_si256(first, second)),
-                                   _mm256_or_si256(third, fourth)));
-    }
-};
+/// Twice four units, of which some have three bytes. `upToTwo` has the bytes of the others, `isPair` all bits set
+/// where there is a surrogate of a pair.
+inline char* toUpToThree(__m128i units, __m128i upToTwo, __m128i isPair, char* out) {
+    const auto all = [](unsigned bits) { return _mm256_set1_epi32(static_cast<int>(bits)); };
+    const __m256i codes = _mm256_cvtepu16_epi32(units);
+    const __m256i second = _mm256_cmpgt_epi32(codes, all(0x7F));
+    const __m256i third = _mm256_andnot_si256(_mm256_cvtepi16_epi32(isPair), _mm256_cmpgt_epi32(codes, all(0x7FF)));
+    const __m256i last = _mm256_slli_epi32(_mm256_and_si256(codes, all(0x3F)), 16);
+    const __m256i middle = _mm256_and_si256(_mm256_slli_epi32(codes, 2), all(0x3F00));
+    const __m256i lead = _mm256_or_si256(_mm256_srli_epi32(codes, 12), all(0x8080E0));
+    const __m256i three = _mm256_or_si256(lead, _mm256_or_si256(middle, last));
+    const __m256i bytes = _mm256_blendv_epi8(_mm256_cvtepu16_epi32(upToTwo), three, third);
+    const auto seconds = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(second)));
+    const auto thirds = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(third)));
+    const unsigned lower = (seconds & 0xFU) | (thirds << 4 & 0xF0U);
+    const unsigned upper = seconds >> 4 | (thirds & 0xF0U);
+    store(out, _mm_shuffle_epi8(_mm256_castsi256_si128(bytes), kClosesOfThree.byKey[lower].load()));
+    out += 4 + __builtin_popcount(lower);
+    store(out, _mm_shuffle_epi8(_mm256_extracti128_si256(bytes, 1), kClosesOfThree.byKey[upper].load()));
+    return out + 4 + __builtin_popcount(upper);
+}
 
 /// Where a step stopped inside a pair, goes on behind it.
 inline void completePair(const unsigned short*& units, std::size_t& count, char*& out) {
@@ -352,36 +331,30 @@ constexpr std::size_t kStepRoom = 32;    ///< bytes that it writes, or twice as 
 /// One step for `Halves` times eight units: false, and nothing done, where zeros are among them.
 template <std::size_t Halves>
 inline bool stepToUtf8(const unsigned short* units, char*& out) {
-    const auto marks16 = [](__m128i x) { return static_cast<unsigned>(_mm_movemask_epi8(x)); };
-    const auto all = [](unsigned bits) { return _mm_set1_epi16(static_cast<short>(bits)); };
-    const __m128i zero = _mm_setzero_si128();
-    __m128i x[Halves];
-    __m128i zeros = zero;
-    __m128i uppermost = zero;
-    for (std::size_t i = 0; i < Halves; ++i) {
-        x[i] = load(units + i * kUnits);
-        zeros = _mm_or_si128(zeros, _mm_cmpeq_epi16(x[i], zero));
-        uppermost = _mm_or_si128(uppermost, _mm_and_si128(x[i], all(0xF800)));
-    }
-    if (marks16(zeros) != 0) {
+    const auto loadHalves = [](const unsigned short* from) {
+        return Halves == 1 ? _mm256_broadcastsi128_si256(load(from))
+                           : _mm256_set_m128i(load(from + kUnits), load(from));
+    };
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i x = loadHalves(units);
+    if (SVector32::marks(_mm256_cmpeq_epi16(x, zero)) != 0) {
         return false;
     }
-    if (Halves == 2 && marks16(_mm_cmpeq_epi16(uppermost, zero)) == 0xFFFF) {
-        out = toUpToTwo(_mm256_set_m128i(x[Halves - 1], x[0]), out);
+    const __m256i uppermost = _mm256_and_si256(x, all16(0xF800));
+    SUpToTwo upToTwo(x);
+    __m256i isPair = zero;
+    if (SVector32::marks(_mm256_cmpeq_epi16(uppermost, all16(0xD800))) != 0) {
+        isPair = upToTwo.pair(loadHalves(units - 1), x, loadHalves(units + 1));
+    }
+    if (_mm256_testc_si256(isPair, uppermost) != 0) {
+        out = upToTwo.write<Halves>(out);
         return true;
     }
-    if (const SPairs pairs{_mm256_set_m128i(x[Halves - 1], x[0])};
-        Halves == 2 && VQUtf8::isHighSurrogate(*units) && pairs.areThere()) {
-        pairs.write(out);
-        out += sizeof pairs.units;  // four bytes for each pair, as it had
-        return true;
-    }
-    for (std::size_t i = 0; i < Halves; ++i) {
-        SForms forms(x[i]);
-        if (marks16(_mm_cmpeq_epi16(_mm_and_si128(x[i], all(0xF800)), all(0xD800))) != 0) {
-            forms.pair(load(units + i * kUnits - 1), load(units + i * kUnits + 1));
-        }
-        out = forms.write(out);
+    out = toUpToThree(_mm256_castsi256_si128(x), _mm256_castsi256_si128(upToTwo.bytes),
+                      _mm256_castsi256_si128(isPair), out);
+    if (Halves == 2) {
+        out = toUpToThree(_mm256_extracti128_si256(x, 1), _mm256_extracti128_si256(upToTwo.bytes, 1),
+                          _mm256_extracti128_si256(isPair, 1), out);
     }
     return true;
 }
@@ -463,7 +436,7 @@ std::size_t latinStepsAVX2(const char* const bytes, std::size_t count, char*& ou
             if (_mm_movemask_epi8(areOthers(x)) != 0) {
                 return end();
             }
-            to = toUpToTwo(_mm256_cvtepu8_epi16(x), to);
+            to = SUpToTwo(_mm256_cvtepu8_epi16(x)).write<2>(to);
             at += kLatinStep;
         }
     }
