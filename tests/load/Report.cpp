@@ -122,7 +122,7 @@ std::size_t CReport::warmUp() const {
 /// Lays a line through the samples of the server's own memory. What it may rise by in all is what the C library's
 /// heap keeps, now more, now less, of blocks of some 100 KiB that come and go.
 void CReport::judgeMemory() {
-    if (mSamples.size() < 20) {
+    if (samples() < kFewestSamples) {
         return;
     }
     const std::vector<SSample> kept(mSamples.begin() + static_cast<long>(warmUp()), mSamples.end());

@@ -24,6 +24,8 @@ public:
     int finish(int errors, unsigned long long lastedMs);
 
     static constexpr unsigned kSampleMs = 200;
+    static constexpr unsigned long long kFewestSamples = 20;  ///< that a line is laid through
+    unsigned long long samples() const { return mSamples.size(); }
     unsigned long long kills = 0, stops = 0, segmentsLeft = 0;
 
 private:
