@@ -337,6 +337,9 @@ protected:
     /// long.
     bool makeRoom(unsigned long long bytes);
 
+    /// Exchanges the buffer for one of exactly that capacity. The text comes along as far as it fits.
+    void moveToBlock(std::size_t capacity);
+
     bool isShared() const noexcept { return VQAtomic::load(mData->mReferences) > 1; }
 
     SVQStringData* mData;
@@ -367,7 +370,6 @@ private:
     bool holds(const const_iterator& position, std::size_t& at) const noexcept;
     CVQString slice(std::size_t at, std::size_t bytes, std::size_t characters) const;
 
-    void moveToBlock(std::size_t capacity);
     void releaseBlock(unsigned owners) noexcept;
     void adopt(SVQStringData* block) noexcept;
     void construct(const char* text, std::size_t bytes, std::size_t atByte, std::size_t asciiBytes);

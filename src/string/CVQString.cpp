@@ -201,7 +201,6 @@ bool CVQString::holds(const const_iterator& position, std::size_t& at) const noe
 
 // ---- blocks
 
-/// Exchanges the buffer for one of exactly `capacity`.
 void CVQString::moveToBlock(std::size_t capacity) {
     // Kept: string-asked-anyway. An assertion lets the process go on; that there is no memory ends it.
     checkCapacity(kLineAddReference, "addReference", capacity);

@@ -19,6 +19,12 @@ public:
     bool hasRoomOfItsOwn(unsigned long long bytes) const noexcept {
         return !isShared() && mData->mCapacity >= bytes;
     }
+    /// The same with just that capacity, for a text that fits.
+    void setCapacity(std::size_t bytes) {
+        if (getCapacity() != bytes) {
+            moveToBlock(bytes);
+        }
+    }
     /// One more owner of the buffer.
     CVQString share() const noexcept { return *this; }
 

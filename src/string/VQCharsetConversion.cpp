@@ -4,6 +4,7 @@
 #include "VQCodePoint.h"
 #include "VQUtf16.h"
 
+#include <algorithm>
 #include <climits>
 
 namespace {
@@ -195,6 +196,57 @@ const SVQReverseConvTable::SEntry* findOfThree(const SVQReverseConvTable& table,
     return nullptr;
 }
 
+// ---- UTF-16
+
+/// Writes the units behind the text; there is the room that they take.
+void write(CVQStringWriter& writer, const unsigned short* units, std::size_t count,
+           const VQUtf16::SUtf8Extent& extent) {
+    const std::size_t length = writer.getByteLength();
+    const std::size_t characters = writer.getCharacterCount();
+    const auto bytes = static_cast<std::size_t>(extent.bytes);
+    VQUtf16::toUtf8(units, count, writer.text() + length, bytes);
+    writer.setLengths(length + bytes, characters + static_cast<std::size_t>(extent.characters));
+}
+
+/// False when the text would be too long.
+bool append(const unsigned short* units, std::size_t count, CVQString& text) {
+    const VQUtf16::SUtf8Extent extent = VQUtf16::measureUtf8(units, count);
+    if (extent.characters == 0) {
+        return true;
+    }
+    CVQStringWriter writer(text);
+    if (!writer.makeRoom(writer.getByteLength() + extent.bytes)) {
+        return false;
+    }
+    write(writer, units, count, extent);
+    return true;
+}
+
+constexpr std::size_t kSample = 4096;  ///< units, few enough to be in the first-level cache when they are converted
+constexpr std::size_t kLong = 2 * kSample;
+
+bool isAscii(const unsigned short* units, std::size_t count) {
+    const VQUtf16::SUtf8Extent extent = VQUtf16::measureUtf8(units, count);
+    return extent.bytes == count && extent.characters == count;
+}
+
+/// The same for a long text that begins with ASCII, as most go on like that: it is converted while it is looked at,
+/// into room for as many bytes as there are units, instead of gone over twice. In the end it has the room that it
+/// would have otherwise.
+void appendAscii(const unsigned short* units, std::size_t count, CVQString& text) {
+    CVQStringWriter writer(text);
+    const std::size_t ownCapacity = writer.hasRoomOfItsOwn(0) ? writer.getCapacity() : 0;
+    const std::size_t terminator = units[count - 1] == 0 ? 1 : 0;
+    writer.makeRoom(writer.getByteLength() + count - terminator);
+    const std::size_t ascii = VQUtf16::toAscii(units, count - terminator, writer.text() + writer.getByteLength());
+    writer.setLengths(writer.getByteLength() + ascii, writer.getCharacterCount() + ascii);
+
+    const VQUtf16::SUtf8Extent rest = VQUtf16::measureUtf8(units + ascii, count - ascii);
+    // What is not ASCII needs more, zero units none.
+    writer.setCapacity(std::max(writer.getByteLength() + static_cast<std::size_t>(rest.bytes), ownCapacity));
+    write(writer, units + ascii, count - ascii, rest);
+}
+
 }  // namespace
 
 constexpr SVQConvTable sConvTable8859_1 = makeTable8859_1();
@@ -305,19 +357,11 @@ bool convertUTF16ToUTF8(const unsigned short* units, CVQString& text, std::size_
     }
     const bool whole = count == 0 || !VQUtf8::isHighSurrogate(units[count - 1]);
     count -= whole ? 0 : 1;
-    const VQUtf16::SUtf8Extent extent = VQUtf16::measureUtf8(units, count);
-    if (extent.characters == 0) {
+    // Kept: utf16-appends. Receivers put long messages together this way.
+    const bool fits = text.getByteLength() + 3ULL * count <= INT_MAX;  // in any case, and so without a report
+    if (count >= kLong && fits && isAscii(units, kSample)) {
+        appendAscii(units, count, text);
         return whole;
     }
-    // Kept: utf16-appends. Receivers put long messages together this way.
-    CVQStringWriter writer(text);
-    const std::size_t length = writer.getByteLength();
-    const std::size_t characters = writer.getCharacterCount();
-    if (!writer.makeRoom(length + extent.bytes)) {
-        return false;
-    }
-    const auto bytes = static_cast<std::size_t>(extent.bytes);
-    VQUtf16::toUtf8(units, count, writer.text() + length, bytes);
-    writer.setLengths(length + bytes, characters + static_cast<std::size_t>(extent.characters));
-    return whole;
+    return append(units, count, text) && whole;
 }

@@ -43,6 +43,10 @@ SUtf8Extent measureUtf8(const unsigned short* units, std::size_t count) {
     return passes().measureUtf8(units, count);
 }
 
+std::size_t toAscii(const unsigned short* units, std::size_t count, char* out) {
+    return passes().toAscii(units, count, out);
+}
+
 void toUtf8(const unsigned short* units, std::size_t count, char* out, std::size_t bytes) {
     passes().toUtf8(units, count, out, bytes);
 }

@@ -24,6 +24,10 @@ struct SUtf8Extent {
 /// What UTF-16 takes in UTF-8. Zero units are left out, lone surrogates are characters of three bytes.
 SUtf8Extent measureUtf8(const unsigned short* units, std::size_t count);
 
+/// Writes the ASCII that the units begin with, but for its last few; returns for how many that is. There is room for
+/// `count` bytes, and what is behind those written may change.
+std::size_t toAscii(const unsigned short* units, std::size_t count, char* out);
+
 /// Writes that form: `bytes` is what `measureUtf8` said.
 void toUtf8(const unsigned short* units, std::size_t count, char* out, std::size_t bytes);
 

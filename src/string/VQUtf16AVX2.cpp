@@ -374,19 +374,24 @@ inline void toUtf8BySteps(const unsigned short*& units, std::size_t& count, char
     }
 }
 
-inline void toPlain(const unsigned short*& units, std::size_t& count, char*& out) {
-    for (; count >= kPlainUnits; units += kPlainUnits, count -= kPlainUnits, out += kPlainUnits) {
-        const __m256i narrow = SVector32::narrow(units);
+std::size_t toAsciiAVX2(const unsigned short* units, std::size_t count, char* out) {
+    std::size_t at = 0;
+    for (; count - at >= kPlainUnits; at += kPlainUnits) {
+        const __m256i narrow = SVector32::narrow(units + at);
         if (SVector32::marks(SVector32::outsideAscii(narrow)) != 0) {
             break;
         }
-        store(out, _mm256_permute4x64_epi64(narrow, 0xD8));
+        store(out + at, _mm256_permute4x64_epi64(narrow, 0xD8));
     }
+    return at;
 }
 
 void toUtf8AVX2(const unsigned short* units, std::size_t count, char* out, std::size_t bytes) {
     const char* const outEnd = out + bytes;
-    toPlain(units, count, out);
+    const std::size_t ascii = toAsciiAVX2(units, count, out);
+    units += ascii;
+    count -= ascii;
+    out += ascii;
     if (count > 2 * kUnits) {
         encodeUnits(units, count, out, 1);
         toUtf8BySteps<2>(units, count, out, outEnd);
@@ -445,7 +450,7 @@ std::size_t latinStepsAVX2(const char* const bytes, std::size_t count, char*& ou
 
 }  // namespace
 
-constexpr SPasses kPassesAVX2{&measure<SVector32>, &fromUtf8AVX2, &measureUtf8<SVector32>, &toUtf8AVX2,
-                              &latinStepsAVX2};
+constexpr SPasses kPassesAVX2{&measure<SVector32>, &fromUtf8AVX2, &measureUtf8<SVector32>,
+                              &toAsciiAVX2,        &toUtf8AVX2,   &latinStepsAVX2};
 
 }  // namespace VQUtf16

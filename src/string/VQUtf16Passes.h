@@ -12,6 +12,7 @@ struct SPasses {
     std::size_t (*measure)(const char* text, std::size_t bytes);
     void (*fromUtf8)(const char* text, std::size_t bytes, unsigned short* out, std::size_t units);
     SUtf8Extent (*measureUtf8)(const unsigned short* units, std::size_t count);
+    std::size_t (*toAscii)(const unsigned short* units, std::size_t count, char* out);
     void (*toUtf8)(const unsigned short* units, std::size_t count, char* out, std::size_t bytes);
     LatinSteps latinSteps;
 };
@@ -259,6 +260,15 @@ SUtf8Extent measureUtf8(const unsigned short* units, std::size_t left) {
     return extent;
 }
 
+template <class V>
+std::size_t toAscii(const unsigned short* units, std::size_t count, char* out) {
+    std::size_t at = 0;
+    while (count - at >= V::kBytes && V::narrow(units + at, out + at) == V::kBytes) {
+        at += V::kBytes;
+    }
+    return at;
+}
+
 /// The character at `units`, of `count`: the code point, and by how many units to go on.
 struct SCharacter {
     unsigned code;
@@ -307,7 +317,7 @@ void toUtf8(const unsigned short* units, std::size_t count, char* out, std::size
 }
 
 template <class V>
-constexpr SPasses kPassesOver{&measure<V>, &fromUtf8<V>, &measureUtf8<V>, &toUtf8<V>, nullptr};
+constexpr SPasses kPassesOver{&measure<V>, &fromUtf8<V>, &measureUtf8<V>, &toAscii<V>, &toUtf8<V>, nullptr};
 
 }  // namespace
 }  // namespace VQUtf16

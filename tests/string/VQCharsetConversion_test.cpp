@@ -584,6 +584,47 @@ TEST(VQCharsetConversion, RoundTripsEveryCodePointThroughUtf16) {
     EXPECT_EQ(kInThePlane + kAbove, back.getCharacterCount());
 }
 
+TEST(VQCharsetConversion, LongAsciiFromUtf16TakesTheRoomThatItNeedsWhateverFollows) {
+    const auto withTail = [](std::size_t ascii, const plain::Units& tail) {
+        plain::Units units;
+        for (std::size_t i = 0; i < ascii; ++i)
+            units.push_back(static_cast<unsigned short>('!' + i % 90));
+        units.insert(units.end(), tail.begin(), tail.end());
+        return units;
+    };
+    const plain::Units kTails[] = {{},
+                                   {0},
+                                   {0, 0},
+                                   {0xE4},
+                                   {0x20AC, 'a', 0},
+                                   {0xD83D, 0xDE00},
+                                   {0xD83D},
+                                   {0, 'a', 0, 0xE4},
+                                   {0xDC00, 0},
+                                   plain::Units(9000, 0x4E00),
+                                   plain::Units(9000, 0)};
+    for (const std::size_t ascii : {1, 31, 4095, 4096, 4097, 8191, 8192, 8193, 20000})
+        for (const plain::Units& tail : kTails) {
+            const plain::Units units = withTail(ascii, tail);
+            plain::Text added{};
+            const bool whole = plain::appendUtf16(units, added);
+            const std::size_t total = 6 + added.bytes.size();
+            for (const std::size_t room : {std::size_t{6}, total - 1, total, total + 1, total + 5000})
+                for (const bool shared : {false, true}) {
+                    CVQString text("before");
+                    text.reserve(room);
+                    const std::size_t roomBefore = text.getCapacity();
+                    const CVQString other = shared ? text : CVQString();
+                    ASSERT_EQ(whole, appendUtf16(text, units));
+                    ASSERT_TRUE("before" + added.bytes == bytesOf(text)) << ascii << ' ' << tail.size();
+                    ASSERT_EQ(6 + added.characters, text.getCharacterCount());
+                    const bool moved = added.characters != 0 && (shared || roomBefore < total);
+                    ASSERT_EQ(moved ? total : roomBefore, text.getCapacity()) << ascii << ' ' << tail.size();
+                    ASSERT_EQ(shared ? "before" : "", bytesOf(other));
+                }
+        }
+}
+
 TEST(VQCharsetConversion, RefusesATextThatWouldBeTooLong) {
     Reports reports;
     CVQString text("0123456789");

@@ -63,6 +63,19 @@ protected:
         ASSERT_EQ(0xABCD, out[expected.size()]);
     }
 
+    // What it leaves at the end is less than its longest step.
+    void expectAscii(const plain::Units& units) const {
+        const auto isOther = [](unsigned short unit) { return unit == 0 || unit >= 0x80; };
+        const auto other = std::find_if(units.begin(), units.end(), isOther);
+        const std::string expected(units.begin(), other);
+        std::string out(units.size() + 1, '#');
+        const std::size_t written = passes().toAscii(units.data(), units.size(), out.data());
+        ASSERT_LE(written, expected.size()) << testing::PrintToString(units);
+        ASSERT_LT(expected.size() - written, 32U) << testing::PrintToString(units);
+        ASSERT_EQ(expected.substr(0, written), out.substr(0, written));
+        ASSERT_EQ('#', out.back());
+    }
+
     // Without the last unit where that is a high surrogate: whoever calls the passes has dealt with it.
     void expectBytes(plain::Units units) const {
         plain::Text expected;
@@ -78,6 +91,7 @@ protected:
         passes().toUtf8(block.get(), units.size(), out.get(), expected.bytes.size());
         ASSERT_EQ(expected.bytes, std::string(out.get(), expected.bytes.size())) << testing::PrintToString(units);
         ASSERT_EQ('#', out[expected.bytes.size()]);
+        expectAscii(units);
     }
 
     std::mt19937 random{20110613};
