@@ -41,8 +41,11 @@ struct TVQElementOps {
     static void pushBack(CVQVectorBase& base, Item&& item) {
         CVQVectorBase::SVectorData* const block = base.internal_block();
         if (VQ_LIKELY(block != nullptr && block->size < block->capacity && block->watch == nullptr)) {
-            new (static_cast<void*>(static_cast<T*>(block->slots()) + block->size)) T(std::forward<Item>(item));
-            ++block->size;
+            // Not read again behind the element, which for all that the compiler knows changes it where T is int:
+            // in a loop each item would wait for the count of the one before to come back from memory.
+            const int size = block->size;
+            new (static_cast<void*>(static_cast<T*>(block->slots()) + size)) T(std::forward<Item>(item));
+            block->size = size + 1;
             return;
         }
         base.internal_push_back(kSize, std::addressof(item), constructor<Item>(), destroyer(), &relocate);
