@@ -26,6 +26,17 @@ void pushMany(benchmark::State& state) {
     }
 }
 
+template <class Kind>
+void makeOfSize(benchmark::State& state) {
+    const int count = static_cast<int>(state.range(0));
+    for (auto _ : state) {
+        typename Kind::Array array;
+        array.resize(count);
+        benchmark::DoNotOptimize(&array);
+        check(static_cast<int>(Kind::sizeOf(array)) == count, "size");
+    }
+}
+
 /// One element in and out again in the middle of `size`.
 template <class Kind>
 void insertAndErase(benchmark::State& state) {
@@ -105,6 +116,9 @@ struct StandardTexts : StandardArray<ArrayType> {
 #define MARLIX_BENCH_INTS(contender, Kind)                                                                         \
     MARLIX_BENCH("TVQVector_PushInts", contender, bench::kMany) {                                                  \
         bench::pushMany<Kind>(state);                                                                              \
+    }                                                                                                              \
+    MARLIX_BENCH("TVQVector_ResizeInts", contender, 1000) {                                                        \
+        bench::makeOfSize<Kind>(state);                                                                            \
     }                                                                                                              \
     MARLIX_BENCH("TVQVector_InsertEraseInts", contender, bench::kMiddle) {                                         \
         bench::insertAndErase<Kind>(state);                                                                        \

@@ -42,6 +42,8 @@ public:
     using CopyConstruct = bool (*)(void* to, const void* from, int count);
     /// Constructs `count` elements at `to` and takes those at `from` away; both may overlap. True, always.
     using Relocate = CopyConstruct;
+    /// Constructs `count` elements at `to`, in ascending order, as copies of the one at `from`, which is not among them.
+    using Fill = void (*)(void* to, const void* from, int count);
     /// Assigns `count` elements; both ranges may overlap.
     using Assign = void (*)(void* to, const void* from, int count);
     /// May be null where an element needs no destruction.
@@ -91,6 +93,9 @@ public:
     void internal_push_back(int elementSize, const void* item, CopyConstruct copyConstruct, Destroy destroy,
                             Relocate relocate = nullptr);
 
+    /// As `internal_push_back`, of elements that may be moved as bytes.
+    void internal_append(int elementSize, const void* item, CopyConstruct copyConstruct);
+
     /// Takes the last element off the count; the caller destroys it. False when there is none.
     bool internal_pop_back() noexcept;
 
@@ -107,10 +112,11 @@ public:
     /// Whether `n` elements at `pos` may be replaced by `items`; the caller then assigns them. 0 is a silent false.
     bool internal_replace(int pos, int n, const void* items);
 
-    /// New elements are copies of `fill`, which must not be null when there are any. Growing moves the elements as
-    /// in `internal_push_back`.
+    /// New elements are copies of `fill`, which must not be null when there are any. They are constructed by
+    /// `fillUp` at once; without it, by `copyConstruct` one by one. Growing moves the elements as in
+    /// `internal_push_back`.
     void internal_resize(int newSize, int elementSize, const void* fill, CopyConstruct copyConstruct,
-                         Destroy destroy, Relocate relocate = nullptr);
+                         Destroy destroy, Relocate relocate = nullptr, Fill fillUp = nullptr);
 
     /// Provides `required` slots. `exact` asks for precisely that many (4 at least with a growth function) and may
     /// take slots away, but never below the size. The elements are copied by `copyConstruct`, if that is given.
@@ -121,6 +127,9 @@ public:
     /// Exactly 0 slots or less, without a growth function, is no block at all. A vector with elements comes to that
     /// only without `copyConstruct`: it is empty then, and they are the caller's with the block that is returned.
     SVectorData* internal_reserve(int required, int elementSize, bool exact, CopyConstruct copyConstruct);
+
+    /// Provides `required` slots as `internal_reserve` does, of elements that may be moved as bytes. Takes none away.
+    void internal_extend(int required, int elementSize, bool exact);
 
     /// The first (last) element that matches `key`, or -1.
     int internal_find(Match match, int elementSize, const void* key) const;

@@ -36,6 +36,15 @@ struct TVQElementOps {
         return block == nullptr ? nullptr : static_cast<const T*>(block->slots());
     }
 
+    static int size(const CVQVectorBase& base) noexcept {
+        const CVQVectorBase::SVectorData* const block = base.internal_block();
+        return block == nullptr ? 0 : block->size;
+    }
+    static int capacity(const CVQVectorBase& base) noexcept {
+        const CVQVectorBase::SVectorData* const block = base.internal_block();
+        return block == nullptr ? 0 : block->capacity;
+    }
+
     /// Appends a copy of an lvalue, or what an rvalue gives away: in line where there is a slot and nobody counts.
     template <class Item>
     static void pushBack(CVQVectorBase& base, Item&& item) {
@@ -48,19 +57,36 @@ struct TVQElementOps {
             block->size = size + 1;
             return;
         }
-        base.internal_push_back(kSize, std::addressof(item), constructor<Item>(), destroyer(), &relocate);
+        if constexpr (TVQIsRelocatable<T>::value) {
+            base.internal_append(kSize, std::addressof(item), constructor<Item>());
+        } else {
+            base.internal_push_back(kSize, std::addressof(item), constructor<Item>(), destroyer(), &relocate);
+        }
+    }
+
+    /// Provides `slots` slots, more than there are.
+    static void reserve(CVQVectorBase& base, int slots, bool exact) {
+        if constexpr (TVQIsRelocatable<T>::value) {
+            base.internal_extend(slots, kSize, exact);
+        } else {
+            base.internal_reserve(slots, kSize, exact, &relocate);
+        }
     }
 
     /// Inserts one item, which may be an element, in the same way.
     template <class Item>
     static void insert(CVQVectorBase& base, int pos, Item&& item) {
         if constexpr (TVQIsRelocatable<T>::value) {
-            CVQVectorBase::SVectorData* const block = base.internal_block();
-            if (VQ_LIKELY(block != nullptr && block->size < block->capacity && block->watch == nullptr &&
-                          pos >= 0 && pos <= block->size)) {
+            CVQVectorBase::SVectorData* block = base.internal_block();
+            if (VQ_LIKELY(block != nullptr && block->size < std::numeric_limits<int>::max() &&
+                          block->watch == nullptr && pos >= 0 && pos <= block->size)) {
                 // Built aside, as the item may be among the elements that move.
                 alignas(T) unsigned char built[sizeof(T)];
                 new (built) T(std::forward<Item>(item));
+                if (VQ_UNLIKELY(block->size == block->capacity)) {
+                    reserve(base, block->size + 1, /*exact*/ false);
+                    block = base.internal_block();
+                }
                 T* const gap = static_cast<T*>(block->slots()) + pos;
                 relocate(gap + 1, gap, block->size - pos);
                 std::memcpy(static_cast<void*>(gap), built, sizeof(T));
@@ -69,6 +95,29 @@ struct TVQElementOps {
             }
         }
         base.internal_insert(pos, 1, std::addressof(item), kSize, nullptr, constructor<Item>(), &relocate);
+    }
+
+    /// Takes the last element away. False when there is none.
+    static bool popBack(CVQVectorBase& base) {
+        CVQVectorBase::SVectorData* const block = base.internal_block();
+        if (VQ_LIKELY(block != nullptr && block->watch == nullptr && block->size > 0)) {
+            --block->size;
+        } else if (!base.internal_pop_back()) {
+            return false;
+        }
+        (slots(base) + size(base))->~T();
+        return true;
+    }
+
+    /// Takes the first `count` slots, one at least, off the others. There are no elements in them any more.
+    static void closeUp(CVQVectorBase& base, int count) {
+        CVQVectorBase::SVectorData* const block = base.internal_block();
+        if (VQ_LIKELY(block->watch == nullptr)) {
+            block->size -= count;
+            relocate(block->slots(), slots(base) + count, block->size);
+        } else {
+            base.internal_erase(0, count - 1, kSize, nullptr, nullptr, &relocate);
+        }
     }
 
     /// Erases the elements `first` to `last`, both included: in line where there is no choice.
@@ -91,6 +140,19 @@ struct TVQElementOps {
     static bool copy(void* to, const void* from, int count) noexcept {
         std::uninitialized_copy_n(static_cast<const T*>(from), count, static_cast<T*>(to));
         return std::is_trivially_copyable_v<T>;
+    }
+
+    static void fill(void* to, const void* from, int count) noexcept {
+        if constexpr (std::is_trivially_copyable_v<T>) {
+            // What nobody chose a value for is zero, and the platform knows the quickest way to make zeros.
+            const unsigned char* const bytes = static_cast<const unsigned char*>(from);
+            const bool isZero = bytes[0] == 0 && std::memcmp(bytes, bytes + 1, sizeof(T) - 1) == 0;
+            if (isZero) {
+                std::memset(to, 0, static_cast<std::size_t>(count) * sizeof(T));
+                return;
+            }
+        }
+        std::uninitialized_fill_n(static_cast<T*>(to), count, *static_cast<const T*>(from));
     }
 
     /// Of a single item that the caller gives away.

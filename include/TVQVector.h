@@ -63,11 +63,8 @@ public:
     }
     ~TVQVector() { CVQVectorBase::internal_destruct(mBase.internal_block(), Ops::destroyer()); }
 
-    int size() const noexcept {
-        const CVQVectorBase::SVectorData* const block = mBase.internal_block();
-        return block == nullptr ? 0 : block->size;
-    }
-    int capacity() const noexcept { return mBase.getCapacity(); }
+    int size() const noexcept { return Ops::size(mBase); }
+    int capacity() const noexcept { return Ops::capacity(mBase); }
     bool isEmpty() const noexcept { return size() == 0; }
 
     /// The first element, the others behind it. Null while there is no block.
@@ -100,13 +97,7 @@ public:
     void push_back(T&& item) { Ops::pushBack(mBase, std::move(item)); }
 
     /// False when there is none.
-    bool pop_back() {
-        if (!mBase.internal_pop_back()) {
-            return false;
-        }
-        end()->~T();
-        return true;
-    }
+    bool pop_back() { return Ops::popBack(mBase); }
 
     void insert(CVQIndex pos, const T& item) { Ops::insert(mBase, pos, item); }
     void insert(CVQIndex pos, T&& item) { Ops::insert(mBase, pos, std::move(item)); }
@@ -131,13 +122,13 @@ public:
     /// New elements are copies of `fill`. The capacity never becomes less.
     void resize(CVQIndex newSize, const T& fill = T()) {
         mBase.internal_resize(newSize, Ops::kSize, std::addressof(fill), &Ops::copy, Ops::destroyer(),
-                              &Ops::relocate);
+                              &Ops::relocate, &Ops::fill);
     }
 
     /// Provides exactly `slots` slots, unless there are as many. A negative number is reported.
     void reserve(CVQIndex slots) {
         if (VQVectorAssertions::checkResize(slots, kLineReserve) && slots > capacity()) {
-            mBase.internal_reserve(slots, Ops::kSize, /*exact*/ true, &Ops::relocate);
+            Ops::reserve(mBase, slots, /*exact*/ true);
         }
     }
 
@@ -156,8 +147,9 @@ public:
     }
     template <class Key>
     int rfind(const Key& key) const {
+        const T* const elements = data();
         int index = size() - 1;
-        while (index >= 0 && !(data()[index] == key)) {
+        while (index >= 0 && !(elements[index] == key)) {
             --index;
         }
         return index;

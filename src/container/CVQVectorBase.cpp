@@ -3,10 +3,12 @@
 #include <CVQAsserter.h>
 #include <VQContainerAssertions.h>
 #include <VQMemory.h>
+#include <diag/lengthenBlock.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -80,14 +82,18 @@ void releaseBlock(SVectorData* block) {
     doFatalError(kLineReserve, kReserve, "Invalid parameter");
 }
 
-SVectorData* allocateBlock(int capacity, int elementSize) {
+/// Of a block, header and slots.
+std::size_t lengthOf(int capacity, int elementSize) {
     if (elementSize < 1) {
         refuse();
     }
     const auto slots = static_cast<std::uint64_t>(capacity) * static_cast<std::uint64_t>(elementSize);
     // What the address space cannot hold is asked for as more than it can hold, so that the allocator says so.
-    const std::uint64_t bytes = std::min<std::uint64_t>(sizeof(SVectorData) + slots, SIZE_MAX);
-    void* const memory = VQMemory::allocChecked(static_cast<std::size_t>(bytes));
+    return static_cast<std::size_t>(std::min<std::uint64_t>(sizeof(SVectorData) + slots, SIZE_MAX));
+}
+
+SVectorData* allocateBlock(int capacity, int elementSize) {
+    void* const memory = VQMemory::allocChecked(lengthOf(capacity, elementSize));
     return new (memory) SVectorData{0, capacity, nullptr, nullptr};
 }
 
@@ -140,12 +146,34 @@ int grownCapacity(const SVectorData* block, int required) {
     return required;
 }
 
+/// What a vector that is to have exactly `required` slots gets.
+int exactCapacity(const SVectorData* block, int required) {
+    return std::max(required, block != nullptr && block->growth != nullptr ? kLeastCapacity : 0);
+}
+
 /// Makes room for `required` elements; the result is that of replaceBlock.
 SVectorData* grow(SVectorData*& block, int required, int elementSize) {
     if (block != nullptr && required <= block->capacity) {
         return nullptr;
     }
     return replaceBlock(block, grownCapacity(block, required), elementSize);
+}
+
+/// Gives `block`, which may be null, more slots: `capacity`. Its elements, which may be moved as bytes, are in there.
+void lengthen(SVectorData*& block, int capacity, int elementSize) {
+    const std::size_t length = lengthOf(capacity, elementSize);
+    if (block == nullptr || length < kLeastLengthened) {
+        if (SVectorData* const old = replaceBlock(block, capacity, elementSize); old != nullptr) {
+            std::memcpy(block->slots(), old->slots(), bytesOf(old->size, elementSize));
+            VQMemory::release(old);
+        }
+        return;
+    }
+    block = static_cast<SVectorData*>(lengthenBlock(block, length));
+    if (block->watch != nullptr) {
+        add(block->watch->counterB, capacity - block->capacity);
+    }
+    block->capacity = capacity;
 }
 
 void destroyElements(CVQVectorBase::Destroy destroy, void* elements, int count) {
@@ -275,6 +303,23 @@ void CVQVectorBase::internal_push_back(int elementSize, const void* item, CopyCo
     setSize(*mData, size + 1);
 }
 
+void CVQVectorBase::internal_append(int elementSize, const void* item, CopyConstruct copyConstruct) {
+    dropOlderForm();
+    const int size = getSize();
+    if (size == INT_MAX) {
+        refuse();
+    }
+    // An item that is an element moves with the block.
+    const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(item) - reinterpret_cast<std::uintptr_t>(mData);
+    const bool isElement = size > 0 && offset < lengthOf(size, elementSize);
+    if (mData == nullptr || size == mData->capacity) {
+        lengthen(mData, grownCapacity(mData, size + 1), elementSize);
+    }
+    copyConstruct(slotAt(*mData, size, elementSize),
+                  isElement ? reinterpret_cast<const char*>(mData) + offset : item, 1);
+    setSize(*mData, size + 1);
+}
+
 bool CVQVectorBase::internal_pop_back() noexcept {
     const int size = getSize();
     if (size < 1) {
@@ -352,7 +397,7 @@ bool CVQVectorBase::internal_replace(int pos, int n, const void* items) {
 }
 
 void CVQVectorBase::internal_resize(int newSize, int elementSize, const void* fill, CopyConstruct copyConstruct,
-                                    Destroy destroy, Relocate relocate) {
+                                    Destroy destroy, Relocate relocate, Fill fillUp) {
     const int size = getSize();
     if (!VQVectorAssertions::checkResize(newSize, kLineResize)) {
         return;
@@ -367,8 +412,12 @@ void CVQVectorBase::internal_resize(int newSize, int elementSize, const void* fi
     dropOlderForm();
     SVectorData* const old = grow(mData, newSize, elementSize);
     // First the new elements: `fill` may be an element of the old block.
-    for (int index = size; index < newSize; ++index) {
-        copyConstruct(slotAt(*mData, index, elementSize), fill, 1);
+    if (newSize > size && fillUp != nullptr) {
+        fillUp(slotAt(*mData, size, elementSize), fill, newSize - size);
+    } else {
+        for (int index = size; index < newSize; ++index) {
+            copyConstruct(slotAt(*mData, index, elementSize), fill, 1);
+        }
     }
     if (old != nullptr) {
         moveElements(*mData, old, copyConstruct, destroy, relocate);
@@ -384,8 +433,7 @@ SVectorData* CVQVectorBase::internal_reserve(int required, int elementSize, bool
     dropOlderForm();
     SVectorData* old = nullptr;
     if (exact) {
-        const int least = mData != nullptr && mData->growth != nullptr ? kLeastCapacity : 0;
-        const int capacity = std::max(required, least);
+        const int capacity = exactCapacity(mData, required);
         const bool isDropped = capacity < 1 && (copyConstruct == nullptr || getSize() == 0);
         old = isDropped ? dropBlock(mData) : replaceBlock(mData, std::max(capacity, getSize()), elementSize);
     } else if (required > getCapacity()) {
@@ -398,6 +446,13 @@ SVectorData* CVQVectorBase::internal_reserve(int required, int elementSize, bool
     }
     // Kept: vector-reserve-returns-old. Only the caller can destroy (or move) the elements in there.
     return old;
+}
+
+void CVQVectorBase::internal_extend(int required, int elementSize, bool exact) {
+    dropOlderForm();
+    if (required > getCapacity()) {
+        lengthen(mData, exact ? exactCapacity(mData, required) : grownCapacity(mData, required), elementSize);
+    }
 }
 
 int CVQVectorBase::internal_find(Match match, int elementSize, const void* key) const {

@@ -4,6 +4,7 @@
 #include <VQError.h>
 #include <VQStartupOptions.h>
 #include <VQSyslog.h>
+#include <diag/lengthenBlock.h>
 
 #include <algorithm>
 #include <atomic>
@@ -223,10 +224,10 @@ void* allocateCheckedAligned(std::size_t size, std::align_val_t alignment) {
     return block;
 }
 
-void* reallocateChecked(void* block, std::size_t size) {
+void* reallocateChecked(void* block, std::size_t size, const char* attempt = "reallocate") {
     void* const resized = reallocate(block, size);
     if (VQ_UNLIKELY(resized == nullptr && size != 0)) {
-        endExhausted("reallocate", size);
+        endExhausted(attempt, size);
     }
     return resized;
 }
@@ -259,6 +260,10 @@ void VQMemory::release(void* block) {
 
 void VQMemory::release(void* block, std::size_t) {
     ::release(block);
+}
+
+void* lengthenBlock(void* block, std::size_t size) {
+    return reallocateChecked(block, size, "allocate");
 }
 
 SVQHeapInfo VQMemory::getHeapInfo() {

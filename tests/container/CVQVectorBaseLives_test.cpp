@@ -67,17 +67,24 @@ private:
     CVQVectorBase::Relocate relocating() { return oneOfTwo() ? &Ops::relocate : nullptr; }
 
     void push(const T& item) {
+        if constexpr (TVQIsRelocatable<T>::value) {
+            if (oneOfTwo()) {
+                mEngine.internal_append(Ops::kSize, &item, &Ops::copy);
+                return;
+            }
+        }
         mEngine.internal_push_back(Ops::kSize, &item, &Ops::copy, Ops::destroyer(), relocating());
     }
     void insert(int pos, int n, const T* items) {
         mEngine.internal_insert(pos, n, items, Ops::kSize, assigning(), &Ops::copy, &Ops::relocate);
     }
     void resize(int newSize, const T& fill) {
-        mEngine.internal_resize(newSize, Ops::kSize, &fill, &Ops::copy, Ops::destroyer(), relocating());
+        mEngine.internal_resize(newSize, Ops::kSize, &fill, &Ops::copy, Ops::destroyer(), relocating(),
+                                oneOfTwo() ? &Ops::fill : nullptr);
     }
 
     void takeStep() {
-        switch (below(12)) {
+        switch (below(13)) {
         case 0:
         case 1:
             mLast = "push a copy";
@@ -154,6 +161,20 @@ private:
             break;
         }
         case 10: {
+            mLast = "extend";
+            const int required = below(2 * size() + 8);
+            const int before = mEngine.getCapacity();
+            const bool exact = oneOfTwo();
+            if constexpr (TVQIsRelocatable<T>::value) {
+                mEngine.internal_extend(required, Ops::kSize, exact);
+                if (required <= before || (exact && required >= 4)) {
+                    ASSERT_EQ(std::max(required, before), mEngine.getCapacity());
+                }
+                ASSERT_GE(mEngine.getCapacity(), required);
+            }
+            break;
+        }
+        case 11: {
             mLast = "reserve, and move what comes back";
             const int required = below(2 * size() + 8);
             Block* const old = mEngine.internal_reserve(required, Ops::kSize, oneOfTwo(), nullptr);
@@ -202,7 +223,7 @@ void walk(unsigned firstSeed, unsigned count, bool watched) {
 
 template <class T>
 class CVQVectorBaseLivesTest : public testing::Test {};
-using Kinds = testing::Types<int, CRooted, COwner>;
+using Kinds = testing::Types<int, CRooted, COwner, CWide>;
 TYPED_TEST_SUITE(CVQVectorBaseLivesTest, Kinds);
 
 TYPED_TEST(CVQVectorBaseLivesTest, AgreeWithAStandardVectorOverRandomOperations) {
@@ -213,6 +234,31 @@ TYPED_TEST(CVQVectorBaseLivesTest, AgreeWithAStandardVectorWhileTheWatcherCounts
     runWatched([] {
         walk<TypeParam>(100, 6, /*watched*/ true);
         EXPECT_EQ(Counts(0, 0, 0), countsOf(sizeof(TypeParam)));
+    });
+}
+
+// Appending to blocks that are lengthened shows in nothing but the time that it takes.
+TEST(CVQVectorBaseLives, AppendingGrowsAsPushingDoes) {
+    runWatched([] {
+        using Ops = TVQElementOps<int>;
+        for (const CVQVectorBase::Growth growth : {CVQVectorBase::Growth{nullptr}, &growByThree}) {
+            CVQVectorBase pushed(/*initialCapacity*/ 0, growth, Ops::kSize);
+            CVQVectorBase appended(/*initialCapacity*/ 0, growth, Ops::kSize);
+            const auto item = [](CVQVectorBase& engine, const int& fresh) {
+                const int size = engine.getSize();
+                return size > 0 && size == engine.getCapacity() ? Ops::slots(engine) + size / 2 : &fresh;
+            };
+            for (int i = 0; i < 3000; ++i) {
+                pushed.internal_push_back(Ops::kSize, item(pushed, i), &Ops::copy, nullptr, &Ops::relocate);
+                appended.internal_append(Ops::kSize, item(appended, i), &Ops::copy);
+                ASSERT_EQ(pushed.getCapacity(), appended.getCapacity());
+                ASSERT_EQ(Counts(2, 2 * (i + 1), 2 * pushed.getCapacity()), countsOf(sizeof(int)));
+            }
+            EXPECT_EQ(growth, appended.internal_block()->growth);
+            EXPECT_TRUE(pushed.internal_compare(appended, &Ops::equal));
+            CVQVectorBase::internal_destruct(pushed.internal_block(), nullptr);
+            CVQVectorBase::internal_destruct(appended.internal_block(), nullptr);
+        }
     });
 }
 

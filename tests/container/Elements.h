@@ -4,8 +4,11 @@
 
 #include <TVQElementOps.h>
 
+#include <algorithm>
+#include <array>
 #include <gtest/gtest.h>
 #include <set>
+#include <type_traits>
 
 /// Knows its own address: it must be moved by its constructors. A moved-from one has the value -1.
 class CRooted {
@@ -84,6 +87,24 @@ private:
 template <>
 struct TVQIsRelocatable<COwner> : std::true_type {};
 
+/// So wide that the vectors lengthen each block of theirs, however few there are.
+class CWide {
+public:
+    CWide(int value = 0) : mValue(value) { mFilling.fill(value); }
+
+    int value() const {
+        EXPECT_TRUE(std::all_of(mFilling.begin(), mFilling.end(), [this](int part) { return part == mValue; }))
+            << "an element that was not moved as a whole";
+        return mValue;
+    }
+    bool operator==(const CWide& other) const { return value() == other.value(); }
+    bool operator<(const CWide& other) const { return value() < other.value(); }
+
+private:
+    int mValue;
+    std::array<int, 127> mFilling;
+};
+
 inline int valueOf(int value) {
     return value;
 }
@@ -93,11 +114,14 @@ inline int valueOf(const CRooted& element) {
 inline int valueOf(const COwner& element) {
     return element.value();
 }
+inline int valueOf(const CWide& element) {
+    return element.value();
+}
 
 /// How many elements of the type there are in the process; -1 where nobody counts.
 template <class T>
 int alive() {
-    if constexpr (std::is_same_v<T, int>)
+    if constexpr (std::is_trivially_copyable_v<T>)
         return -1;
     else
         return T::alive();

@@ -11,7 +11,9 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -203,7 +205,7 @@ private:
 
 template <class T>
 class TVQVectorTest : public testing::Test {};
-using VectorKinds = testing::Types<int, CRooted, COwner>;
+using VectorKinds = testing::Types<int, CRooted, COwner, CWide>;
 TYPED_TEST_SUITE(TVQVectorTest, VectorKinds);
 
 TYPED_TEST(TVQVectorTest, AgreesWithAStandardVectorOverRandomOperations) {
@@ -420,6 +422,44 @@ TEST(TVQVector, AGrowthFunctionSaysTheCapacity) {
     const TVQVector<int> moved(std::move(vector));
     EXPECT_EQ(10, moved.capacity());
     EXPECT_EQ(7, TVQVector<int>(7).capacity());
+}
+
+TEST(TVQVector, FillsWithZerosAndWithAnythingElse) {
+    TVQVector<int> ints;
+    ints.resize(300);
+    ints.resize(600, 7);
+    ints.resize(900, 0x1000000);
+    ints.resize(1200, ints[899]);
+    ints.resize(1500, ints[0]);
+    for (int i = 0; i < 1500; ++i) {
+        ASSERT_EQ(i < 300 || i >= 1200 ? 0 : i < 600 ? 7 : 0x1000000, ints[i]) << i;
+    }
+    TVQVector<double> numbers;
+    numbers.resize(3, -0.0);
+    EXPECT_TRUE(std::signbit(numbers[2]));
+    TVQVector<char> bytes;
+    bytes.resize(3);
+    bytes.resize(5, 'x');
+    EXPECT_EQ(0, std::memcmp(bytes.data(), "\0\0\0xx", 5));
+}
+
+// Large enough that the heap moves it by its pages: nothing is left where it was.
+TEST(TVQVector, PushesAndInsertsItsOwnElementsWhileALargeBlockMoves) {
+    TVQVector<int> vector;
+    std::vector<int> model;
+    for (int i = 0; i < 300000; ++i) {
+        if (vector.size() < 2 || vector.size() < vector.capacity()) {
+            vector.push_back(i);
+            model.push_back(i);
+        } else if (vector.capacity() % 3 == 1) {
+            vector.insert(1, vector[vector.size() - 1]);
+            model.insert(model.begin() + 1, int(model.back()));
+        } else {
+            vector.push_back(vector[vector.size() / 2]);
+            model.push_back(int(model[model.size() / 2]));
+        }
+    }
+    EXPECT_TRUE(std::equal(vector.begin(), vector.end(), model.begin(), model.end()));
 }
 
 TEST(TVQVector, HoldsWhatCanOnlyBeMoved) {

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <TVQVector.h>
 #include <VQStartupOptions.h>
 
 #include <algorithm>
@@ -109,6 +110,19 @@ TEST(VQMemory, EveryEntryCountsAndEveryReleaseUncounts) {
     const unsigned empty = total() - before;
     EXPECT_EQ(counted(55), full);
     EXPECT_EQ(0u, empty);
+}
+
+TEST(VQMemory, AVectorCountsForItsBlockAlsoWhenThatIsLengthened) {
+    const unsigned before = total();
+    {
+        TVQVector<int> vector;
+        for (int i = 0; i < 5000; ++i) {
+            vector.push_back(i);
+        }
+        vector.reserve(9000);
+        EXPECT_EQ(counted(sizeof(CVQVectorBase::SVectorData) + 9000 * sizeof(int)), total() - before);
+    }
+    EXPECT_EQ(before, total());
 }
 
 TEST(VQMemory, ReleaseOfNullDoesNothing) {

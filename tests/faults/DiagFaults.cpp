@@ -1,12 +1,14 @@
 #include "Faults.h"
 #include "support/TemporaryFolder.h"
 
+#include <TVQVector.h>
 #include <VQBacktrace.h>
 #include <VQError.h>
 #include <VQKernelTrace.h>
 #include <VQMemory.h>
 #include <VQSyslog.h>
 
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -231,6 +233,20 @@ std::vector<Row> faults::diagRows() {
              return std::string();
          },
          "exit 1 | 1 failed to reallocate 200 bytes (err: #) | 5 terminating process using exit(EXIT_FAILURE)",
+         nullptr, 1, /*ends*/ true},
+        {__LINE__, "VQMemory", "realloc",  // a vector's block is lengthened, and reported as one that is allocated
+         [](const Arm& arm) {
+             setenv("VQ_ASSERTION_BACKTRACE_DIR", "/no folder", 1);
+             TVQVector<std::array<char, 10000 - sizeof(CVQVectorBase::SVectorData)>> vector(1);
+             arm();
+             vector.push_back({});
+             vector.push_back({});
+             return std::string();
+         },
+         sizeof(void*) == 4
+             ? "exit 1 | 1 failed to allocate 39952 bytes (err: #) | 5 terminating process using exit(EXIT_FAILURE)"
+             : "exit 1 | 1 failed to allocate 39904 bytes (err: #) | 5 terminating process using "
+               "exit(EXIT_FAILURE)",
          nullptr, 1, /*ends*/ true},
     };
 }
