@@ -157,14 +157,19 @@ MARLIX_BENCH("CVQString_ReplaceAll", "ours", 4096) {
     }
 }
 
-MARLIX_BENCH("CVQString_Walk", "ours", 65536) {
-    const CVQString text = stringOf(bench::chineseText(sizeOf(state)));
+void walk(benchmark::State& state, const CVQString& text) {
     for (auto _ : state) {
         unsigned sum = 0;
         for (const int character : text)
             sum += static_cast<unsigned>(character);
         benchmark::DoNotOptimize(sum);
     }
+}
+MARLIX_BENCH("CVQString_Walk", "ours", 65536) {
+    walk(state, stringOf(bench::chineseText(sizeOf(state))));
+}
+MARLIX_BENCH("CVQString_WalkAscii", "ours", 65536) {
+    walk(state, stringOf(bench::asciiText(sizeOf(state))));
 }
 
 }  // namespace

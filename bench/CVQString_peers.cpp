@@ -632,11 +632,10 @@ MARLIX_BENCH("CVQString_ReplaceAll", "std::string, find and append", 4096) {
     });
 }
 
-// Walk over the characters of a Chinese text
+// Walk over the characters of a text
 
 #if BENCH_GLIB
-MARLIX_BENCH("CVQString_Walk", "g_utf8_next_char", 65536) {
-    const std::string text = bench::chineseText(sizeOf(state));
+void walk(benchmark::State& state, const std::string& text) {
     for (auto _ : state) {
         unsigned sum = 0;
         for (const char* at = text.data(); at != text.data() + text.size(); at = g_utf8_next_char(at))
@@ -644,16 +643,27 @@ MARLIX_BENCH("CVQString_Walk", "g_utf8_next_char", 65536) {
         benchmark::DoNotOptimize(sum);
     }
 }
+MARLIX_BENCH("CVQString_Walk", "g_utf8_next_char", 65536) {
+    walk(state, bench::chineseText(sizeOf(state)));
+}
+MARLIX_BENCH("CVQString_WalkAscii", "g_utf8_next_char", 65536) {
+    walk(state, bench::asciiText(sizeOf(state)));
+}
 #endif
 #if BENCH_QT
-MARLIX_BENCH("CVQString_Walk", "QString, as UTF-16 units", 65536) {
-    const QString text = QString::fromStdString(bench::chineseText(sizeOf(state)));
+void walk(benchmark::State& state, const QString& text) {
     for (auto _ : state) {
         unsigned sum = 0;
         for (const QChar unit : text)
             sum += unit.unicode();
         benchmark::DoNotOptimize(sum);
     }
+}
+MARLIX_BENCH("CVQString_Walk", "QString, as UTF-16 units", 65536) {
+    walk(state, QString::fromStdString(bench::chineseText(sizeOf(state))));
+}
+MARLIX_BENCH("CVQString_WalkAscii", "QString, as UTF-16 units", 65536) {
+    walk(state, QString::fromStdString(bench::asciiText(sizeOf(state))));
 }
 #endif
 

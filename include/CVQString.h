@@ -93,7 +93,7 @@ public:
         /// The character's code point; 0 at the end. Kept: string-signed-byte.
         int operator*() const noexcept {
             const auto byte = static_cast<signed char>(*mPosition);
-            return byte >= 0 ? byte : decode();
+            return byte >= 0 ? byte : decode(mPosition);
         }
 
         // In line, as nearly every walk over a text is made of these.
@@ -120,7 +120,10 @@ public:
         /// Moves by `steps` characters, forward no further than to a zero byte, back no further than to the zero
         /// byte before the text. From there no step leads forward again.
         const_iterator& operator+=(int steps) noexcept {
-            incrementSteps(&mPosition, steps);
+            // Not the member's own place, so that a loop may keep an iterator in a register.
+            const char* position = mPosition;
+            incrementSteps(&position, steps);
+            mPosition = position;
             return *this;
         }
         const_iterator& operator-=(int steps) noexcept;
@@ -137,7 +140,7 @@ public:
     private:
         friend class CVQString;
         explicit const_iterator(const char* position) noexcept : mPosition(position) {}
-        int decode() const noexcept;
+        static int decode(const char* position) noexcept;
 
         const char* mPosition;
     };

@@ -8,6 +8,7 @@
 #include <TVQFormatString.h>
 #include <VQMemory.h>
 #include <VQSyslog.h>
+#include <diag/lengthenBlock.h>
 
 #include <climits>
 #include <cstdint>
@@ -61,12 +62,14 @@ VQ_COLD void reportInvalidText() {
     VQSyslog::logMsg(0, VQSyslog::ERROR, "The character sequence contains a wrong coded UTF-8 sequence !");
 }
 
+/// Of a block. Where the sum does not fit, nothing less than everything is asked for: that request fails, as it must.
+constexpr std::size_t lengthOf(std::size_t capacity) {
+    return capacity <= SIZE_MAX - SVQStringData::kOverhead ? capacity + SVQStringData::kOverhead : SIZE_MAX;
+}
+
 /// A block with an empty text and one owner.
 SVQStringData* newBlock(std::size_t capacity) {
-    // Where the sum does not fit, nothing less than everything is asked for: that request fails, as it must.
-    const std::size_t bytes =
-        capacity <= SIZE_MAX - SVQStringData::kOverhead ? capacity + SVQStringData::kOverhead : SIZE_MAX;
-    auto* const block = static_cast<SVQStringData*>(VQMemory::allocChecked(bytes));
+    auto* const block = static_cast<SVQStringData*>(VQMemory::allocChecked(lengthOf(capacity)));
     block->mReferences = 1;
     block->mCapacity = field(capacity);
     block->mByteLength = 0;
@@ -145,14 +148,14 @@ const CVQString& CVQString::null = reinterpret_cast<const CVQString&>(kNullHandl
 
 // ---- positions
 
-int CVQString::const_iterator::decode() const noexcept {
-    const auto lead = static_cast<unsigned char>(*mPosition);
+int CVQString::const_iterator::decode(const char* position) noexcept {
+    const auto lead = static_cast<unsigned char>(*position);
     const unsigned length = VQUtf8::kSequenceLength[lead];
     if (length == VQUtf8::kNoLead) {
-        return static_cast<signed char>(*mPosition);  // Kept: string-signed-byte. Callers test for negative values.
+        return static_cast<signed char>(*position);  // Kept: string-signed-byte. Callers test for negative values.
     }
     unsigned value = lead & (0x7FU >> length);
-    const char* next = mPosition + 1;
+    const char* next = position + 1;
     for (unsigned i = 1; i < length; ++i) {
         value <<= 6;
         if (*next != '\0') {  // a text that ends inside the character
@@ -204,6 +207,17 @@ bool CVQString::holds(const const_iterator& position, std::size_t& at) const noe
 void CVQString::moveToBlock(std::size_t capacity) {
     // Kept: string-asked-anyway. An assertion lets the process go on; that there is no memory ends it.
     checkCapacity(kLineAddReference, "addReference", capacity);
+    // An empty text has nothing to bring along.
+    if (mData == kNullHandle) {
+        mData = newBlock(capacity);
+        return;
+    }
+    // The text of an only owner stays in its block, which gets longer.
+    if (capacity >= kLeastLengthened && capacity > mData->mCapacity && VQAtomic::load(mData->mReferences) == 1) {
+        mData = static_cast<SVQStringData*>(lengthenBlock(mData, lengthOf(capacity)));
+        mData->mCapacity = field(capacity);
+        return;
+    }
     SVQStringData* const block = newBlock(capacity);
     std::size_t bytes = mData->mByteLength;
     std::size_t characters = mData->mCharacterCount;

@@ -4,8 +4,10 @@
 
 #include <CVQAsserter.h>
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <random>
 
 namespace {
 
@@ -37,6 +39,50 @@ TEST(CVQString, AppendsAndGrowsToJustWhatItNeeds) {
     EXPECT_EQ("abcdef\xC3\xA4"
               "12",
               bytesOf(text));
+}
+
+// The block of a long text is lengthened where nobody shares it.
+TEST(CVQString, GrowsALongTextToJustWhatItNeeds) {
+    std::mt19937 random(7);
+    CVQString text("ab");
+    std::string expected = "ab";
+    std::size_t capacity = 2;
+    for (int step = 0; step < 400; ++step) {
+        const bool shared = step % 8 == 0;
+        const CVQString copy = shared ? text : CVQString();
+        const std::string before = expected;
+        const unsigned length = random() % 20 + 1;
+        switch (random() % 4) {
+        case 0:
+            text.append(std::string(length, 'x').c_str());
+            expected.append(length, 'x');
+            break;
+        case 1:
+            text.append(CVQString(std::string(length, 'y').c_str()));
+            expected.append(length, 'y');
+            break;
+        case 2: {
+            const std::size_t at = std::min<std::size_t>(length, expected.size());
+            text.append(text.c_str() + expected.size() - at);
+            expected += expected.substr(expected.size() - at);
+            break;
+        }
+        default:
+            text.reserve(capacity + length);
+            capacity += length;
+        }
+        if (shared ? before != expected : capacity < expected.size()) {
+            capacity = expected.size();
+        }
+        ASSERT_EQ(expected, bytesOf(text)) << step;
+        ASSERT_EQ(capacity, text.getCapacity()) << step;
+        ASSERT_EQ(expected.size(), text.getCharacterCount()) << step;
+        ASSERT_EQ(1u, ownersOf(text));
+        if (shared) {
+            ASSERT_EQ(before, bytesOf(copy)) << step;
+        }
+    }
+    EXPECT_LT(2000u, expected.size());
 }
 
 TEST(CVQString, AppendsNothingForNullZeroBytesAndEmptyTexts) {
