@@ -54,7 +54,7 @@ public:
         CVQVectorBase::internal_destruct(mBase.internal_block(), nullptr);
     }
 
-    int size() const noexcept { return mBase.getSize() - mFront; }
+    int size() const noexcept { return Ops::size(mBase) - mFront; }
     bool isEmpty() const noexcept { return size() == 0; }
 
     /// From the first element on.
@@ -95,7 +95,7 @@ public:
 
     void clear() {
         std::destroy(begin(), end());
-        mFront = mBase.getSize();
+        mFront = Ops::size(mBase);
         closeUp();
     }
 
@@ -112,15 +112,15 @@ private:
     /// Moves the elements to the start of the block. The slots in front hold none.
     void closeUp() {
         if (mFront > 0) {
-            mBase.internal_erase(0, mFront - 1, Ops::kSize, nullptr, nullptr, &Ops::relocate);
+            Ops::closeUp(mBase, mFront);
             mFront = 0;
         }
     }
 
     template <class Item>
     void pushBack(Item&& item) {
-        const int capacity = mBase.getCapacity();
-        if (VQ_LIKELY(mFront == 0 || mBase.getSize() < capacity)) {
+        const int capacity = Ops::capacity(mBase);
+        if (VQ_LIKELY(mFront == 0 || Ops::size(mBase) < capacity)) {
             Ops::pushBack(mBase, std::forward<Item>(item));
             return;
         }
@@ -130,7 +130,7 @@ private:
         const bool isRoomy = mFront >= size();
         closeUp();
         if (!isRoomy && capacity < INT_MAX) {
-            mBase.internal_reserve(capacity + 1, Ops::kSize, /*exact*/ false, &Ops::relocate);
+            Ops::reserve(mBase, capacity + 1, /*exact*/ false);
         }
         Ops::pushBack(mBase, std::move(kept));
     }
